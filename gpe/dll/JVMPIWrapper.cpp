@@ -1,0 +1,234 @@
+#include "JVMPIWrapper.h"
+
+#include "JVMTIUtils.h"
+#include "ProbeLgKit.h"
+
+#include <cstdlib>
+#include <new>
+
+Relaxed<JVMPIWrapper *> jvmpiWrapper(nullptr);
+Relaxed<JVMPIWrapper *> eventInterface(nullptr);
+JavaVM *fakeJvm = nullptr;
+
+namespace {
+
+constexpr jint JVMPI_VERSION_1 = 0x10000001;
+constexpr jint JVMPI_VERSION_1_1 = 0x10000002;
+constexpr jint JVMPI_VERSION_1_2 = 0x10000003;
+constexpr jint JVMDG_VERSION = 0x7f000001;
+
+struct EventPair {
+    int jvmpi;
+    jvmtiEvent jvmtiNumber;
+};
+
+constexpr EventPair eventMap[] = {
+    {JVMPI_EVENT_THREAD_START, JVMTI_EVENT_THREAD_START},
+    {JVMPI_EVENT_THREAD_END, JVMTI_EVENT_THREAD_END},
+    {JVMPI_EVENT_CLASS_LOAD_HOOK, JVMTI_EVENT_CLASS_FILE_LOAD_HOOK},
+    {JVMPI_EVENT_GC_START, JVMTI_EVENT_GARBAGE_COLLECTION_START},
+    {JVMPI_EVENT_GC_FINISH, JVMTI_EVENT_GARBAGE_COLLECTION_FINISH},
+};
+
+jint switchEvent(jvmtiEventMode mode, jint event_type) {
+    for (const EventPair &pair : eventMap) {
+        if (pair.jvmpi == event_type) {
+            setEventMode(mode, pair.jvmtiNumber);
+        }
+    }
+    return 0;
+}
+
+jrawMonitorID asMonitor(void *lock_id) { return static_cast<jrawMonitorID>(lock_id); }
+
+// The thread's group, if it has one, holds a local reference that the event handler's frame releases.
+void readThreadNames(jthread thread, JVMPI_Event *event) {
+    jvmtiThreadInfo info{};
+    jvmtiError result = jvmti->GetThreadInfo(thread, &info);
+    AM_CHECK_JVMTI(result, "Error when getting thread info from jvmti");
+    if (result != JVMTI_ERROR_NONE) {
+        return;
+    }
+    event->thread_name = dupString(info.name);
+    freeJVMTIMemory(info.name);
+    if (info.thread_group == nullptr) {
+        return;
+    }
+    jvmtiThreadGroupInfo group{};
+    result = jvmti->GetThreadGroupInfo(info.thread_group, &group);
+    AM_CHECK_JVMTI(result, "Error when getting thread groupinfo from jvmti");
+    if (result == JVMTI_ERROR_NONE) {
+        event->group_name = dupString(group.name);
+        freeJVMTIMemory(group.name);
+    }
+}
+
+// ---------------------------------------------------------------- substitute JVM
+
+jint refuse(const char *text) {
+    traceError(text);
+    return -1;
+}
+
+jint JNICALL refuseDestroy(JavaVM *) {
+    return refuse("This method: DestroyJavaVM is NOT supported in AM Library, please do NOT use \n");
+}
+jint JNICALL refuseAttach(JavaVM *, void **, void *) {
+    return refuse("This method: AttachCurrentThread is NOT supported in AM Library, please do NOT use \n");
+}
+jint JNICALL refuseDetach(JavaVM *) {
+    return refuse("This method: DetachCurrentThread is NOT supported in AM Library, please do NOT use \n");
+}
+jint JNICALL refuseAttachDaemon(JavaVM *, void **, void *) {
+    return refuse(
+        "This method: AttachCurrentThreadAsDaemon is NOT supported in AM Library, please do NOT use \n");
+}
+
+jint getDiagnosticsEnv(void **penv) {
+    JVMPIWrapper *wrapper = jvmpiWrapper;
+    if (wrapper == nullptr || wrapper->realJvm == nullptr) {
+        return -1;
+    }
+    return wrapper->realJvm->GetEnv(penv, JVMDG_VERSION) < 0 ? -1 : 0;
+}
+
+jint JNICALL getEnv(JavaVM *, void **penv, jint version) {
+    switch (version) {
+    case JVMPI_VERSION_1:
+    case JVMPI_VERSION_1_1:
+    case JVMPI_VERSION_1_2:
+        if (penv == nullptr || jvmpiWrapper == nullptr) {
+            return -1;
+        }
+        *penv = jvmpiWrapper.get();
+        return 0;
+    case JVMDG_VERSION:
+        return getDiagnosticsEnv(penv);
+    default:
+        traceError("No other interfaces but for JVMPI & JVMDG are supported in this JVMTI mode in AM Library \n");
+        return -1;
+    }
+}
+
+} // namespace
+
+void freeJVMPIEvent(JVMPI_Event *event) {
+    if (event != nullptr) {
+        free(event->thread_name);
+        free(event->group_name);
+        delete event;
+    }
+}
+
+JVMPIWrapper::~JVMPIWrapper() { deleteJVMWrapper(); }
+
+bool JVMPIWrapper::monitorsAllowed() const {
+    const uint32_t now = phase;
+    if (now == JVMTI_PHASE_ONLOAD || now == JVMTI_PHASE_LIVE) {
+        return true;
+    }
+    AM_TRACE(ccTracer, LGK_DEBUG_MIN, "JVMPIWrapper::monitorsAllowed()",
+             "Invalid JVMTI Phase, cannot process call: Current Phase: %d \n", now);
+    return false;
+}
+
+void *JVMPIWrapper::RawMonitorCreate(const char *lock_name) {
+    if (!monitorsAllowed() || jvmti == nullptr) {
+        return nullptr;
+    }
+    if (lock_name == nullptr) {
+        traceError("Invalid Monitor Name, Monitor name is NULL \n");
+        return nullptr;
+    }
+    jrawMonitorID monitor = nullptr;
+    const jvmtiError result = jvmti->CreateRawMonitor(lock_name, &monitor);
+    AM_CHECK_JVMTI(result, "CreateRawMonitor");
+    return result == JVMTI_ERROR_NONE ? monitor : nullptr;
+}
+
+void JVMPIWrapper::RawMonitorEnter(void *lock_id) {
+    if (lock_id == nullptr) {
+        traceError("NULL Monitor passed to RawMonitorEnter \n");
+        return;
+    }
+    AM_CHECK_JVMTI(jvmti->RawMonitorEnter(asMonitor(lock_id)), "RawMonitorEnter");
+}
+
+void JVMPIWrapper::RawMonitorExit(void *lock_id) {
+    if (lock_id == nullptr) {
+        traceError("NULL Monitor passed to RawMonitorExit \n");
+        return;
+    }
+    AM_CHECK_JVMTI(jvmti->RawMonitorExit(asMonitor(lock_id)), "RawMonitorExit");
+}
+
+void JVMPIWrapper::RawMonitorWait(void *lock_id, jlong ms) {
+    if (lock_id == nullptr) {
+        traceError("NULL Monitor passed to RawMonitorExit \n");
+        return;
+    }
+    AM_CHECK_JVMTI(jvmti->RawMonitorWait(asMonitor(lock_id), ms), "RawMonitorWait");
+}
+
+void JVMPIWrapper::RawMonitorNotifyAll(void *lock_id) {
+    if (lock_id == nullptr) {
+        traceError("NULL Monitor passed to  RawMonitorNotifyAll\n");
+        return;
+    }
+    AM_CHECK_JVMTI(jvmti->RawMonitorNotifyAll(asMonitor(lock_id)), "RawMonitorNotifyAll");
+}
+
+void JVMPIWrapper::RawMonitorDestroy(void *lock_id) {
+    if (!monitorsAllowed()) {
+        return;
+    }
+    if (lock_id == nullptr) {
+        traceError("NULL Monitor passed to  RawMonitorDestroy\n");
+        return;
+    }
+    AM_CHECK_JVMTI(jvmti->DestroyRawMonitor(asMonitor(lock_id)), "DestroyRawMonitor");
+}
+
+jlong JVMPIWrapper::GetCurrentThreadCpuTime() {
+    const uint32_t now = phase;
+    if (now != JVMTI_PHASE_START && now != JVMTI_PHASE_LIVE) {
+        return 0;
+    }
+    jlong nanos = 0;
+    const jvmtiError result = jvmti->GetCurrentThreadCpuTime(&nanos);
+    AM_CHECK_JVMTI(result, "GetCurrentThreadCpuTime");
+    return result == JVMTI_ERROR_NONE ? nanos : 0;
+}
+
+jint JVMPIWrapper::EnableEvent(jint event_type, void *) { return switchEvent(JVMTI_ENABLE, event_type); }
+
+jint JVMPIWrapper::DisableEvent(jint event_type, void *) { return switchEvent(JVMTI_DISABLE, event_type); }
+
+JVMPI_Event *JVMPIWrapper::mapThreadData2JVMPI_Event(JNIEnv *env, jthread thread, bool getInfo, bool isStart) {
+    JVMPI_Event *event = new (std::nothrow)
+        JVMPI_Event{isStart ? JVMPI_EVENT_THREAD_START : JVMPI_EVENT_THREAD_END, env, nullptr, nullptr, env};
+    if (event != nullptr && getInfo && jvmti != nullptr) {
+        readThreadNames(thread, event);
+    }
+    return event;
+}
+
+void initializeJVMWrapper() {
+    static JNIInvokeInterface_ table{};
+    static JavaVM substitute{};
+    table.DestroyJavaVM = refuseDestroy;
+    table.AttachCurrentThread = refuseAttach;
+    table.DetachCurrentThread = refuseDetach;
+    table.GetEnv = getEnv;
+    table.AttachCurrentThreadAsDaemon = refuseAttachDaemon;
+    substitute.functions = &table;
+    fakeJvm = &substitute;
+}
+
+void deleteJVMWrapper() {
+    JVMPIWrapper *wrapper = jvmpiWrapper;
+    if (wrapper != nullptr) {
+        wrapper->phase = JVMTI_PHASE_DEAD;
+    }
+    fakeJvm = nullptr;
+}

@@ -1,0 +1,38 @@
+// Small helpers over the one JVMTI environment. Callable from any thread; with no environment every
+// operation does nothing.
+#pragma once
+
+#include <jvmti.h>
+#include <string>
+
+extern jvmtiEnv *jvmti; // null until `Agent_OnLoad` has obtained it
+
+// Logs a failed JVMTI result. JVMTI_ERROR_WRONG_PHASE is silent once the JVM is dead: races at shutdown
+// are normal. While `jvmti` is null the failure goes to standard error.
+void checkJvmtiError(jvmtiError error, const char *file, int line, const char *message);
+#define AM_CHECK_JVMTI(error, message) checkJvmtiError(error, __FILE_NAME__, __LINE__, message)
+
+// The name of an error as a new copy (freed by the caller with `free`); null with no `jvmti` or on failure.
+char *getErrorName(jvmtiError errNum);
+
+// JVMTI's own allocator. On failure `*mem_ptr` is left alone.
+void AllocateJVMTIMemory(jlong size, unsigned char **mem_ptr);
+void freeJVMTIMemory(void *p);
+
+// Appends the type at `index` of a JVM signature to `out` as Java writes it ("[[I" is "int[][]").
+// The result is the index behind it; on an unknown letter the length of the signature, with a warning.
+size_t translateSignature(const char *signature, size_t index, std::string &out);
+
+// A copy on the heap; null gives null.
+char *dupString(const char *text);
+
+// Switches one JVMTI event for all threads.
+void setEventMode(jvmtiEventMode mode, jvmtiEvent event);
+
+// Thread and class events, and those of garbage collection if a processor for them exists.
+void enableThreadAndClassEvents();
+void disableAllEvents();
+void relinquishCapabilities();
+
+// Set when a native garbage-collection processor is plugged in. None is: the route stays dormant.
+extern bool gcProcessorPresent;

@@ -1,0 +1,109 @@
+// The governor of the agent's memory: two two-point controls over one estimate of what is queued.
+// The accept control stops all new data at the memory limit; the turbo control, set lower, speeds the
+// pumps up and holds application threads back. Estimates come from counters kept as events pass: nothing
+// here walks a heap or asks the operating system. All byte limits are decimal.
+#pragma once
+
+#include "NamedObject.h"
+#include "Relaxed.h"
+#include "ThreadData.h"
+#include "ZykLock.h"
+
+#include <cstdint>
+#include <jni.h>
+
+// A pool of agent threads as the governor sees it.
+class AgentPool {
+public:
+    virtual ~AgentPool() = default;
+    virtual int32_t getSleepTime() = 0;                             // of the first agent, ms; 0 with none
+    virtual bool setSleepTime(long ms) = 0;                         // of all agents
+    virtual bool setThreadPriority(JNIEnv *env, int priority) = 0; // of the Java threads; false on failure
+    virtual int32_t getTotalDataSize() = 0;                         // bytes queued
+};
+
+class MemoryMonitor : public virtual NamedObject {
+public:
+    MemoryMonitor();
+    ~MemoryMonitor() override;
+
+    // Makes the singleton if it does not exist.
+    static void create();
+    static void destroy();
+
+    void start();
+    void stop();
+
+    // Computes the total from the bytes in the event queues and runs the accept control.
+    // True while new data is refused.
+    bool checkForULimit(uint32_t eventBytes);
+
+    // Runs the turbo control. Both switches must come from one and the same thread.
+    void checkTurboMode(JNIEnv *env);
+
+    // The admission gate at the head of every event-making native: true means drop this call.
+    // In turbo mode the calling thread may wait here until the mode ends. `td`, if given, takes the calling
+    // thread's record (null if there is none), so that the native needs no second lookup.
+    bool shouldReject(JNIEnv *env, ThreadData **td = nullptr);
+
+    // The last computed total, bytes.
+    uint32_t getMemoryTaken() const { return memoryTaken; }
+
+    // The pools, registered by their managers; null unregisters.
+    static void setEventPool(AgentPool *pool);
+    static void setNetworkPool(AgentPool *pool);
+
+private:
+    void initializeSizes();
+    void readProperties();
+    void readMemoryLimits();
+    int32_t readTurboLimit(const char *key, float defaultShare, int32_t fallback, const char *zeroText,
+                           const char *invalidText);
+    void logProperties();
+    void setResetTimer();
+    void switchToTurboMode(JNIEnv *env);
+    void switchToNormalMode(JNIEnv *env);
+    bool refusedInTurbo(ThreadData *td);
+    bool refusedByLimit(ThreadData *td);
+    void passTurboLock();
+
+    ZykLock *lock;
+    Relaxed<uint32_t> memoryTaken{0};
+    int32_t naTurboPriority = 10;
+    int32_t naTurboSleep = 50;
+    int32_t eaTurboPriority = 8;
+    int32_t eaTurboSleep = 100;
+    int32_t turboULimit = 75000000;
+    int32_t turboLLimit = 40000000;
+    ZykLock turboLock;
+    Relaxed<bool> turbo{false};
+    int32_t naNormalPriority = 7;
+    int32_t eaNormalPriority = 5;
+    int32_t naNormalSleep = 2000;
+    const int32_t eaNormalSleep = 2000;
+    Relaxed<bool> allowNew{true};
+};
+
+extern Relaxed<MemoryMonitor *> memoryMonitor;
+
+// Refused new data: the gate for natives that run with no monitor, or the monitor's answer.
+bool rejectEvent(JNIEnv *env, ThreadData **td);
+
+// Limits and running averages that weigh an event before it exists in full. The samples have no lock: a lost
+// update only moves an estimate.
+class TextWeight {
+public:
+    constexpr TextWeight(int32_t startLimit, int32_t startAverage) : limit(startLimit), average(startAverage) {}
+    void reset(int32_t newLimit, int32_t newAverage);
+    void sample(int32_t bytes); // the mean of the first 254 samples becomes the average, for good
+
+    Relaxed<int32_t> limit;   // bytes kept of a text, the NUL included
+    Relaxed<int32_t> average; // estimated bytes of a text
+
+private:
+    Relaxed<uint16_t> samples{0};
+    Relaxed<uint32_t> sampleBytes{0};
+};
+
+extern TextWeight urlWeight;
+extern TextWeight sqlWeight;

@@ -1,0 +1,386 @@
+#include "ProbeLgKit.h"
+
+#include "cmdline.h"
+
+#include <cerrno>
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <dlfcn.h>
+#include <string>
+
+Relaxed<LgkObject *> msgLogger(nullptr);
+Relaxed<LgkObject *> naTracer(nullptr);
+Relaxed<LgkObject *> eaTracer(nullptr);
+Relaxed<LgkObject *> caTracer(nullptr);
+Relaxed<LgkObject *> ccTracer(nullptr);
+Relaxed<LgkObject *> gcTracer(nullptr);
+Relaxed<LgkObject *> traceLogger(nullptr);
+LgkApi lgkApi{};
+
+namespace {
+
+constexpr int MAX_NAME = 256;
+constexpr int MAX_FFDC_FILES = 1000;
+constexpr char PROPERTY_FILE[] = "zyk-lgkit.properties";
+constexpr char DEFAULT_COMMON_DIR[] = "C:/Program Files/qel/morvex/common";
+
+// Operations that only the opening needs.
+struct OpeningApi {
+    int (*openToolkit)(const char *path);
+    LgkObject *(*getObject)(const char *name, const char *typeName);
+    char *(*getObjProp)(LgkObject *, const char *property, int *foundFlag);
+    int (*setObjProp)(LgkObject *, const char *property, const char *value);
+    int (*setObjPropInt)(LgkObject *, const char *property, int value);
+    void (*releaseObject)(LgkObject *);
+    void (*memoryFree)(void *);
+    int (*initFFDCExtensions)();
+    char *(*getFiles)(LgkObject *);
+    int (*setFiles)(LgkObject *, const char *list);
+    char *(*getBaseDir)(LgkObject *);
+    int (*setBaseDir)(LgkObject *, const char *directory);
+    int (*nlsSetDir)(const char *directory);
+};
+
+OpeningApi api{};
+Relaxed<int> messageSetNumber(0);
+Relaxed<bool> statisticsEnabled(false);
+bool lgkitOpen = false;
+char catalog[MAX_NAME] = "";
+char commonDir[MAX_NAME] = "";
+char qualifierCopy[MAX_NAME] = "";
+char logFilePath[MAX_NAME] = "";
+
+// The level each module tracer had when the toolkit gave it out; owned by the toolkit's allocator.
+const char *initialLevels[5] = {};
+
+// ---------------------------------------------------------------- binding
+
+std::string ownDirectory() {
+    Dl_info info{};
+    if (dladdr(reinterpret_cast<void *>(&ownDirectory), &info) == 0 || info.dli_fname == nullptr) {
+        return "";
+    }
+    const std::string path = info.dli_fname;
+    const size_t slash = path.rfind('/');
+    return slash == std::string::npos ? "" : path.substr(0, slash + 1);
+}
+
+void *openLibrary(const char *fileName) {
+    void *library = dlopen((ownDirectory() + fileName).c_str(), RTLD_NOW | RTLD_LOCAL);
+    return library != nullptr ? library : dlopen(fileName, RTLD_NOW | RTLD_LOCAL);
+}
+
+struct Symbol {
+    const char *name;
+    void *slot;
+};
+
+bool bindSymbols(const char *fileName, const Symbol *symbols, size_t count) {
+    void *library = openLibrary(fileName);
+    if (library == nullptr) {
+        return false;
+    }
+    for (size_t i = 0; i < count; ++i) {
+        void *address = dlsym(library, symbols[i].name);
+        if (address == nullptr) {
+            return false;
+        }
+        memcpy(symbols[i].slot, &address, sizeof(address));
+    }
+    return true;
+}
+
+template <size_t N>
+bool bindSymbols(const char *fileName, const Symbol (&symbols)[N]) {
+    return bindSymbols(fileName, symbols, N);
+}
+
+// The libraries are never closed: log calls may come from any thread until the process ends.
+bool bindToolkit() {
+    const Symbol toolkit[] = {
+        {"LgkOpenToolkit", &api.openToolkit},       {"LgkGetObject", &api.getObject},
+        {"LgkGetObjProp", &api.getObjProp},         {"LgkSetObjProp", &api.setObjProp},
+        {"LgkSetObjPropInt", &api.setObjPropInt},   {"LgkReleaseObject", &api.releaseObject},
+        {"LgkMemoryFree", &api.memoryFree},         {"LgkIsLoggable", &lgkApi.isLoggable},
+        {"LgkLogDebugMin", &lgkApi.debugMin},       {"LgkLogDebugMid", &lgkApi.debugMid},
+        {"LgkLogDebugMax", &lgkApi.debugMax},       {"LgkLogInfo", &lgkApi.info},
+        {"LgkLogWarn", &lgkApi.warn},               {"LgkLogError", &lgkApi.error},
+        {"LgkLogFatal", &lgkApi.fatal},             {"LgkLogText", &lgkApi.text},
+    };
+    const Symbol ffdc[] = {
+        {"LgkInitFFDCExtensions", &api.initFFDCExtensions},
+        {"LgkFileCopyHandlerGetFiles", &api.getFiles},
+        {"LgkFileCopyHandlerSetFiles", &api.setFiles},
+        {"LgkFFDCTriggerHandlerGetBaseDir", &api.getBaseDir},
+        {"LgkFFDCTriggerHandlerSetBaseDir", &api.setBaseDir},
+    };
+    const Symbol nls[] = {{"nls_set_dir", &api.nlsSetDir}};
+    return bindSymbols("libnlsm_64.so", nls) && bindSymbols("liblgkit_64.so", toolkit) &&
+           bindSymbols("liblgffdc_64.so", ffdc);
+}
+
+// ---------------------------------------------------------------- directories
+
+void putEnvironment(const char *name, const char *value) {
+    if (setenv(name, value, 1) != 0) {
+        fprintf(stderr, "Failed to set %s. Error code is %d\n", name, errno);
+    }
+}
+
+// Catalogues of this installation come after what the operator named.
+void extendCatalogPath(const char *toolkitDir) {
+    char own[MAX_NAME];
+    snprintf(own, sizeof(own), "%.240s/msg/%%L/%%N.cat", toolkitDir);
+    const char *old = getenv("NLSPATH");
+    const std::string path = old != nullptr ? std::string(old) + ';' + own : std::string(own);
+    putEnvironment("NLSPATH", path.c_str());
+}
+
+void chooseQualifier(const LgKitPaths &paths) {
+    const char *chosen = getenv("QUALDIR");
+    if (chosen != nullptr && *chosen != '\0') {
+        snprintf(qualifierCopy, sizeof(qualifierCopy), "%s", chosen);
+    } else {
+        snprintf(qualifierCopy, sizeof(qualifierCopy), "%.126s.%.126s", paths.nodeName, paths.appServerName);
+    }
+    // One log directory for each instance of a clustered database client.
+    const char *instance = findCommandLineValue("-Doracle.ons.indexid=");
+    if (instance != nullptr) {
+        const std::string withInstance = std::string(qualifierCopy) + '.' + instance;
+        putEnvironment("QUALDIR", withInstance.substr(0, MAX_NAME - 1).c_str());
+        const char *stored = getenv("QUALDIR");
+        snprintf(qualifierCopy, sizeof(qualifierCopy), "%s", stored != nullptr ? stored : "");
+    }
+}
+
+void chooseCommonDir(const char *configured) {
+    const char *fromEnvironment = getenv("LGKIT_COMMON_DIR");
+    const char *chosen = configured != nullptr && *configured != '\0' ? configured
+                         : fromEnvironment != nullptr                 ? fromEnvironment
+                                                                      : DEFAULT_COMMON_DIR;
+    snprintf(commonDir, sizeof(commonDir), "%s", chosen);
+}
+
+void fixLogFileName(LgkObject *handler) {
+    int found = 0;
+    char *name = api.getObjProp(handler, "fileName", &found);
+    if (found == 0) {
+        return;
+    }
+    const char *leaf = name != nullptr && *name != '\0' ? name : "dc-native.log";
+    const std::string path =
+        std::string(commonDir) + "/ZYK/logs/" + qualifierCopy + "/" + std::string(leaf).substr(0, MAX_NAME);
+    snprintf(logFilePath, sizeof(logFilePath), "%s", path.c_str());
+    api.memoryFree(name);
+    api.setObjProp(handler, "fileName", logFilePath);
+}
+
+void fixFfdcBaseDir(LgkObject *handler) {
+    std::string base = std::string(commonDir) + "/ZYK/";
+    const char *configured = getenv("LGKIT_FFDC_BASEDIR");
+    if (configured != nullptr) {
+        base += configured;
+    } else {
+        char *own = api.getBaseDir(handler);
+        base += own != nullptr && *own != '\0' ? own : "FFDC";
+        api.memoryFree(own);
+    }
+    if (*qualifierCopy != '\0') {
+        base += std::string("/") + qualifierCopy;
+    }
+    api.setBaseDir(handler, base.substr(0, MAX_NAME - 1).c_str());
+}
+
+// Files below the common log directory are looked for in this server's own directory instead.
+std::string qualifiedFile(const std::string &file, const std::string &prefix) {
+    const size_t at = file.find(prefix);
+    if (at == std::string::npos) {
+        return file;
+    }
+    const size_t end = at + prefix.size();
+    return file.substr(0, end) + qualifierCopy + "/" + file.substr(end);
+}
+
+std::string qualifiedFileList(const char *list) {
+    const std::string prefix = std::string(commonDir) + "/ZYK/logs/";
+    const std::string files = list;
+    std::string result;
+    int count = 0;
+    for (size_t at = 0; at <= files.size(); ++count) {
+        const size_t comma = files.find(',', at);
+        const size_t end = comma == std::string::npos ? files.size() : comma;
+        if (count == MAX_FFDC_FILES) {
+            fprintf(stderr, "Number of files sepcified exceeds the maximum limit %d\n", MAX_FFDC_FILES);
+            break;
+        }
+        if (end > at) {
+            result += qualifiedFile(files.substr(at, end - at), prefix) + " ";
+        }
+        at = end + 1;
+    }
+    return result.substr(0, MAX_NAME - 1);
+}
+
+void fixFfdcFileList(LgkObject *handler) {
+    if (*qualifierCopy == '\0') {
+        return;
+    }
+    char *list = api.getFiles(handler);
+    if (list != nullptr) {
+        api.setFiles(handler, qualifiedFileList(list).c_str());
+        api.memoryFree(list);
+    }
+}
+
+// ---------------------------------------------------------------- objects
+
+bool openPropertyFile(const LgKitPaths &paths) {
+    char path[MAX_NAME];
+    if (paths.runtimeDir != nullptr) {
+        snprintf(path, sizeof(path), "%.224s/%.30s", paths.runtimeDir, PROPERTY_FILE);
+        if (api.openToolkit(path) == 1) {
+            return true;
+        }
+    }
+    snprintf(path, sizeof(path), "%.219s/etc/%.30s", paths.toolkitDir, PROPERTY_FILE);
+    if (api.openToolkit(path) == 1) {
+        return true;
+    }
+    char last[MAX_NAME];
+    snprintf(last, sizeof(last), "%.219s/etc/%.30s", paths.homeDir, PROPERTY_FILE);
+    printf("WARN: Could not open Toolkit. please check if lgkit property file %s exists. Trying %s \n", path,
+           last);
+    if (api.openToolkit(last) == 1) {
+        return true;
+    }
+    printf("ERROR: Could not open Toolkit. please check if lgkit property file %s exists. \n", last);
+    fflush(stdout);
+    return false;
+}
+
+struct TracerSlot {
+    Relaxed<LgkObject *> *slot;
+    const char *objectName;
+    const char *messageName;
+};
+
+void readInitialLevel(LgkObject *tracer, const char *messageName, const char **level) {
+    int found = 0;
+    *level = api.getObjProp(tracer, "level", &found);
+    if (*level == nullptr) {
+        printf("ERROR: Could not get the level of %s .\n", messageName);
+    }
+}
+
+bool missing(LgkObject *object, const char *kind, const char *messageName) {
+    if (object == nullptr) {
+        printf("ERROR: Could not initialize %s '%s'\n", kind, messageName);
+        fflush(stdout);
+    }
+    return object == nullptr;
+}
+
+// Stops at the first object that is missing and leaves the rest null. A missing `ccTracer` goes
+// unnoticed: the test behind it looks at `caTracer` once more.
+bool getLogObjects() {
+    static const TracerSlot tracers[] = {
+        {&naTracer, "logger.dc.na.trace", "DC_NA_TRACER"}, {&eaTracer, "logger.dc.ea.trace", "DC_EA_TRACER"},
+        {&caTracer, "logger.dc.ca.trace", "DC_CA_TRACER"}, {&ccTracer, "logger.dc.cc.trace", "DC_CC_TRACER"},
+        {&gcTracer, "logger.dc.gc.trace", "DC_GC_TRACER"},
+    };
+    msgLogger = api.getObject("logger.dc.msg", nullptr);
+    if (missing(msgLogger, "logger", "DC_LOGGER")) {
+        return false;
+    }
+    const char **level = initialLevels;
+    for (const TracerSlot &tracer : tracers) {
+        LgkObject *object = api.getObject(tracer.objectName, nullptr);
+        *tracer.slot = object;
+        LgkObject *tested = tracer.slot == &ccTracer ? caTracer.get() : object;
+        if (missing(tested, "tracer", tracer.messageName)) {
+            return false;
+        }
+        readInitialLevel(object, tracer.messageName, level++);
+    }
+    traceLogger = api.getObject("logger.dc.trace", nullptr);
+    return !missing(traceLogger, "tracer", "DC_TRACER");
+}
+
+void fixHandlers() {
+    for (const char *name : {"handler.file.dc.msg", "handler.file.dc.trace"}) {
+        LgkObject *handler = api.getObject(name, "lgk_filehandler");
+        if (handler != nullptr) {
+            fixLogFileName(handler);
+        }
+        api.releaseObject(handler);
+    }
+    LgkObject *ffdc = api.getObject("handler.ffdc.dc", nullptr);
+    if (ffdc != nullptr) {
+        fixFfdcBaseDir(ffdc);
+        fixFfdcFileList(ffdc);
+    }
+    api.releaseObject(ffdc);
+}
+
+} // namespace
+
+void openLgKit(const LgKitPaths &paths) {
+    if (lgkitOpen) {
+        return;
+    }
+    extendCatalogPath(paths.toolkitDir);
+    chooseQualifier(paths);
+    if (!bindToolkit()) {
+        return;
+    }
+    messageSetNumber = 1;
+    api.initFFDCExtensions();
+    char codeset[MAX_NAME];
+    snprintf(codeset, sizeof(codeset), "%.247s/codeset", paths.toolkitDir);
+    api.nlsSetDir(codeset);
+    if (!openPropertyFile(paths) || !getLogObjects()) {
+        return;
+    }
+    setLogLevel(traceLogger, LGK_DEBUG_MAX);
+    chooseCommonDir(paths.lgkitCommonDir);
+    const char *named = getenv("PROBE_CATALOG_NAME");
+    snprintf(catalog, sizeof(catalog), "%s", named != nullptr ? named : "zykprobeMessages");
+    fixHandlers();
+    lgkitOpen = true;
+}
+
+int messageSet() { return messageSetNumber; }
+
+const char *catalogName() { return catalog; }
+
+const char *logQualifier() { return qualifierCopy; }
+
+bool getStatisticsEnabled() { return statisticsEnabled; }
+
+void setStatisticsEnabled(bool enabled) { statisticsEnabled = enabled; }
+
+void setLogLevel(LgkObject *object, int level) {
+    if (object != nullptr) {
+        api.setObjPropInt(object, "level", level);
+    }
+}
+
+void traceText(const char *text) {
+    LgkObject *sink = traceLogger;
+    if (sink != nullptr) {
+        lgkApi.text(sink, text, 0);
+    } else {
+        printf("%.499s", text);
+    }
+}
+
+void traceFormat(const char *format, ...) {
+    char text[1024];
+    va_list args;
+    va_start(args, format);
+    vsnprintf(text, sizeof(text), format, args);
+    va_end(args);
+    traceText(text);
+}

@@ -1,0 +1,56 @@
+#include "ProbeState.h"
+
+#include <cstring>
+
+Relaxed<bool> dcDisabledOption(false);
+Relaxed<bool> vmDeadSeen(false);
+Relaxed<bool> jvmShuttingDown(false);
+Relaxed<bool> heapDumpEnabled(true);
+Relaxed<bool> initDebug(false);
+int processId = 0;
+int64_t agentLoadTimeMillis = 0;
+JavaVM *realJvm = nullptr;
+
+Relaxed<bool> probeDisabled(true);
+Relaxed<bool> probeStopped(true);
+Relaxed<bool> eventAgentReady(false);
+Relaxed<bool> networkAgentReady(false);
+Relaxed<bool> restartOnToFromL1Flag(false);
+
+Relaxed<uint32_t> probeLevel(0);
+Relaxed<bool> probeLevelIsDefault(false);
+Relaxed<bool> suppressL3Collection(false);
+Relaxed<bool> suppressGCEventCollection(false);
+Relaxed<bool> disableNestedRequests(false);
+
+ServerFacts serverFacts;
+
+Relaxed<bool (*)(JNIEnv *)> disableToolkitHook(nullptr);
+
+namespace {
+
+void storeReadiness(Relaxed<bool> &own, const Relaxed<bool> &other, bool ready) {
+    if (own == ready) {
+        return;
+    }
+    own = ready;
+    // Both agents may report at once: without the fence each could miss the other's store.
+    std::atomic_thread_fence(std::memory_order_seq_cst);
+    if (ready && other) {
+        probeDisabled = false;
+    }
+}
+
+} // namespace
+
+void notifyEventAgentStatus(bool ready) { storeReadiness(eventAgentReady, networkAgentReady, ready); }
+
+void notifyNetworkAgentStatus(bool ready) { storeReadiness(networkAgentReady, eventAgentReady, ready); }
+
+void copyFact(char *target, size_t room, const char *text) {
+    if (text == nullptr || *text == '\0') {
+        return;
+    }
+    strncpy(target, text, room - 1);
+    target[room - 1] = '\0';
+}

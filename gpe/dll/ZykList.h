@@ -1,0 +1,233 @@
+// Singly linked queue of pointers that it does not own; optionally synchronised by one lock for all its
+// operations. Nodes are made and freed outside the lock. `size()` and the iterator take no lock.
+#pragma once
+
+#include "NamedObject.h"
+#include "Relaxed.h"
+#include "ZykLock.h"
+
+#include <cstdint>
+#include <type_traits>
+
+template <typename T>
+class ZykList : public virtual NamedObject {
+    static_assert(std::is_pointer_v<T>, "ZykList holds pointers");
+
+    struct Node {
+        T value;
+        Node *next;
+    };
+
+public:
+    explicit ZykList(bool isSynchronised)
+        : NamedObject("ZykList"), lock(isSynchronised ? new ZykLock : nullptr), synchronised(isSynchronised) {}
+
+    ~ZykList() override {
+        clear();
+        delete lock;
+    }
+
+    // False for a null value, which is not queued.
+    bool append(T value) {
+        if (value == nullptr) {
+            return false;
+        }
+        Node *node = new Node{value, nullptr};
+        const Guard guard(*this);
+        (tail != nullptr ? tail->next : head) = node;
+        tail = node;
+        count += 1;
+        return true;
+    }
+
+    void prepend(T value) {
+        Node *node = new Node{value, nullptr};
+        const Guard guard(*this);
+        node->next = head;
+        head = node;
+        if (tail == nullptr) {
+            tail = node;
+        }
+        count += 1;
+    }
+
+    // Null when empty.
+    T removeFirst() {
+        Node *node = unlinkFirst();
+        T value = node != nullptr ? node->value : nullptr;
+        delete node;
+        return value;
+    }
+
+    // Removes the first node that holds `value`; false if there is none.
+    bool remove(T value) {
+        Node *node = unlink(value);
+        delete node;
+        return node != nullptr;
+    }
+
+    // Puts the whole chain of `other` in front and leaves `other` empty. Null does nothing.
+    void prependAll(ZykList *other) {
+        if (other == nullptr) {
+            return;
+        }
+        const Guard guard(*this);
+        const Guard otherGuard(*other);
+        if (other->head == nullptr) {
+            return;
+        }
+        other->tail->next = head;
+        head = other->head;
+        if (tail == nullptr) {
+            tail = other->tail;
+        }
+        count += other->count;
+        other->forget();
+    }
+
+    // Moves up to `most` nodes from the head, in order, to the end of `other`, which is private to the
+    // caller, in one hold of this list's lock. Returns how many.
+    int32_t cutFirst(int32_t most, ZykList &other) {
+        const Guard guard(*this);
+        Node *first = head;
+        Node *last = nullptr;
+        int32_t moved = 0;
+        for (Node *node = head; node != nullptr && moved < most; node = node->next) {
+            last = node;
+            ++moved;
+        }
+        if (moved == 0) {
+            return 0;
+        }
+        head = last->next;
+        if (head == nullptr) {
+            tail = nullptr;
+        }
+        last->next = nullptr;
+        (other.tail != nullptr ? other.tail->next : other.head) = first;
+        other.tail = last;
+        count -= moved;
+        other.count += moved;
+        return moved;
+    }
+
+    // Frees the nodes; the values are untouched.
+    void clear() {
+        Node *chain = nullptr;
+        {
+            const Guard guard(*this);
+            chain = head;
+            forget();
+        }
+        while (chain != nullptr) {
+            Node *next = chain->next;
+            delete chain;
+            chain = next;
+        }
+    }
+
+    int32_t size() const { return count; }
+
+    // Takes the lock once, so that its monitor exists before threads race for it.
+    void prepareLock() { const Guard guard(*this); }
+
+    // A cursor over a list that no other thread shortens meanwhile. `next()` is null at the end.
+    class Iterator {
+    public:
+        explicit Iterator(const ZykList &list) : cursor(list.head) {}
+        T next() {
+            if (cursor == nullptr) {
+                return nullptr;
+            }
+            T value = cursor->value;
+            cursor = cursor->next;
+            return value;
+        }
+
+    private:
+        const Node *cursor;
+    };
+
+    // A copy of the values in order, taken under the lock: calls `visit(value)` for each without the lock held.
+    // For walks over a list that other threads append to.
+    template <typename Visit>
+    void forEachSnapshot(Visit visit) {
+        int32_t taken = 0;
+        T *values = nullptr;
+        {
+            const Guard guard(*this);
+            values = new T[static_cast<size_t>(count.get())];
+            for (const Node *node = head; node != nullptr; node = node->next) {
+                values[taken++] = node->value;
+            }
+        }
+        for (int32_t i = 0; i < taken; ++i) {
+            visit(values[i]);
+        }
+        delete[] values;
+    }
+
+private:
+    class Guard {
+    public:
+        explicit Guard(ZykList &guarded) : list(guarded) {
+            if (list.synchronised) {
+                list.lock->lock();
+            }
+        }
+        ~Guard() {
+            if (list.synchronised) {
+                list.lock->unlock();
+            }
+        }
+        Guard(const Guard &) = delete;
+        Guard &operator=(const Guard &) = delete;
+
+    private:
+        ZykList &list;
+    };
+
+    void forget() {
+        head = nullptr;
+        tail = nullptr;
+        count = 0;
+    }
+
+    Node *unlinkFirst() {
+        const Guard guard(*this);
+        Node *node = head;
+        if (node != nullptr) {
+            takeOut(&head, nullptr);
+        }
+        return node;
+    }
+
+    Node *unlink(T value) {
+        const Guard guard(*this);
+        Node *before = nullptr;
+        for (Node **link = &head; *link != nullptr; link = &(*link)->next) {
+            if ((*link)->value == value) {
+                Node *node = *link;
+                takeOut(link, before);
+                return node;
+            }
+            before = *link;
+        }
+        return nullptr;
+    }
+
+    void takeOut(Node **link, Node *before) {
+        Node *node = *link;
+        *link = node->next;
+        if (tail == node) {
+            tail = before;
+        }
+        count -= 1;
+    }
+
+    Relaxed<int32_t> count{0};
+    Node *tail = nullptr;
+    Node *head = nullptr;
+    ZykLock *lock;
+    const bool synchronised;
+};

@@ -1,0 +1,13 @@
+// The argument vector of the process, the JVM's own options included.
+// Filled once on the launching thread, read by all threads afterwards, never freed.
+#pragma once
+
+extern char **commandLineArgs;  // null-terminated; null until filled
+extern int commandLineArgCount; // without the terminating null
+
+// Fills both. Where the vector cannot be read the result is an empty, null-terminated array.
+void getCommandLineArgs();
+
+// The text after `prefix` in the first argument that begins with it and has more text behind it;
+// null if there is none. The result points into `commandLineArgs`.
+const char *findCommandLineValue(const char *prefix);
