@@ -1,0 +1,197 @@
+package com.qel.morvex.norak.dc.eventagent;
+
+import java.util.List;
+import java.util.concurrent.CopyOnWriteArrayList;
+
+/**
+ * The natives through which instrumented code reports its work, and the pool of native event agents.
+ *
+ * <p>For all that report: begin and end must come on the same thread, one end for each begin; a null string is
+ * taken as empty; over-long texts are cut; nothing throws, but without the agent every native throws
+ * {@link UnsatisfiedLinkError}. A call may wait while the collector catches up with a backlog. Those with an
+ * {@code int} result give the number of the calling thread in the collected data.
+ */
+public final class NativeEventAgentImpl {
+    private static final List<EventListener> LISTENERS = new CopyOnWriteArrayList<EventListener>();
+
+    private NativeEventAgentImpl() {
+    }
+
+    // HTTP. Exactly one of finish and error ends a request.
+
+    /** @param unused any value */
+    public static native int startHttpRequestNative(int unused, String requestName, String applicationName,
+            String url, String userId);
+
+    /** The name "JSP_CANCEL_REQUEST" ends all requests that are open on the thread. */
+    public static native int finishHttpRequestNative(String requestName);
+
+    public static native int errorHttpRequestNative(String requestName, String applicationName, String err);
+
+    // SQL, connection pools, naming, mail, data objects
+
+    public static native void beginSQLRequestNative(String sql, String dataSrcName);
+
+    public static native void endSQLRequestNative(String sql, String dataSrcName);
+
+    public static native void beginJCARequestNative(String poolName, String prodName);
+
+    public static native void endJCARequestNative(String poolName, String prodName);
+
+    public static native void beginJNDIRequestNative(String lookupName, String url);
+
+    public static native void endJNDIRequestNative(String lookupName, String url);
+
+    public static native void beginMailRequestNative(String subject, String mailServURL);
+
+    public static native void endMailRequestNative(String subject, String mailServURL);
+
+    public static native void beginJDORequestNative(String className, String methodName, String argumentString);
+
+    public static native void endJDORequestNative(String className, String methodName, String argumentString);
+
+    // Messaging
+
+    /** @param jmsType 1 to 4; any other value is reported as 3 */
+    public static native void beginJMSRequestNative(int jmsType, String queName, String provUrl, String sel);
+
+    public static native void endJMSRequestNative(int jmsType, String queName, String provUrl, String sel);
+
+    public static native void beginXQRequestNative(String queueMgrName, String queueName, int type);
+
+    /** @param gpsToken the correlation token that went with the message; read only if {@code gpsSend} */
+    public static native void endXQRequestNative(String queueMgr, String queueName, int type, byte[] gpsToken,
+            boolean gpsSend);
+
+    // Components, remote calls, web services
+
+    /**
+     * @param data u16 length of all that follows, then bean, method and application, each with a u16 length
+     * @param count the number of bytes of {@code data} that count
+     */
+    public static native int beginEJBRequestNative(byte[] data, int count);
+
+    public static native int endEJBRequestNative();
+
+    public static native int startIIOPClientRequestNative(String className, String methodName);
+
+    public static native int finishIIOPClientRequestNative(String className, String methodName);
+
+    public static native int startIIOPServerRequestNative(String className, String methodName);
+
+    public static native int finishIIOPServerRequestNative(String className, String methodName);
+
+    public static native void wsHelperClientRequestNative(String appName, String requestName, String url);
+
+    public static native void wsHelperClientResponseNative(String appName, String requestName, String url);
+
+    public static native void wsHelperClientFaultNative(String appName, String faultCode, String faultString);
+
+    public static native void wsHelperProviderRequestNative(String appName, String requestName, String url);
+
+    public static native void wsHelperProviderResponseNative(String appName, String requestName, String url);
+
+    public static native void wsHelperProviderFaultNative(String appName, String faultCode, String faultString);
+
+    public static native int genericStartEventNative(int id, int nCtxProps, Object[] ctxValues);
+
+    public static native int genericStopEventNative(int id);
+
+    public static native void genericExceptionEventNative(int id, int nCtxProps, Object[] ctxValues);
+
+    // Single records
+
+    /** Exception text, class and method that threw it, stack trace. */
+    public static native void sendExceptionNative(String ex, String cn, String mn, String st);
+
+    /** @param snapShotTime milliseconds since 1970; {@code avgTimeTaken} in milliseconds */
+    public static native void sendGWXRecordNative(String gatewayName, String serverName, String progName,
+            long snapShotTime, int count, long avgTimeTaken);
+
+    /** Nothing is sent unless all arrays are there and {@code arrLength} is positive and that of {@code type}. */
+    public static native void sendXQIRecordNative(String mgrName, String queueName, long snapShotTime, byte[] type,
+            int[] count, long[] avgTimeTaken, int arrLength);
+
+    public static native void setPSStatusEventNative(String status);
+
+    public static native void sendDroppedEventRecordNative();
+
+    public static native void issueTraceRequestNative();
+
+    /**
+     * @param levels the sampling rates, at least 4
+     * @param useDefault non-zero to make the receiver use its own
+     */
+    public static native void setSamplingRatesNative(int[] levels, int useDefault);
+
+    // Questions about the calling thread
+
+    /** Number of requests that are open on the thread. */
+    public static native int getNumPendingRequests();
+
+    /** The thread's number in the collected data; it gets one if it has none. */
+    public static native int getEnvNative();
+
+    /** Fills {@code times}; leaves it alone if the thread is not being collected. */
+    public static native void getThreadTimesNative(Object times);
+
+    // The pool of event agents
+
+    /** Number of event agents, at least 1. */
+    public static native int getAgentCountNative();
+
+    /** Lends the calling thread to agent {@code id} (from 0); returns when the agent has stopped. */
+    public static native void startThreadNative(int id);
+
+    /** Asks agent {@code id} to stop and waits until it has left its thread. */
+    public static native void stopThreadNative(int id);
+
+    /** Events that wait in all queues. */
+    public static native int getNumberOfEventsNative();
+
+    /** The collector's estimate of its native memory, in bytes. */
+    public static native int getTotalBytesConsumedNative();
+
+    // Listeners
+
+    /** Tells the native half which class to ask; only the first call counts. */
+    public static native void initNative();
+
+    /** Without a listener the native half does not ask. */
+    public static native void indicateNumberOfListeners(int count);
+
+    /** Switches the asking of listeners on; it starts off. */
+    public static native void enableEntryExitTraceNative();
+
+    public static native void disableEntryExitTraceNative();
+
+    /** Adds a listener, which is asked while the entry and exit trace is on. Null is ignored. */
+    public static synchronized void addListener(EventListener listener) {
+        if (listener != null) {
+            LISTENERS.add(listener);
+            initNative();
+            indicateNumberOfListeners(LISTENERS.size());
+        }
+    }
+
+    public static synchronized void removeListener(EventListener listener) {
+        LISTENERS.remove(listener);
+        indicateNumberOfListeners(LISTENERS.size());
+    }
+
+    /**
+     * Called by the native half for each request event: false drops the event, which any listener may want.
+     * A listener that throws has no say.
+     */
+    public static boolean notifyListeners(int eventType) {
+        boolean keep = true;
+        for (EventListener listener : LISTENERS) {
+            try {
+                keep &= listener.onEvent(eventType);
+            } catch (RuntimeException ignored) {
+                // The event must not get lost, nor the request fail, for a listener's fault.
+            }
+        }
+        return keep;
+    }
+}

@@ -1,0 +1,100 @@
+package com.qel.morvex.norak.toolkit.ai.runtimebuilder;
+
+import com.zykora.probe.support.OperatorNotes;
+import com.zykora.probe.support.ServerSettings;
+import java.io.File;
+import java.io.FilenameFilter;
+import java.io.IOException;
+import java.nio.file.FileAlreadyExistsException;
+import java.nio.file.Files;
+
+/**
+ * Finds the runtime directory of this server and, on the server's first start, makes it from the samples that
+ * were installed in {@code <am.home>/etc}. A directory that holds anything belongs to the operator and is left
+ * as it is. The native half calls this once, before any other Java code of the collector runs.
+ */
+public final class RuntimeBuilder {
+    private static final FilenameFilter SAMPLES = new FilenameFilter() {
+        @Override
+        public boolean accept(File directory, String name) {
+            return name.endsWith(".properties");
+        }
+    };
+
+    private static volatile String runtimeDir;
+
+    private RuntimeBuilder() {
+    }
+
+    /** The process's whole command line, JVM options included. */
+    public static native String[] getJavaCommandLineArgs();
+
+    /**
+     * Decides on the runtime directory and makes it if it is missing or empty.
+     *
+     * @param directory the directory that the agent's options name; null or empty stands for
+     *     {@code <norak61.home>/runtime/<platform>.<node>.<server>}
+     * @return true if the directory stands and holds something
+     */
+    public static boolean buildRuntime(String directory) {
+        String wanted = directory == null || directory.isEmpty() ? defaultDirectory() : directory;
+        runtimeDir = wanted;
+        if (wanted == null) {
+            return false;
+        }
+        try {
+            return hasEntries(new File(wanted)) || copySamples(new File(wanted));
+        } catch (IOException | RuntimeException e) {
+            OperatorNotes.once("Cannot make the runtime directory " + wanted + ": " + e);
+            return false;
+        }
+    }
+
+    /** The directory decided on, as it was spelt; null before that, or if it is unknown. */
+    public static String getRuntimeDirName() {
+        return runtimeDir;
+    }
+
+    private static String defaultDirectory() {
+        String norakHome = ServerSettings.norakHome();
+        String platform = ServerSettings.platform();
+        if (norakHome == null || platform == null) {
+            return null;
+        }
+        return norakHome + "/runtime/" + platform + "." + ServerSettings.nodeName() + "."
+                + ServerSettings.serverName();
+    }
+
+    private static boolean copySamples(File target) throws IOException {
+        File[] samples = samples();
+        if (samples.length == 0) {
+            return false;
+        }
+        if (!target.isDirectory() && !target.mkdirs()) {
+            throw new IOException("no directory can be made here");
+        }
+        for (File sample : samples) {
+            copyUnlessThere(sample, new File(target, sample.getName()));
+        }
+        return true;
+    }
+
+    private static File[] samples() {
+        String home = ServerSettings.home();
+        File[] files = home == null ? null : new File(home, "etc").listFiles(SAMPLES);
+        return files == null ? new File[0] : files;
+    }
+
+    private static void copyUnlessThere(File sample, File target) throws IOException {
+        try {
+            Files.copy(sample.toPath(), target.toPath());
+        } catch (FileAlreadyExistsException another) {
+            // A server started at the same moment was faster: its file is as good as ours.
+        }
+    }
+
+    private static boolean hasEntries(File directory) {
+        String[] names = directory.list();
+        return names != null && names.length > 0;
+    }
+}

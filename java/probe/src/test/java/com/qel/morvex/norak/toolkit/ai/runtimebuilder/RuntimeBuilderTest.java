@@ -1,0 +1,92 @@
+package com.qel.morvex.norak.toolkit.ai.runtimebuilder;
+
+import static org.junit.jupiter.api.Assertions.assertEquals;
+import static org.junit.jupiter.api.Assertions.assertFalse;
+import static org.junit.jupiter.api.Assertions.assertNull;
+import static org.junit.jupiter.api.Assertions.assertTrue;
+
+import com.zykora.probe.RestoredProperties;
+import java.io.IOException;
+import java.nio.file.Files;
+import java.nio.file.Path;
+import java.util.Arrays;
+import org.junit.jupiter.api.BeforeEach;
+import org.junit.jupiter.api.Test;
+import org.junit.jupiter.api.extension.ExtendWith;
+import org.junit.jupiter.api.io.TempDir;
+
+@ExtendWith(RestoredProperties.class)
+class RuntimeBuilderTest {
+    @TempDir
+    Path root;
+
+    @BeforeEach
+    void install() throws IOException {
+        Path samples = Files.createDirectories(root.resolve("home/etc"));
+        Files.writeString(samples.resolve("datacollector.properties"), "k=sample");
+        Files.writeString(samples.resolve("dc.env.properties"), "# none");
+        Files.writeString(samples.resolve("am.mod"), "1");
+        System.setProperty("am.home", root.resolve("home").toString());
+    }
+
+    @Test
+    void makesTheNamedDirectoryFromTheSamples() throws IOException {
+        Path wanted = root.resolve("deep/er/runtime");
+        assertTrue(RuntimeBuilder.buildRuntime(wanted.toString()));
+        assertEquals(wanted.toString(), RuntimeBuilder.getRuntimeDirName());
+        assertEquals("k=sample", Files.readString(wanted.resolve("datacollector.properties")));
+        assertTrue(Files.exists(wanted.resolve("dc.env.properties")));
+        assertFalse(Files.exists(wanted.resolve("am.mod")), "only properties files are samples");
+    }
+
+    @Test
+    void fillsAnEmptyDirectoryButLeavesAnyOtherAlone() throws IOException {
+        Path empty = Files.createDirectory(root.resolve("empty"));
+        assertTrue(RuntimeBuilder.buildRuntime(empty.toString()));
+        assertTrue(Files.exists(empty.resolve("datacollector.properties")));
+
+        Path owned = Files.createDirectory(root.resolve("owned"));
+        Files.writeString(owned.resolve("datacollector.properties"), "k=edited");
+        assertTrue(RuntimeBuilder.buildRuntime(owned.toString()));
+        assertEquals("k=edited", Files.readString(owned.resolve("datacollector.properties")));
+        assertFalse(Files.exists(owned.resolve("dc.env.properties")));
+    }
+
+    @Test
+    void computesTheDirectoryWhenTheOptionsNameNone() {
+        System.setProperty("norak61.home", root.resolve("norak").toString());
+        System.setProperty("appserver.platform", "tomcat10");
+        System.setProperty("am.nodename", "node1");
+        for (String nothing : Arrays.asList(null, "")) {
+            System.setProperty("am.appserver", nothing == null ? "shop" : "bank");
+            assertTrue(RuntimeBuilder.buildRuntime(nothing));
+            String expected = root + "/norak/runtime/tomcat10.node1." + (nothing == null ? "shop" : "bank");
+            assertEquals(expected, RuntimeBuilder.getRuntimeDirName());
+            assertTrue(Files.exists(Path.of(expected, "datacollector.properties")));
+        }
+        System.clearProperty("am.nodename");
+        System.clearProperty("am.appserver");
+        RuntimeBuilder.buildRuntime("");
+        assertTrue(RuntimeBuilder.getRuntimeDirName().endsWith("/tomcat10.defaultnode.appserver"));
+    }
+
+    @Test
+    void leavesThingsAloneWhereHomesAreUnknown() {
+        assertFalse(RuntimeBuilder.buildRuntime(""), "no product home");
+        assertNull(RuntimeBuilder.getRuntimeDirName());
+
+        System.clearProperty("am.home");
+        String wanted = root.resolve("runtime").toString();
+        assertFalse(RuntimeBuilder.buildRuntime(wanted), "no samples");
+        assertEquals(wanted, RuntimeBuilder.getRuntimeDirName());
+        assertFalse(Files.exists(Path.of(wanted)));
+    }
+
+    @Test
+    void survivesPlacesWhereNoDirectoryCanStand() throws IOException {
+        Path file = Files.writeString(root.resolve("file"), "");
+        assertFalse(RuntimeBuilder.buildRuntime(file.toString()));
+        assertFalse(RuntimeBuilder.buildRuntime(file.resolve("below").toString()));
+        assertFalse(RuntimeBuilder.buildRuntime("bad\0name"));
+    }
+}
