@@ -120,7 +120,13 @@ void freeJVMPIEvent(JVMPI_Event *event) {
     }
 }
 
-JVMPIWrapper::~JVMPIWrapper() { deleteJVMWrapper(); }
+JVMPIWrapper::~JVMPIWrapper() {
+    phase = JVMTI_PHASE_DEAD;
+    if (jvmpiWrapper == this) {
+        deleteJVMWrapper();
+        jvmpiWrapper = nullptr;
+    }
+}
 
 bool JVMPIWrapper::monitorsAllowed() const {
     const uint32_t now = phase;

@@ -7,7 +7,7 @@
 #include <cstring>
 
 jvmtiEnv *jvmti = nullptr;
-bool gcProcessorPresent = false;
+GCProcessor *gcProcessor = nullptr;
 
 namespace {
 
@@ -138,7 +138,7 @@ void enableThreadAndClassEvents() {
     setEventMode(JVMTI_ENABLE, JVMTI_EVENT_THREAD_START);
     setEventMode(JVMTI_ENABLE, JVMTI_EVENT_THREAD_END);
     setEventMode(JVMTI_ENABLE, JVMTI_EVENT_CLASS_FILE_LOAD_HOOK);
-    if (gcProcessorPresent) {
+    if (gcProcessor != nullptr) {
         setEventMode(JVMTI_ENABLE, JVMTI_EVENT_GARBAGE_COLLECTION_START);
         setEventMode(JVMTI_ENABLE, JVMTI_EVENT_GARBAGE_COLLECTION_FINISH);
     }

@@ -34,5 +34,12 @@ void enableThreadAndClassEvents();
 void disableAllEvents();
 void relinquishCapabilities();
 
-// Set when a native garbage-collection processor is plugged in. None is: the route stays dormant.
-extern bool gcProcessorPresent;
+// Takes the JVM's garbage-collection events when it is plugged in. None is: the pointer stays null and the
+// route with its capability, callbacks and events stays dormant.
+class GCProcessor {
+public:
+    virtual ~GCProcessor() = default;
+    virtual void gcStart() = 0;
+    virtual void gcFinish() = 0;
+};
+extern GCProcessor *gcProcessor;

@@ -6,7 +6,6 @@
 
 #include "NamedObject.h"
 #include "Relaxed.h"
-#include "ThreadData.h"
 #include "ZykLock.h"
 
 #include <cstdint>
@@ -21,6 +20,8 @@ public:
     virtual bool setThreadPriority(JNIEnv *env, int priority) = 0; // of the Java threads; false on failure
     virtual int32_t getTotalDataSize() = 0;                         // bytes queued
 };
+
+class ThreadData;
 
 class MemoryMonitor : public virtual NamedObject {
 public:
@@ -42,9 +43,12 @@ public:
     void checkTurboMode(JNIEnv *env);
 
     // The admission gate at the head of every event-making native: true means drop this call.
-    // In turbo mode the calling thread may wait here until the mode ends. `td`, if given, takes the calling
-    // thread's record (null if there is none), so that the native needs no second lookup.
-    bool shouldReject(JNIEnv *env, ThreadData **td = nullptr);
+    // In turbo mode the calling thread may wait here until the mode ends.
+    bool shouldReject(JNIEnv *env);
+
+    // For the thread that runs the turbo control, on its way out: ends turbo mode, so that every thread that
+    // waits at the gate goes on. Does nothing in normal mode.
+    void leaveTurboMode(JNIEnv *env);
 
     // The last computed total, bytes.
     uint32_t getMemoryTaken() const { return memoryTaken; }
@@ -59,13 +63,14 @@ private:
     void readMemoryLimits();
     int32_t readTurboLimit(const char *key, float defaultShare, int32_t fallback, const char *zeroText,
                            const char *invalidText);
+    void readPriorities();
     void logProperties();
     void setResetTimer();
     void switchToTurboMode(JNIEnv *env);
     void switchToNormalMode(JNIEnv *env);
     bool refusedInTurbo(ThreadData *td);
     bool refusedByLimit(ThreadData *td);
-    void passTurboLock();
+    bool passTurboLock();
 
     ZykLock *lock;
     Relaxed<uint32_t> memoryTaken{0};
@@ -80,30 +85,40 @@ private:
     int32_t naNormalPriority = 7;
     int32_t eaNormalPriority = 5;
     int32_t naNormalSleep = 2000;
-    const int32_t eaNormalSleep = 2000;
+    const int32_t eaNormalSleep = 2000; // the event agents' own sleep is never read back
     Relaxed<bool> allowNew{true};
 };
 
 extern Relaxed<MemoryMonitor *> memoryMonitor;
 
-// Refused new data: the gate for natives that run with no monitor, or the monitor's answer.
-bool rejectEvent(JNIEnv *env, ThreadData **td);
+// The gate as natives call it: refuses also while no monitor exists.
+inline bool shouldReject(JNIEnv *env) {
+    MemoryMonitor *monitor = memoryMonitor;
+    return monitor == nullptr || monitor->shouldReject(env);
+}
 
-// Limits and running averages that weigh an event before it exists in full. The samples have no lock: a lost
+extern Relaxed<bool> notAccepting; // the accept control has stopped new data
+
+// Limits of texts in events (bytes kept, the NUL included) and the running averages that weigh a text before
+// its event exists in full.
+extern Relaxed<int32_t> urlLimit;
+extern Relaxed<int32_t> sqlLimit;
+extern Relaxed<int32_t> averageUrlLength;
+extern Relaxed<int32_t> averageSqlLength;
+
+// Measures the first 254 texts of its kind, sets the average once and then rests. Without a lock: a lost
 // update only moves an estimate.
-class TextWeight {
+class TextSamples {
 public:
-    constexpr TextWeight(int32_t startLimit, int32_t startAverage) : limit(startLimit), average(startAverage) {}
-    void reset(int32_t newLimit, int32_t newAverage);
-    void sample(int32_t bytes); // the mean of the first 254 samples becomes the average, for good
-
-    Relaxed<int32_t> limit;   // bytes kept of a text, the NUL included
-    Relaxed<int32_t> average; // estimated bytes of a text
+    explicit constexpr TextSamples(Relaxed<int32_t> &averageLength) : average(averageLength) {}
+    void add(int32_t bytes);
+    void reset();
 
 private:
+    Relaxed<int32_t> &average;
     Relaxed<uint16_t> samples{0};
     Relaxed<uint32_t> sampleBytes{0};
 };
 
-extern TextWeight urlWeight;
-extern TextWeight sqlWeight;
+extern TextSamples urlSamples;
+extern TextSamples sqlSamples;

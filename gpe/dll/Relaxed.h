@@ -13,6 +13,7 @@ public:
     Relaxed &operator=(const Relaxed &) = delete;
 
     operator T() const { return get(); }
+    T operator->() const { return get(); } // for pointers
     T get() const { return word.load(std::memory_order_relaxed); }
     T operator=(T value) {
         word.store(value, std::memory_order_relaxed);

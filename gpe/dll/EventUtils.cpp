@@ -1,0 +1,458 @@
+#include "EventUtils.h"
+
+#include "EventAssembly.h"
+#include "ProbeLgKit.h"
+#include "ProbeState.h"
+#include "ThreadMgr.h"
+#include "platform.h"
+
+#include <algorithm>
+#include <cstdlib>
+
+using namespace assembly;
+
+namespace {
+
+// ---------------------------------------------------------------- listeners
+
+Relaxed<bool> notificationOn(false);
+Relaxed<int32_t> listenerCount(0);
+Relaxed<jclass> notifyClass(nullptr);
+Relaxed<jmethodID> notifyMethod(nullptr);
+
+// An exception of a listener counts as its consent.
+bool listenersAgree(JNIEnv *env, const Event &event) {
+    if (!notificationOn || notifyMethod == nullptr || listenerCount < 1) {
+        return true;
+    }
+    const jboolean answer =
+        env->CallStaticBooleanMethod(notifyClass, notifyMethod, static_cast<jint>(event.type));
+    return clearException(env) || answer == JNI_TRUE;
+}
+
+} // namespace
+
+void setNotifyTarget(JNIEnv *env, jclass cls) {
+    if (notifyClass != nullptr || cls == nullptr) {
+        return;
+    }
+    const jmethodID method = findStaticMethod(env, cls, "notifyListeners", "(I)Z");
+    if (method != nullptr) {
+        notifyClass = static_cast<jclass>(env->NewGlobalRef(cls));
+        notifyMethod = method;
+    }
+}
+
+void setListenerCount(jint count) { listenerCount = count; }
+
+void setEntryExitNotification(bool on) { notificationOn = on; }
+
+void appendRequestEvent(JNIEnv *env, ThreadData *thr, Event *request) {
+    if (!listenersAgree(env, *request)) {
+        delete request;
+        return;
+    }
+    if (thr == nullptr) {
+        thr = callingThread(env);
+    }
+    if (thr == nullptr) {
+        messageWarn(1045, "ThreadData creation failed");
+        delete request;
+        return;
+    }
+    thr->appendEvent(request);
+}
+
+// ---------------------------------------------------------------- requests with names
+
+namespace {
+
+bool hasStorage(const ThreadData *storage, const char *signature) {
+    if (storage == nullptr) {
+        AM_TRACE(ccTracer, LGK_DEBUG_MAX, signature, "thread local storage is NULL");
+    }
+    return storage != nullptr;
+}
+
+char *nameCopy(JNIEnv *env, jstring name, int32_t *kept = nullptr) {
+    return jniStringCopyLimited(env, name, urlLimit, CutAt::AnyByte, kept);
+}
+
+// Names of an end stay null: nothing of them goes out.
+void copyNames(JNIEnv *env, RequestEvent &request, jstring requestName, jstring applicationName, jstring url) {
+    constexpr char signature[] = "sendRequest( JNIEnv *env, ThreadData *storage, RequestEvent *request )";
+    if (requestName != nullptr || request.requestName == nullptr) {
+        request.requestName = nameCopy(env, requestName);
+    }
+    request.applicationName = nameCopy(env, applicationName);
+    if (url != nullptr) {
+        int32_t kept = 0;
+        request.url = nameCopy(env, url, &kept);
+        urlSamples.add(kept);
+    } else {
+        AM_TRACE(ccTracer, LGK_DEBUG_MAX, signature, "url is null");
+    }
+    if (requestName == nullptr) {
+        AM_TRACE(ccTracer, LGK_DEBUG_MAX, signature, "request name is null");
+    }
+    if (applicationName == nullptr) {
+        AM_TRACE(ccTracer, LGK_DEBUG_MAX, signature, "application name is null");
+    }
+    if (request.userId == nullptr) {
+        request.userId = textCopy(env, nullptr);
+    }
+}
+
+} // namespace
+
+void sendRequest(JNIEnv *env, ThreadData *storage, RequestEvent *request, jstring requestName,
+                 jstring applicationName, jstring url) {
+    if (!hasStorage(storage, "sendRequest()")) {
+        delete request;
+        return;
+    }
+    request->threadId = storage->threadId;
+    takeClocks(*request, storage, clocksOf(request->subType));
+    if (request->subType != Event::SUB_END) {
+        copyNames(env, *request, requestName, applicationName, url);
+    }
+    request->size = sizeof(RequestEvent);
+    addWeight(*request, averageUrlLength);
+    appendRequestEvent(env, storage, request);
+}
+
+void sendEJBRequest(JNIEnv *env, ThreadData *storage, EJBEvent *request) {
+    if (!hasStorage(storage, "sendEJBRequest()")) {
+        delete request;
+        return;
+    }
+    request->threadId = storage->threadId;
+    getCurrentTime(&request->timeSec, &request->timeUSec);
+    if (request->timeSec == storage->lastEjbTimeSec && request->timeUSec == storage->lastEjbTimeUSec) {
+        request->cpuTime = storage->lastCpuTime;
+    } else {
+        request->cpuTime = threadCpuTime(storage);
+        if (request->subType == Event::SUB_END) {
+            getCurrentTime(&request->timeSec, &request->timeUSec);
+        }
+        storage->lastEjbTimeSec = request->timeSec;
+        storage->lastEjbTimeUSec = request->timeUSec;
+    }
+    addWeight(*request, averageUrlLength);
+    appendRequestEvent(env, storage, request);
+}
+
+// ---------------------------------------------------------------- SQL
+
+namespace {
+
+void copyStatement(JNIEnv *env, SQLEvent &event, jstring sql, jstring dataSrcName) {
+    constexpr char signature[] = "beginInternalSQLRequest( JNIEnv *env, jstring sql, jstring dataSrcName )";
+    event.dataSourceName = textCopy(env, dataSrcName);
+    if (dataSrcName == nullptr) {
+        AM_TRACE(ccTracer, LGK_DEBUG_MAX, signature, "data source name is null");
+    }
+    int32_t kept = 0;
+    event.sql = jniStringCopyLimited(env, sql, sqlLimit, CutAt::Character, &kept);
+    if (sql != nullptr) {
+        sqlSamples.add(kept);
+    }
+    AM_TRACE(ccTracer, LGK_DEBUG_MAX, signature, "Data Source Name:%s, SQL:%s",
+             static_cast<const char *>(event.dataSourceName), static_cast<const char *>(event.sql));
+}
+
+// An end is charged as its begin, though it has no strings: measuring text would cost more than it tells.
+void beginInternalSQLRequest(JNIEnv *env, ThreadData *td, jstring sql, jstring dataSrcName) {
+    if (td != nullptr) {
+        ++td->requestDepth;
+    }
+    SQLEvent *event = newEvent<SQLEvent>(td, Event::SUB_START);
+    takeClocks(*event, td, Clocks::WallFirst);
+    copyStatement(env, *event, sql, dataSrcName);
+    addWeight(*event, averageSqlLength);
+    appendRequestEvent(env, td, event);
+}
+
+void endInternalSQLRequest(JNIEnv *env, ThreadData *td) {
+    SQLEvent *event = newEvent<SQLEvent>(td, Event::SUB_END);
+    takeClocks(*event, td, Clocks::CpuFirst);
+    addWeight(*event, averageSqlLength);
+    appendRequestEvent(env, td, event);
+    leave(td);
+}
+
+bool reportedByWrapper(const ThreadData *td) { return td != nullptr && td->sqlWrapperDepth >= 1; }
+
+} // namespace
+
+void beginSQLRequest(JNIEnv *env, jobject, jstring sql, jstring dataSrcName) {
+    AM_TRACE_SCOPE(ccTracer, LGK_DEBUG_MAX, "beginSQLRequest( JNIEnv *env, jobject thisObject, jstring sql )");
+    ThreadData *td = callingThread(env);
+    if (td != nullptr) {
+        if (suppressBegin(td)) {
+            return;
+        }
+        ++td->sqlWrapperDepth;
+    }
+    beginInternalSQLRequest(env, td, sql, dataSrcName);
+}
+
+void endSQLRequest(JNIEnv *env, jobject, jstring, jstring) {
+    AM_TRACE_SCOPE(ccTracer, LGK_DEBUG_MAX, "endSQLRequest( JNIEnv *env, jobject thisObject, jstring sql )");
+    ThreadData *td = callingThread(env);
+    if (td != nullptr) {
+        if (suppressEnd(td)) {
+            return;
+        }
+        --td->sqlWrapperDepth;
+    }
+    endInternalSQLRequest(env, td);
+}
+
+void beginJDBCSQLRequest(JNIEnv *env, jobject, jstring sql, jstring dataSrcName) {
+    ThreadData *td = callingThread(env);
+    if (!reportedByWrapper(td)) {
+        beginInternalSQLRequest(env, td, sql, dataSrcName);
+    }
+}
+
+void endJDBCSQLRequest(JNIEnv *env, jobject, jstring, jstring) {
+    ThreadData *td = callingThread(env);
+    if (!reportedByWrapper(td)) {
+        endInternalSQLRequest(env, td);
+    }
+}
+
+// ---------------------------------------------------------------- resources of a request
+
+namespace {
+
+auto jmsTexts(Event::JMS_ACTION act, jstring server, jstring queue, jstring sel) {
+    return [=](JMSEvent &event, Texts &texts) {
+        event.action = act;
+        texts.weigh(event.server, server);
+        texts.weigh(event.queue, queue);
+        texts.copy(event.selector, sel);
+    };
+}
+
+auto jcaTexts(jstring eis) {
+    return [=](JCAEvent &event, Texts &texts) { texts.weigh(event.eis, eis); };
+}
+
+auto jndiTexts(jstring url, jstring lookup) {
+    return [=](JNDIEvent &event, Texts &texts) {
+        texts.weigh(event.url, url);
+        texts.weigh(event.lookup, lookup);
+    };
+}
+
+auto mailTexts(jstring url, jstring subject) {
+    return [=](MailEvent &event, Texts &texts) {
+        texts.weigh(event.url, url);
+        texts.weigh(event.subject, subject);
+    };
+}
+
+auto xqTexts(jstring queueName, jstring queueMgrName, jint act) {
+    return [=](XQEvent &event, Texts &texts) {
+        event.action = act;
+        texts.weigh(event.queueName, queueName);
+        texts.weigh(event.queueMgrName, queueMgrName);
+    };
+}
+
+auto jdoTexts(jstring className, jstring methodName, jstring argumentString) {
+    return [=](JDOEvent &event, Texts &texts) {
+        texts.weigh(event.className, className);
+        texts.weigh(event.argumentString, argumentString);
+        texts.cutTo16Bits();
+        texts.weigh(event.methodName, methodName);
+    };
+}
+
+} // namespace
+
+void beginJMSRequest(JNIEnv *env, Event::JMS_ACTION act, jstring server, jstring queue, jstring sel) {
+    beginRequest<JMSEvent>(env, Rule::Nested, jmsTexts(act, server, queue, sel));
+}
+void endJMSRequest(JNIEnv *env, Event::JMS_ACTION act, jstring server, jstring queue, jstring sel) {
+    endRequest<JMSEvent>(env, Rule::Nested, jmsTexts(act, server, queue, sel));
+}
+
+void beginJCARequest(JNIEnv *env, jstring eis) { beginRequest<JCAEvent>(env, Rule::Nested, jcaTexts(eis)); }
+void endJCARequest(JNIEnv *env, jstring eis) { endRequest<JCAEvent>(env, Rule::Nested, jcaTexts(eis)); }
+
+void beginJNDIRequest(JNIEnv *env, jstring url, jstring lookup) {
+    beginRequest<JNDIEvent>(env, Rule::Nested, jndiTexts(url, lookup));
+}
+void endJNDIRequest(JNIEnv *env, jstring url, jstring lookup) {
+    endRequest<JNDIEvent>(env, Rule::Nested, jndiTexts(url, lookup));
+}
+
+void beginJavaMailRequest(JNIEnv *env, jstring url, jstring subject) {
+    beginRequest<MailEvent>(env, Rule::Plain, mailTexts(url, subject));
+}
+void endJavaMailRequest(JNIEnv *env, jstring url, jstring subject) {
+    endRequest<MailEvent>(env, Rule::Plain, mailTexts(url, subject));
+}
+
+void beginXQRequest(JNIEnv *env, jstring queueName, jstring queueMgrName, jint act) {
+    beginRequest<XQEvent>(env, Rule::Plain, xqTexts(queueName, queueMgrName, act));
+}
+void endXQRequest(JNIEnv *env, jstring queueName, jstring queueMgrName, jint act) {
+    endRequest<XQEvent>(env, Rule::Plain, xqTexts(queueName, queueMgrName, act));
+}
+
+// A call that opens a thread's outermost level is only counted, its end likewise.
+void beginJDORequest(JNIEnv *env, jstring className, jstring methodName, jstring argumentString) {
+    ThreadData *td = callingThread(env);
+    if (enter(td, Rule::Any) && (td == nullptr || td->requestDepth > 1)) {
+        completeAndAppend(env, td, newEvent<JDOEvent>(td, Event::SUB_START),
+                          jdoTexts(className, methodName, argumentString));
+    }
+}
+
+void endJDORequest(JNIEnv *env, jstring className, jstring methodName, jstring argumentString) {
+    ThreadData *td = callingThread(env);
+    if (!mayEnd(td, Rule::Nested)) {
+        return;
+    }
+    if (td == nullptr || td->requestDepth > 1) {
+        completeAndAppend(env, td, newEvent<JDOEvent>(td, Event::SUB_END),
+                          jdoTexts(className, methodName, argumentString));
+    }
+    leave(td);
+}
+
+// Both records carry the raised depth. The pair is made after the call, so both take the CPU clock first.
+void processGpsXQRequest(JNIEnv *env, jstring queueName, jstring, jint act, int8_t *gpsToken, int32_t len) {
+    ThreadData *td = callingThread(env);
+    if (td != nullptr && td->requestDepth == 0) {
+        free(gpsToken);
+        return;
+    }
+    if (td != nullptr) {
+        ++td->requestDepth;
+    }
+    GPSXQEvent *begin = newEvent<GPSXQEvent>(td, Event::SUB_START);
+    takeClocks(*begin, td, Clocks::CpuFirst);
+    begin->action = act;
+    begin->queueName = textCopy(env, queueName);
+    begin->gpsToken = gpsToken;
+    begin->tokenLength = gpsToken != nullptr ? len : 0;
+    appendRequestEvent(env, td, begin);
+    completeAndAppend(env, td, newEvent<GPSXQEvent>(td, Event::SUB_END),
+                      [=](GPSXQEvent &event, Texts &) { event.action = act; });
+    leave(td);
+}
+
+// ---------------------------------------------------------------- requests of the server
+
+void beginBeanRequest(JNIEnv *env, jclass, int8_t *data, int32_t count) {
+    ThreadData *td = callingThread(env);
+    if (!enter(td, Rule::Any)) {
+        free(data);
+        return;
+    }
+    EJBEvent *event = newEvent<EJBEvent>(td, Event::SUB_START);
+    event->data = data;
+    event->count = count;
+    sendEJBRequest(env, td, event);
+}
+
+// The event carries the depth of the level that it closes.
+void endBeanRequest(JNIEnv *env, jclass) {
+    ThreadData *td = callingThread(env);
+    if (mayEnd(td, Rule::Any)) {
+        EJBEvent *event = newEvent<EJBEvent>(td, Event::SUB_END);
+        leave(td);
+        sendEJBRequest(env, td, event);
+    }
+}
+
+void appendCommonEvent(JNIEnv *env, Event::EventType type, Event::EventSubType subType, jstring className,
+                       jstring methodName) {
+    const auto names = [=](CommonEvent &event, Texts &) {
+        if (event.subType == Event::SUB_START) {
+            event.className = textCopy(env, className);
+            event.methodName = textCopy(env, methodName);
+        }
+    };
+    if (type == Event::TYPE_IIOP_SERVER) {
+        countedRequest<IIOPServerEvent>(env, subType, names);
+    } else {
+        countedRequest<CommonEvent>(env, subType, names);
+    }
+}
+
+// ---------------------------------------------------------------- generic events
+
+namespace {
+
+// The count has one byte on the wire; what the array does not hold is left out too.
+int32_t usableValues(JNIEnv *env, jint nCtxProps, jobjectArray ctxValues) {
+    constexpr jint MOST = 255;
+    if (ctxValues == nullptr) {
+        return 0;
+    }
+    return std::max(0, std::min({nCtxProps, env->GetArrayLength(ctxValues), MOST}));
+}
+
+void copyContextValues(JNIEnv *env, jobjectArray source, ContextValues &target, Texts &texts) {
+    const LocalRef<jclass> stringClass(env, env->FindClass("java/lang/String"));
+    if (clearException(env)) {
+        return;
+    }
+    for (int32_t i = 0; i < target.nCtxProps; ++i) {
+        const LocalRef<jobject> value(env, env->GetObjectArrayElement(source, i));
+        if (clearException(env)) {
+            return;
+        }
+        if (value && env->IsInstanceOf(value.get(), stringClass.get()) == JNI_TRUE) {
+            texts.weigh(target.ctxValues[i], static_cast<jstring>(value.get()));
+        }
+    }
+    texts.cutTo16Bits();
+}
+
+} // namespace
+
+void beginGenericEvent(JNIEnv *env, jint id, jint nCtxProps, jobjectArray ctxValues) {
+    if (nCtxProps == 0 || ctxValues == nullptr) {
+        return;
+    }
+    ThreadData *td = callingThread(env);
+    if (!enter(td, Rule::Any)) {
+        return;
+    }
+    GenericEvent *event = newEvent<GenericEvent>(td, Event::TYPE_GENERIC_START, id,
+                                                 usableValues(env, nCtxProps, ctxValues));
+    takeClocks(*event, td, Clocks::WallFirst);
+    Texts texts(env);
+    copyContextValues(env, ctxValues, *event, texts);
+    addWeight(*event, texts.weight());
+    appendRequestEvent(env, td, event);
+}
+
+// The event carries the depth of the level that it closes.
+void endGenericEvent(JNIEnv *env, jint id) {
+    ThreadData *td = callingThread(env);
+    if (!mayEnd(td, Rule::Any)) {
+        return;
+    }
+    GenericEvent *event = newEvent<GenericEvent>(td, Event::TYPE_GENERIC_STOP, id, 0);
+    takeClocks(*event, td, Clocks::WallFirst);
+    leave(td);
+    appendRequestEvent(env, td, event);
+}
+
+void exceptionGenericEvent(JNIEnv *env, jint id, jint nCtxProps, jobjectArray ctxValues) {
+    ThreadData *td = callingThread(env);
+    GenericExceptionEvent *event =
+        newThreadEvent<GenericExceptionEvent>(td, id, usableValues(env, nCtxProps, ctxValues));
+    Texts texts(env);
+    copyContextValues(env, ctxValues, *event, texts);
+    addWeight(*event, texts.weight());
+    appendRequestEvent(env, td, event);
+}

@@ -1,0 +1,84 @@
+// Turns one native call into an event of the calling thread: pairs begins with ends through the thread's
+// request depth, decides whether the call counts, takes the clocks, copies the Java strings, and hands the
+// event to the thread's queue. Called on application threads, behind the admission gate. Nothing here throws
+// into Java or reports to it: every failure is an event less. A null string is an empty string.
+#pragma once
+
+#include "Event.h"
+
+#include <cstdint>
+#include <jni.h>
+
+class ThreadData;
+
+// Hands an event to its thread's queue, unless a Java listener refuses its type. Takes ownership in every
+// case. A null `thr` is replaced by the calling thread's data.
+void appendRequestEvent(JNIEnv *env, ThreadData *thr, Event *request);
+
+// Complete a request event (names, clocks, weight) and append it; with a null `storage` it is destroyed.
+// Names are cut at `urlLimit` bytes.
+void sendRequest(JNIEnv *env, ThreadData *storage, RequestEvent *request, jstring requestName,
+                 jstring applicationName, jstring url);
+// Two events of a thread within the same millisecond share their clocks.
+void sendEJBRequest(JNIEnv *env, ThreadData *storage, EJBEvent *request);
+
+// Statements. The wrapper's pair is recorded in and outside requests; the driver's pair only where no
+// wrapper has reported the statement already. `sql` is cut at `sqlLimit` bytes, before a broken character.
+void beginSQLRequest(JNIEnv *env, jobject thisObject, jstring sql, jstring dataSrcName);
+void endSQLRequest(JNIEnv *env, jobject thisObject, jstring sql, jstring dataSrcName);
+void beginJDBCSQLRequest(JNIEnv *env, jobject thisObject, jstring sql, jstring dataSrcName);
+void endJDBCSQLRequest(JNIEnv *env, jobject thisObject, jstring sql, jstring dataSrcName);
+
+// Calls of a request to other resources; ignored outside a request.
+void beginJMSRequest(JNIEnv *env, Event::JMS_ACTION act, jstring server, jstring queue, jstring sel);
+void endJMSRequest(JNIEnv *env, Event::JMS_ACTION act, jstring server, jstring queue, jstring sel);
+void beginJCARequest(JNIEnv *env, jstring eis);
+void endJCARequest(JNIEnv *env, jstring eis);
+void beginJNDIRequest(JNIEnv *env, jstring url, jstring lookup);
+void endJNDIRequest(JNIEnv *env, jstring url, jstring lookup);
+void beginJDORequest(JNIEnv *env, jstring className, jstring methodName, jstring argumentString);
+void endJDORequest(JNIEnv *env, jstring className, jstring methodName, jstring argumentString);
+void beginJavaMailRequest(JNIEnv *env, jstring url, jstring subject);
+void endJavaMailRequest(JNIEnv *env, jstring url, jstring subject);
+void beginXQRequest(JNIEnv *env, jstring queueName, jstring queueMgrName, jint act);
+void endXQRequest(JNIEnv *env, jstring queueName, jstring queueMgrName, jint act);
+// A correlated message as a begin and end pair. Takes over `gpsToken` (`len` bytes from malloc, may be null).
+void processGpsXQRequest(JNIEnv *env, jstring queueName, jstring queueMgrName, jint act, int8_t *gpsToken,
+                         int32_t len);
+
+// Requests of the server itself; recorded everywhere.
+// Takes over `data` (`count` bytes from malloc): the record's payload as it goes out.
+void beginBeanRequest(JNIEnv *env, jclass thisClass, int8_t *data, int32_t count);
+void endBeanRequest(JNIEnv *env, jclass thisClass);
+// Nothing for no values or a null array; values that are no strings count as null.
+void beginGenericEvent(JNIEnv *env, jint id, jint nCtxProps, jobjectArray ctxValues);
+void endGenericEvent(JNIEnv *env, jint id);
+void exceptionGenericEvent(JNIEnv *env, jint id, jint nCtxProps, jobjectArray ctxValues);
+// Type 45 (client) or 46 (server).
+void appendCommonEvent(JNIEnv *env, Event::EventType type, Event::EventSubType subType, jstring className,
+                       jstring methodName);
+
+// Records that stand alone.
+void appendExceptionEvent(JNIEnv *env, jstring exception, jstring class_name, jstring method_name,
+                          jstring stacktrace);
+void appendGWXEvent(JNIEnv *env, jstring gatewayName, jstring serverName, jstring progName,
+                    jlong snapShotTime, jint count, jlong avgTimeTaken);
+// Takes the three arrays over (`arrLength` elements each, from malloc).
+void appendXQIEvent(JNIEnv *env, jstring mgrName, jstring queueName, jlong snapShotTime, int8_t *type,
+                    int32_t *count, int64_t *avgTimeTaken, int32_t arrLength);
+void appendDroppedRecEvent(JNIEnv *env);
+
+// Records without a thread of their own: they go to the special queue of the first event agent.
+void appendSamplingRateEvent(JNIEnv *env, const int32_t *levels, int32_t useDefault); // four levels
+void appendPSStatusRecEvent(JNIEnv *env, jstring mesg);
+
+// The last sampling rates, kept for resending.
+constexpr int SAMPLING_LEVELS = 4;
+void storeSamplingRates(const int32_t *levels, int32_t useDefault);
+void resendSamplingRates(JNIEnv *env);
+
+// Java listeners may veto events by their type: static `boolean notifyListeners(int)` of `cls`. The target is
+// set once.
+void setNotifyTarget(JNIEnv *env, jclass cls);
+void setListenerCount(jint count);
+void setEntryExitNotification(bool on);

@@ -1,0 +1,133 @@
+#include "JVMTIAgent.h"
+
+#include "InstrumentJNI.h"
+#include "JVMTIUtils.h"
+#include "ProbeLgKit.h"
+#include "ProbeMgr.h"
+#include "PropertyMgr.h"
+#include "ThreadData.h"
+#include "ThreadMgr.h"
+#include "platform.h"
+#include "zykora.h"
+
+#include <cstdio>
+#include <cstring>
+#include <new>
+
+Relaxed<JVMTIAgent *> jvmtiAgent(nullptr);
+
+namespace {
+
+// A thread has its names from its start on; they never change.
+void copyName(std::atomic<char *> &target, const char *name) {
+    if (name == nullptr || target.load(std::memory_order_relaxed) != nullptr) {
+        return;
+    }
+    char *copy = dupString(name);
+    if (copy == nullptr) {
+        AM_TRACE(ccTracer, LGK_DEBUG_MAX, "ThreadStartEventHandler( JVMPI_Event *event )",
+                 "Failed to allocate memory");
+        return;
+    }
+    target.store(copy, std::memory_order_release);
+}
+
+void ThreadStartEventHandler(const JVMPI_Event *event) {
+    ThreadMgr *threads = threadMgr;
+    ThreadData *thread = threads != nullptr ? threads->getThreadData(event->env_id) : nullptr;
+    if (thread != nullptr) {
+        copyName(thread->threadName, event->thread_name);
+        copyName(thread->groupName, event->group_name);
+    }
+}
+
+void ThreadEndEventHandler(const JVMPI_Event *event) {
+    ThreadMgr *threads = threadMgr;
+    ThreadData *thread = threads != nullptr ? threads->findThreadData(event->env_id) : nullptr;
+    if (thread != nullptr) {
+        thread->resetOnThreadEnd();
+    }
+}
+
+// That mode gives the capability up, which is costly for the JVM.
+void relinquishTaggingInEvexMode() {
+    const char *mode = stringProperty("dc.operation.mode", nullptr);
+    if (mode != nullptr && strcmp(mode, "evex") == 0) {
+        jvmtiCapabilities given{};
+        given.can_tag_objects = 1;
+        AM_CHECK_JVMTI(jvmti->RelinquishCapabilities(&given), "RelinquishCapabilities");
+    }
+}
+
+} // namespace
+
+JVMTIAgent *JVMTIAgent::getInstance() {
+    if (jvmtiAgent == nullptr) {
+        jvmtiAgent = new (std::nothrow) JVMTIAgent();
+    }
+    return jvmtiAgent;
+}
+
+JVMTIAgent::JVMTIAgent() : wrapper(new (std::nothrow) JVMPIWrapper(JVMTI_PHASE_ONLOAD)), phase(JVMTI_PHASE_ONLOAD) {
+    jvmpiWrapper = wrapper;
+    eventInterface = wrapper;
+    initializeJVMWrapper();
+    lock = new (std::nothrow) ZykLock(true);
+}
+
+JVMTIAgent::~JVMTIAgent() { phase = JVMTI_PHASE_DEAD; }
+
+void JVMTIAgent::setPhase(uint32_t value) {
+    phase = value;
+    if (wrapper != nullptr) {
+        wrapper->phase = value;
+    }
+}
+
+int JVMTIAgent::handleOnLoad(JavaVM *vm, const char *options, void *) {
+    realJvm = vm;
+    fflush(stdout);
+    wrapper->realJvm = vm;
+    ProbeMgr::onLoadInitialize(fakeJvm, options);
+    uint32_t sec = 0;
+    uint32_t usec = 0;
+    getCurrentTime(&sec, &usec);
+    agentLoadTimeMillis = static_cast<int64_t>(sec) * 1000 + usec / 1000;
+    messageInfo(1081, "Native Library Build TIME : %s DATE: %s", __TIME__, __DATE__);
+    processId = getProcessId();
+    return ProbeMgr::initializeJVMPI() ? 0 : -1;
+}
+
+void JVMTIAgent::handleVMInit(jvmtiEnv *, JNIEnv *env, jthread) {
+    bootstrapAllowed = true;
+    JVMPI_Event event{JVMPI_EVENT_JVM_INIT_DONE, env, nullptr, nullptr, nullptr};
+    if (ProbeMgr::onBootstrapInitialize(env)) {
+        if (!bootstrapDone) {
+            registerBcmBootstrapNative(&event);
+        }
+        relinquishTaggingInEvexMode();
+    }
+    notifyJVMInitDone(&event);
+}
+
+void JVMTIAgent::handleThreadStart(jvmtiEnv *, JNIEnv *jni_env, jthread thread) {
+    if (probeDisabled) {
+        return;
+    }
+    JVMPI_Event *event = wrapper->mapThreadData2JVMPI_Event(jni_env, thread, true, true);
+    if (event != nullptr) {
+        ThreadStartEventHandler(event);
+    }
+    freeJVMPIEvent(event);
+}
+
+void JVMTIAgent::handleThreadEnd(jvmtiEnv *, JNIEnv *jni_env, jthread thread) {
+    if (probeDisabled) {
+        return;
+    }
+    JVMPI_Event *event = wrapper->mapThreadData2JVMPI_Event(jni_env, thread, false, false);
+    if (event != nullptr) {
+        ThreadEndEventHandler(event);
+    }
+    freeJVMPIEvent(event);
+}

@@ -1,0 +1,263 @@
+// The skin towards the JVM: the exported entry points, the choice whether the agent runs at all, the JVMTI
+// environment with its capabilities and callbacks, and one handler per JVM event. No property and no logger
+// exist before VM init: messages of start-up go to the console with the prefix "##".
+#include "GCNotificator.h"
+#include "JVMTIAgent.h"
+#include "JVMTIUtils.h"
+#include "ProbeMgr.h"
+#include "ProbeState.h"
+#include "ZykLock.h"
+#include "cmdline.h"
+#include "platform.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <strings.h>
+
+namespace {
+
+constexpr jint JVMTI_WANTED = 0x30010166; // 1.1.102
+constexpr jint CALLBACK_ENTRIES = 35;     // events 50 to 84
+constexpr int DEATH_WAITS = 60;
+constexpr int DEBUG_SLEEP_MS = 30000;
+
+jrawMonitorID jvmtiGlobalLock = nullptr; // around the whole of VM init and the end of VM death
+
+class GlobalLockGuard {
+public:
+    GlobalLockGuard() {
+        if (jvmtiGlobalLock != nullptr) {
+            AM_CHECK_JVMTI(jvmti->RawMonitorEnter(jvmtiGlobalLock), "RawMonitorEnter");
+        }
+    }
+    ~GlobalLockGuard() {
+        if (jvmtiGlobalLock != nullptr) {
+            AM_CHECK_JVMTI(jvmti->RawMonitorExit(jvmtiGlobalLock), "RawMonitorExit");
+        }
+    }
+    GlobalLockGuard(const GlobalLockGuard &) = delete;
+    GlobalLockGuard &operator=(const GlobalLockGuard &) = delete;
+};
+
+// ---------------------------------------------------------------- JVM events
+
+JVMTIAgent *activeAgent() { return dcDisabledOption || vmDeadSeen ? nullptr : jvmtiAgent.get(); }
+
+// The one thing that "disableDC" still does: events flow into handlers that ignore them.
+void JNICALL vmInitHandler(jvmtiEnv *jvmti_env, JNIEnv *env, jthread thread) {
+    if (dcDisabledOption) {
+        enableThreadAndClassEvents();
+        return;
+    }
+    JVMTIAgent *agent = jvmtiAgent;
+    if (agent == nullptr) {
+        return;
+    }
+    agent->setPhase(JVMTI_PHASE_LIVE);
+    const GlobalLockGuard guard;
+    agent->handleVMInit(jvmti_env, env, thread);
+}
+
+// The Java side's shutdown destroys the probe manager; nothing notifies this wait.
+void waitForProbeMgr() {
+    if (instanceCheck == nullptr) {
+        return;
+    }
+    ZykLock local;
+    const ZykLockGuard guard(local);
+    for (int i = 0; i < DEATH_WAITS && instanceCheck != nullptr; ++i) {
+        local.wait(1000);
+    }
+    if (instanceCheck != nullptr) {
+        fputs("WARNING: Probe Manager is still alive!\n", stderr);
+    }
+}
+
+void JNICALL vmDeathHandler(jvmtiEnv *, JNIEnv *) {
+    if (dcDisabledOption) {
+        return;
+    }
+    jvmShuttingDown = true;
+    waitForProbeMgr();
+    JVMTIAgent *agent = jvmtiAgent;
+    if (agent != nullptr) {
+        agent->setPhase(JVMTI_PHASE_DEAD);
+    }
+    const GlobalLockGuard guard;
+    vmDeadSeen = true;
+    jvmtiAgent = nullptr;
+    delete agent;
+}
+
+void JNICALL jvmtiEventThreadStartHandler(jvmtiEnv *jvmti_env, JNIEnv *jni_env, jthread thread) {
+    if (JVMTIAgent *agent = activeAgent()) {
+        agent->handleThreadStart(jvmti_env, jni_env, thread);
+    }
+}
+
+void JNICALL jvmtiEventThreadEndHandler(jvmtiEnv *jvmti_env, JNIEnv *jni_env, jthread thread) {
+    if (JVMTIAgent *agent = activeAgent()) {
+        agent->handleThreadEnd(jvmti_env, jni_env, thread);
+    }
+}
+
+// The start is told whatever the state of the probe, the finish only while it collects.
+void JNICALL gcStartHandler(jvmtiEnv *) {
+    if (activeAgent() != nullptr && gcProcessor != nullptr) {
+        gcProcessor->gcStart();
+    }
+}
+
+void JNICALL gcFinishHandler(jvmtiEnv *) {
+    if (activeAgent() != nullptr && gcProcessor != nullptr && !probeDisabled) {
+        gcProcessor->gcFinish();
+    }
+}
+
+// ---------------------------------------------------------------- set-up of JVMTI
+
+void readHeapDumpSwitch() {
+    const char *value = getenv("AM_HEAPDUMP");
+    if (value != nullptr && (strcmp(value, "false") == 0 || strcmp(value, "0") == 0)) {
+        heapDumpEnabled = false;
+        printf("## Heap dump is disabled.\n");
+    }
+}
+
+void initCapabilities() {
+    jvmtiCapabilities wanted{};
+    AM_CHECK_JVMTI(jvmti->GetCapabilities(&wanted), "GetCapabilities");
+    wanted.can_generate_all_class_hook_events = 1;
+    wanted.can_get_current_thread_cpu_time = 1;
+    if (gcProcessor != nullptr) {
+        wanted.can_generate_garbage_collection_events = 1;
+    }
+    readHeapDumpSwitch();
+    if (heapDumpEnabled) {
+        wanted.can_tag_objects = 1;
+    }
+    AM_CHECK_JVMTI(jvmti->AddCapabilities(&wanted), "AddCapabilities");
+}
+
+void initEventCallbacks() {
+    jvmtiEventCallbacks callbacks{};
+    callbacks.VMInit = vmInitHandler;
+    callbacks.VMDeath = vmDeathHandler;
+    callbacks.ThreadStart = jvmtiEventThreadStartHandler;
+    callbacks.ThreadEnd = jvmtiEventThreadEndHandler;
+    if (gcProcessor != nullptr) {
+        callbacks.GarbageCollectionStart = gcStartHandler;
+        callbacks.GarbageCollectionFinish = gcFinishHandler;
+    }
+    AM_CHECK_JVMTI(jvmti->SetEventCallbacks(&callbacks, CALLBACK_ENTRIES * static_cast<jint>(sizeof(void *))),
+                   "SetEventCallbacks");
+    setEventMode(JVMTI_ENABLE, JVMTI_EVENT_VM_INIT);
+    setEventMode(JVMTI_ENABLE, JVMTI_EVENT_VM_DEATH);
+}
+
+// ---------------------------------------------------------------- switches
+
+bool disabledByEnvironment() {
+    const char *enabled = getenv("AM_DC_ENABLED");
+    return enabled != nullptr && strcasecmp(enabled, "FALSE") == 0;
+}
+
+// The first argument that is long enough to hold "false" decides; shorter ones are passed over.
+bool disabledByCommandLine() {
+    constexpr char prefix[] = "-DNORAK_DC_ENABLED=";
+    constexpr size_t prefixLength = sizeof(prefix) - 1;
+    for (int i = 0; i < commandLineArgCount; ++i) {
+        const char *argument = commandLineArgs[i];
+        if (strlen(argument) >= prefixLength + 5 && strncmp(argument, prefix, prefixLength) == 0) {
+            return strcasecmp(argument + prefixLength, "false") == 0;
+        }
+    }
+    return false;
+}
+
+// True if `word` stands anywhere in the text. The word is expected first, with a comma behind it: that many
+// characters are dropped from the front, if the text is longer.
+bool takeWord(const char *&text, const char *word) {
+    if (strstr(text, word) == nullptr) {
+        return false;
+    }
+    const size_t skipped = strlen(word) + 1;
+    if (strlen(text) > skipped) {
+        text += skipped;
+    }
+    return true;
+}
+
+void handleDebugOption(const char *&text) {
+    const char *rest = text;
+    if (takeWord(rest, "am.debug=on")) {
+        printf("## Sleeping for 30 seconds \n");
+        fflush(stdout);
+        thread_sleep(DEBUG_SLEEP_MS);
+        text = rest;
+    }
+}
+
+bool obtainJvmti(JavaVM *vm) {
+    jvmti = nullptr;
+    if (vm == nullptr) {
+        fputs("## ERROR: JVM Pointer is NULL, cannot proceed. Please check the JDK install \n", stderr);
+        return false;
+    }
+    const jint result = vm->GetEnv(reinterpret_cast<void **>(&jvmti), JVMTI_WANTED);
+    if (result != JNI_OK || jvmti == nullptr) {
+        fprintf(stderr, "## ERROR: Unable to create jvmtiEnv, GetEnv failed, Error No: %d \n", result);
+        return false;
+    }
+    return true;
+}
+
+jint loadAgent(JavaVM *vm, const char *text, void *reserved) {
+    JVMTIAgent *agent = JVMTIAgent::getInstance();
+    if (agent == nullptr) {
+        fputs("## Could not initialize JVMTIAgent \n", stderr);
+        return -1;
+    }
+    if (agent->handleOnLoad(vm, text, reserved) != 0) {
+        fputs("## Failed when processing handleOnLoad, check logs for further information \n", stderr);
+        return -1;
+    }
+    agent->setPhase(JVMTI_PHASE_PRIMORDIAL);
+    return 0;
+}
+
+} // namespace
+
+extern "C" {
+
+// 0 also where the agent has chosen not to run; -1 stops the JVM. `options` is free text that is searched
+// for words; what remains of it names the runtime directory.
+JNIEXPORT jint JNICALL Agent_OnLoad(JavaVM *vm, char *options, void *reserved) {
+    if (disabledByEnvironment()) {
+        return 0;
+    }
+    const char *text = options != nullptr ? options : "";
+    dcDisabledOption = false;
+    handleDebugOption(text);
+    getCommandLineArgs();
+    if (disabledByCommandLine()) {
+        return 0;
+    }
+    if (takeWord(text, "disableDC")) {
+        dcDisabledOption = true;
+    }
+    if (!obtainJvmti(vm)) {
+        return -1;
+    }
+    AM_CHECK_JVMTI(jvmti->CreateRawMonitor("AM_TI_GB_LOCK", &jvmtiGlobalLock), "CreateRawMonitor");
+    AM_CHECK_JVMTI(createGCNotificatorMonitor(), "CreateRawMonitor");
+    initCapabilities();
+    initEventCallbacks();
+    return dcDisabledOption ? 0 : loadAgent(vm, text, reserved);
+}
+
+// All shutdown work happens in VM death.
+JNIEXPORT void JNICALL Agent_OnUnload(JavaVM *) {}
+
+} // extern "C"

@@ -1,0 +1,69 @@
+#include "LockAgentMgr.h"
+
+#include "ProbeLgKit.h"
+
+#include <cstdlib>
+
+Relaxed<LockAgentMgr *> lockAgentMgr(nullptr);
+
+LockAgentMgr::LockAgentMgr() : NamedObject("LockAgentMgr"), locks(11, true, false) {}
+
+LockAgentMgr::~LockAgentMgr() {
+    clear();
+    delete tableLock;
+    delete classLock;
+}
+
+void LockAgentMgr::create() {
+    if (lockAgentMgr == nullptr) {
+        lockAgentMgr = new LockAgentMgr();
+    }
+}
+
+void LockAgentMgr::destroy() {
+    LockAgentMgr *manager = lockAgentMgr;
+    lockAgentMgr = nullptr;
+    delete manager;
+    ZykLock::destroyGlobalLock();
+}
+
+bool LockAgentMgr::initializeAfterJVMPI() {
+    if (eventInterface == nullptr) {
+        AM_TRACE(ccTracer, LGK_DEBUG_MIN, "LockAgentMgr::initializeAfterJVMPI()",
+                 "initializeAfterJVMPI was called before JVMPI was initialized");
+        return false;
+    }
+    ZykLock::populateGlobalLock();
+    tableLock = new ZykLock();
+    classLock = new ZykLock();
+    return true;
+}
+
+void LockAgentMgr::start() {
+    if (tableLock == nullptr) {
+        initializeAfterJVMPI();
+    }
+    AM_TRACE(ccTracer, LGK_DEBUG_MIN, "LockAgentMgr::start()", "LockAgentMgr started");
+}
+
+void LockAgentMgr::stop() {
+    if (tableLock != nullptr) {
+        const ZykLockGuard guard(*tableLock);
+        clear();
+    }
+    AM_TRACE(ccTracer, LGK_DEBUG_MIN, "LockAgentMgr::stop()", "LockAgentMgr stopped");
+}
+
+void LockAgentMgr::clear() {
+    char **names = locks.keys();
+    ZykLock **values = locks.values();
+    locks.clear();
+    for (char **name = names; *name != nullptr; ++name) {
+        free(*name);
+    }
+    for (ZykLock **value = values; *value != nullptr; ++value) {
+        delete *value;
+    }
+    delete[] names;
+    delete[] values;
+}

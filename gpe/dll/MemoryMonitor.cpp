@@ -1,0 +1,356 @@
+#include "MemoryMonitor.h"
+
+#include "Event.h"
+#include "ProbeLgKit.h"
+#include "ProbeState.h"
+#include "PropertyMgr.h"
+#include "ThreadData.h"
+#include "ThreadMgr.h"
+
+#include <algorithm>
+#include <cstdio>
+
+Relaxed<MemoryMonitor *> memoryMonitor(nullptr);
+Relaxed<bool> notAccepting(false);
+Relaxed<int32_t> urlLimit(300);
+Relaxed<int32_t> sqlLimit(5000);
+Relaxed<int32_t> averageUrlLength(100);
+Relaxed<int32_t> averageSqlLength(1000);
+TextSamples urlSamples(averageUrlLength);
+TextSamples sqlSamples(averageSqlLength);
+
+namespace {
+
+constexpr int32_t MEGABYTE = 1000000;
+constexpr int32_t BASE_FOOTPRINT = 4000000;
+constexpr int32_t THREAD_RECORD_SIZE = 232;
+constexpr int32_t TURBO_FLOOR = 4100000;
+constexpr int32_t TURBO_ULIMIT_FALLBACK = 75000000;
+constexpr int32_t TURBO_LLIMIT_FALLBACK = 40000000;
+constexpr uint16_t SAMPLES_WANTED = 254;
+constexpr uint16_t SAMPLES_FROZEN = 65535;
+
+enum TurboState : int { NORMAL = 1, TURBO = 2 };
+
+Relaxed<AgentPool *> eventPool(nullptr);
+Relaxed<AgentPool *> networkPool(nullptr);
+
+int32_t minimumMemory = 0;
+int32_t memoryLimit = 60 * MEGABYTE;
+int32_t acceptThreshold = 2 * MEGABYTE;
+int32_t queueCounterResetIterations = 1800;
+int turboState = NORMAL;
+
+// More bytes than 32 bits can hold count as the most they can.
+int32_t bounded(int64_t bytes) {
+    return static_cast<int32_t>(std::clamp<int64_t>(bytes, INT32_MIN, INT32_MAX));
+}
+
+int32_t megabytes(int32_t count) { return bounded(static_cast<int64_t>(count) * MEGABYTE); }
+
+int32_t truncated(float bytes) {
+    return bytes >= 2147483648.0F ? INT32_MAX : static_cast<int32_t>(bytes);
+}
+
+void appendMarker(ThreadData *td) {
+    DroppedEvent *marker = new DroppedEvent(Event::SUB_ALONE);
+    marker->threadId = td->threadId;
+    td->appendEvent(marker);
+}
+
+} // namespace
+
+// ---------------------------------------------------------------- weights of texts
+
+void TextSamples::add(int32_t bytes) {
+    if (samples == SAMPLES_FROZEN) {
+        return;
+    }
+    sampleBytes += static_cast<uint32_t>(bytes);
+    samples += 1;
+    if (samples == SAMPLES_WANTED) {
+        samples = SAMPLES_FROZEN;
+        average = static_cast<int32_t>(sampleBytes / SAMPLES_WANTED);
+    }
+}
+
+void TextSamples::reset() {
+    samples = 0;
+    sampleBytes = 0;
+}
+
+// ---------------------------------------------------------------- life
+
+MemoryMonitor::MemoryMonitor() : NamedObject("MemoryMonitor"), lock(new ZykLock(true)), turboLock(true) {
+    memoryMonitor = this;
+}
+
+MemoryMonitor::~MemoryMonitor() {
+    memoryMonitor = nullptr;
+    delete lock;
+}
+
+void MemoryMonitor::create() {
+    if (memoryMonitor == nullptr) {
+        new MemoryMonitor();
+    }
+}
+
+void MemoryMonitor::destroy() { delete memoryMonitor.get(); }
+
+void MemoryMonitor::setEventPool(AgentPool *pool) { eventPool = pool; }
+
+void MemoryMonitor::setNetworkPool(AgentPool *pool) { networkPool = pool; }
+
+void MemoryMonitor::start() {
+    initializeSizes();
+    readProperties();
+    setResetTimer();
+    AM_TRACE(ccTracer, LGK_DEBUG_MIN, "MemoryMonitor::start()", "MemoryMonitor started");
+}
+
+void MemoryMonitor::stop() {
+    AM_TRACE(ccTracer, LGK_DEBUG_MIN, "MemoryMonitor::stop()", "MemoryMonitor stoped");
+    memoryTaken = 0;
+}
+
+// ---------------------------------------------------------------- properties
+
+void MemoryMonitor::initializeSizes() {
+    notAccepting = false;
+    memoryLimit = 60 * MEGABYTE;
+    acceptThreshold = 2 * MEGABYTE;
+    urlLimit = 300;
+    sqlLimit = 5000;
+    queueCounterResetIterations = 1800;
+    averageUrlLength = 100;
+    averageSqlLength = 1000;
+    urlSamples.reset();
+    sqlSamples.reset();
+}
+
+void MemoryMonitor::readProperties() {
+    const int64_t packetBytes = longProperty("internal.probe.event.packet.size", 2000) * int64_t{1024};
+    minimumMemory = bounded(BASE_FOOTPRINT + intProperty("eventagent.pool.size", 1) * packetBytes);
+    allowNew = boolProperty("turbomode.allownew", true);
+    urlLimit = longProperty("internal.url.limit", 1000);
+    sqlLimit = longProperty("internal.sql.limit", 5000);
+    readMemoryLimits();
+    readPriorities();
+    turboULimit = readTurboLimit("turbo.mem.ulimit", 0.75F, TURBO_ULIMIT_FALLBACK,
+                                 "turbo.mem.ulimit is 0, invalid value, resetting it to %f",
+                                 "Invalid Turbo Mode ULimit %d, resetting to %d bytes");
+    turboLLimit = readTurboLimit("turbo.mem.llimit", 0.4F, TURBO_LLIMIT_FALLBACK,
+                                 "turbo.mem.llimit is 0, invalid value, resetting it to %f",
+                                 "Invalid Turbo Mode LLimit %d, resetting to %d bytes");
+    naNormalPriority = intProperty("na.thread.priority", 7);
+    eaNormalPriority = intProperty("ea.thread.priority", 5);
+    logProperties();
+}
+
+void MemoryMonitor::readMemoryLimits() {
+    memoryLimit = megabytes(longProperty("internal.memory.limit", 60));
+    if (memoryLimit <= minimumMemory) {
+        memoryLimit = minimumMemory;
+        messageInfo(1051, "Ignoring user specified Memory Limit as it's less than minimum limit, %d MB",
+                    minimumMemory);
+    }
+    acceptThreshold = megabytes(longProperty("internal.memory.accept.threshold", 2));
+    if (acceptThreshold > memoryLimit - minimumMemory) {
+        acceptThreshold = (memoryLimit - minimumMemory) / 2;
+        AM_TRACE(ccTracer, LGK_DEBUG_MIN, "MemoryMonitor::readProperties()",
+                 "Accept threshold is greater than Max Limit - Min Limit, using %d", acceptThreshold);
+    }
+}
+
+void MemoryMonitor::readPriorities() {
+    naTurboPriority = intProperty("na.turbo.priority", 10);
+    naTurboSleep = intProperty("na.turbo.sleep", 20);
+    eaTurboPriority = intProperty("ea.turbo.priority", 8);
+    eaTurboSleep = intProperty("ea.turbo.sleep", 20);
+}
+
+int32_t MemoryMonitor::readTurboLimit(const char *key, float defaultShare, int32_t fallback,
+                                      const char *zeroText, const char *invalidText) {
+    float share = floatProperty(key, defaultShare);
+    if (share == 0.0F) {
+        share = defaultShare;
+        char text[128];
+        snprintf(text, sizeof(text), zeroText, static_cast<double>(share));
+        traceInfo("%s", text);
+    }
+    const int32_t limit = truncated(static_cast<float>(memoryLimit) * share);
+    if (limit <= TURBO_FLOOR) {
+        traceInfo(invalidText, limit, fallback);
+        return fallback;
+    }
+    return limit;
+}
+
+void MemoryMonitor::logProperties() {
+    messageInfo(1052,
+                " Memory Monitor properties, ULimit %d bytes, Accept Threshold %d bytes, URL Limit: %d, SQL "
+                "Limit: %d",
+                memoryLimit, acceptThreshold, urlLimit.get(), sqlLimit.get());
+    traceInfo("Memory Monitor properties, ULimit %d bytes, Accept Threshold %d bytes, URL Limit: %d, SQL "
+              "Limit: %d TurboLLimit: %d, TurboULimit: %d",
+              memoryLimit, acceptThreshold, urlLimit.get(), sqlLimit.get(), turboLLimit, turboULimit);
+    traceInfo("EA Normal Priority: %d, EA Turbo Priority: %d, EA Turbo Sleep: %d ", eaNormalPriority,
+              eaTurboPriority, eaTurboSleep);
+    traceInfo("NA Normal Priority: %d, NA Turbo Priority: %d, NA Turbo Sleep: %d ", naNormalPriority,
+              naTurboPriority, naTurboSleep);
+}
+
+void MemoryMonitor::setResetTimer() {
+    const int32_t seconds = std::max(0, longProperty("internal.counter.resettime", 3600));
+    const int32_t period = longProperty("internal.probe.publishing.frequency", 2000) / 1000;
+    queueCounterResetIterations =
+        static_cast<int32_t>(static_cast<double>(seconds) / static_cast<double>(period <= 0 ? 1 : period));
+    messageInfo(1053, "Queue counter resets every %d iterations", queueCounterResetIterations);
+}
+
+// ---------------------------------------------------------------- accept control
+
+bool MemoryMonitor::checkForULimit(uint32_t eventBytes) {
+    AgentPool *network = networkPool;
+    ThreadMgr *threads = threadMgr;
+    const uint32_t networkBytes =
+        network != nullptr ? static_cast<uint32_t>(network->getTotalDataSize()) : 0;
+    const uint32_t threadCount = threads != nullptr ? static_cast<uint32_t>(threads->getThreadCount()) : 0;
+    const uint32_t total =
+        eventBytes + networkBytes + threadCount * THREAD_RECORD_SIZE + static_cast<uint32_t>(minimumMemory);
+    memoryTaken = total;
+    if (total >= static_cast<uint32_t>(memoryLimit)) {
+        if (!notAccepting) {
+            messageInfo(1054,
+                        "Memory Limit reached, datacollector stopped accepting data, Limit: %ld Memory "
+                        "Utilization: %ld",
+                        static_cast<long>(memoryLimit), static_cast<long>(total));
+            notAccepting = true;
+        }
+    } else if (notAccepting && total <= static_cast<uint32_t>(memoryLimit - acceptThreshold)) {
+        notAccepting = false;
+        messageInfo(1055,
+                    "Memory Utlization below Limit, datacollector is accepting data, Limit: %ld Memory "
+                    "Utilization: %ld",
+                    static_cast<long>(memoryLimit), static_cast<long>(total));
+    }
+    return notAccepting;
+}
+
+// ---------------------------------------------------------------- turbo control
+
+void MemoryMonitor::checkTurboMode(JNIEnv *env) {
+    if (turboULimit <= TURBO_FLOOR) {
+        traceInfo("Invalid Turbo Mode Upper Limit %d, resetting to %d bytes", turboULimit,
+                  TURBO_ULIMIT_FALLBACK);
+        turboULimit = TURBO_ULIMIT_FALLBACK;
+    }
+    if (turboLLimit <= TURBO_FLOOR) {
+        traceInfo("Invalid Turbo Mode Lower Limit %d, resetting to %d bytes", turboLLimit,
+                  TURBO_LLIMIT_FALLBACK);
+        turboLLimit = TURBO_LLIMIT_FALLBACK;
+    }
+    if (memoryTaken >= static_cast<uint32_t>(turboULimit) && turboState == NORMAL) {
+        switchToTurboMode(env);
+    } else if (memoryTaken <= static_cast<uint32_t>(turboLLimit) && turboState == TURBO) {
+        switchToNormalMode(env);
+    }
+}
+
+void MemoryMonitor::leaveTurboMode(JNIEnv *env) {
+    if (turboState == TURBO) {
+        switchToNormalMode(env);
+    }
+}
+
+void MemoryMonitor::switchToTurboMode(JNIEnv *env) {
+    traceInfo("Switching to Turbo Mode, memory taken: %ld, Turbo Memory ULimit: %d, Mode: %d",
+              static_cast<long>(memoryTaken), turboULimit, turboState);
+    turboLock.lock();
+    AgentPool *network = networkPool;
+    AgentPool *events = eventPool;
+    naNormalSleep = network != nullptr ? network->getSleepTime() : 0;
+    if (network != nullptr) {
+        network->setSleepTime(naTurboSleep);
+        network->setThreadPriority(env, naTurboPriority);
+    }
+    if (events != nullptr) {
+        events->setSleepTime(eaTurboSleep);
+        events->setThreadPriority(env, eaTurboPriority);
+    }
+    turboState = TURBO;
+    turbo = true;
+}
+
+void MemoryMonitor::switchToNormalMode(JNIEnv *env) {
+    traceInfo("Switching to Normal Mode, memory taken: %ld, Turbo Memory LLimit: %d, Mode: %d",
+              static_cast<long>(memoryTaken), turboLLimit, turboState);
+    turbo = false;
+    AgentPool *network = networkPool;
+    AgentPool *events = eventPool;
+    if (network != nullptr) {
+        network->setSleepTime(naNormalSleep);
+        network->setThreadPriority(env, naNormalPriority);
+    }
+    if (events != nullptr) {
+        events->setSleepTime(eaNormalSleep);
+        events->setThreadPriority(env, eaNormalPriority);
+    }
+    turboState = NORMAL;
+    turboLock.unlock();
+}
+
+// ---------------------------------------------------------------- admission gate
+
+bool MemoryMonitor::shouldReject(JNIEnv *env) {
+    if (probeDisabled) {
+        return true;
+    }
+    ThreadMgr *threads = threadMgr;
+    ThreadData *td = threads != nullptr ? threads->getThreadData(env) : nullptr;
+    if (td == nullptr) {
+        return notAccepting;
+    }
+    if (turbo) {
+        if (allowNew ? refusedInTurbo(td) : !passTurboLock()) {
+            return true;
+        }
+    } else if (allowNew && !td->acceptingNewRequests) {
+        td->acceptingNewRequests = true;
+    }
+    return refusedByLimit(td);
+}
+
+// A thread in the middle of a request waits for the end of turbo mode and keeps its request whole; a thread
+// outside any is refused until a call made after turbo mode.
+bool MemoryMonitor::refusedInTurbo(ThreadData *td) {
+    if (!td->acceptingNewRequests) {
+        return true;
+    }
+    if (td->requestDepth > 0) {
+        return !passTurboLock();
+    }
+    td->acceptingNewRequests = false;
+    appendMarker(td);
+    return true;
+}
+
+// Waits at the gate. False if the probe was stopped meanwhile: the thread's record may be about to go.
+bool MemoryMonitor::passTurboLock() {
+    turboLock.lock();
+    turboLock.unlock();
+    return !probeDisabled;
+}
+
+// Each thread marks the gap in its stream once.
+bool MemoryMonitor::refusedByLimit(ThreadData *td) {
+    const bool refusing = notAccepting;
+    if (!td->memoryLimitMarkerSent && refusing) {
+        td->memoryLimitMarkerSent = true;
+        appendMarker(td);
+    } else if (td->memoryLimitMarkerSent && !refusing) {
+        td->memoryLimitMarkerSent = false;
+    }
+    return refusing;
+}

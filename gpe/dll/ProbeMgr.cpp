@@ -1,0 +1,426 @@
+#include "ProbeMgr.h"
+
+#include "EvtAgentMgr.h"
+#include "JVMTIUtils.h"
+#include "LockAgentMgr.h"
+#include "MemoryMonitor.h"
+#include "NetworkAgentMgr.h"
+#include "ProbeContextPersister.h"
+#include "ProbeLgKit.h"
+#include "PropertyMgr.h"
+#include "ThreadMgr.h"
+#include "ZykLock.h"
+#include "jnihelp.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <new>
+#include <strings.h>
+
+Relaxed<ProbeMgr *> instance(nullptr);
+Relaxed<ProbeMgr *> instanceCheck(nullptr);
+ProbeContextPersister *contextPersister = nullptr;
+JavaVM *jvm = nullptr;
+Relaxed<JVMPIWrapper *> jvmpi(nullptr);
+bool useMethodLocks = false;
+int32_t methodHashCleanup = 150;
+int32_t methodHashCleanupInterval = 5000;
+char **includeList = nullptr;
+char **excludeList = nullptr;
+
+namespace {
+
+constexpr jint JVMPI_VERSION_1 = 0x10000001;
+constexpr jint JVMPI_VERSION_1_1 = 0x10000002;
+constexpr int64_t STOP_GRACE_MS = 10000;
+
+char *onLoadOptions = nullptr;
+char bootClassName[256] = "";
+
+ZykLock lifecycleLock(false);
+
+bool saysYes(const char *key) {
+    const char *value = stringProperty(key, nullptr);
+    return value != nullptr && strcasecmp(value, "YES") == 0;
+}
+
+void ignoreEvent(JVMPI_Event *) {}
+
+void fillNotifySlot() {
+    JVMPIWrapper *events = jvmpi;
+    if (events->notifyEvent == nullptr) {
+        events->notifyEvent = ignoreEvent;
+    }
+}
+
+// A negative result leaves `jvmpi` as it is; no JVM counts as success and leaves it null.
+jint askForEventInterface(jint version) {
+    if (jvm == nullptr) {
+        return 0;
+    }
+    void *found = nullptr;
+    const jint result = jvm->GetEnv(&found, version);
+    if (result >= 0) {
+        jvmpi = static_cast<JVMPIWrapper *>(found);
+    }
+    return result;
+}
+
+bool eventInterfaceReady() {
+    if (jvmpi != nullptr || (ProbeMgr::initializeJVMPI() && jvmpi != nullptr)) {
+        return true;
+    }
+    AM_TRACE(ccTracer, LGK_DEBUG_MIN, "ProbeMgr", "Unable to initialize JVMPI");
+    return false;
+}
+
+} // namespace
+
+// ---------------------------------------------------------------- birth and death
+
+ProbeMgr::ProbeMgr() : NamedObject("ProbeMgr::ProbeMgr()") {}
+
+ProbeMgr::~ProbeMgr() {
+    instance = nullptr;
+    instanceCheck = nullptr;
+}
+
+ProbeMgr *ProbeMgr::initialize() {
+    if (instance == nullptr) {
+        instance = new (std::nothrow) ProbeMgr();
+        instanceCheck = instance.get();
+    }
+    return instance;
+}
+
+void ProbeMgr::destroy() {
+    delete instance.get();
+    delete contextPersister;
+    contextPersister = nullptr;
+}
+
+void ProbeMgr::onLoadInitialize(JavaVM *givenJvm, const char *options) {
+    jvm = givenJvm;
+    free(onLoadOptions);
+    onLoadOptions = dupString(options);
+}
+
+// ---------------------------------------------------------------- event interface
+
+bool ProbeMgr::initializeJVMPI() {
+    if (jvmpi != nullptr) {
+        return true;
+    }
+    jint result = -1;
+    if (getenv("am.use.jvmpi.v1") == nullptr) {
+        result = askForEventInterface(JVMPI_VERSION_1_1);
+        if (result < 0) {
+            messageInfo(1015, "Failed during JVMPI_VERSION_1_1 interface initialization");
+        }
+    }
+    if (result < 0 && askForEventInterface(JVMPI_VERSION_1) < 0) {
+        printf("ProbeMgr::initializeJVMPI() Failed during interface initialization\n");
+        messageFatal(1015, "Failed during JVMPI_VERSION_1 interface initialization");
+        return false;
+    }
+    eventInterface = jvmpi.get();
+    messageInfo(1016, "Initialized event interface successfully");
+    return true;
+}
+
+void ProbeMgr::enableClassLoadHook() {
+    if (eventInterfaceReady()) {
+        fillNotifySlot();
+        jvmpi->EnableEvent(JVMPI_EVENT_CLASS_LOAD_HOOK, nullptr);
+    }
+}
+
+void ProbeMgr::enableJVMInitDone() {
+    if (eventInterfaceReady()) {
+        fillNotifySlot();
+        jvmpi->EnableEvent(JVMPI_EVENT_JVM_INIT_DONE, nullptr);
+    }
+}
+
+// ---------------------------------------------------------------- VM init
+
+namespace {
+
+void f_useMethodLocks() {
+    useMethodLocks = saysYes("internal.use.method.monitors") &&
+                     stringProperty("internal.use.method.monitors.disable", nullptr) == nullptr;
+    methodHashCleanup = useMethodLocks ? -1 : intProperty("method.hash.cleanup", 150);
+    methodHashCleanupInterval = intProperty("method.hash.cleanupinterval", 5000);
+}
+
+void f_disableNestedRequests() { disableNestedRequests = saysYes("internal.disable.nestedrequests"); }
+
+void readSavedLevel() {
+    if (contextPersister == nullptr) {
+        contextPersister = new (std::nothrow) ProbeContextPersister();
+    }
+    if (contextPersister == nullptr) {
+        return;
+    }
+    using Ctx = ProbeContextPersister;
+    contextPersister->ctx_direct(Ctx::CTX_READ);
+    ProbeMgr::setProbeLevel(static_cast<uint32_t>(contextPersister->ctx_getEnum(Ctx::ctx_api_ProbeLevel)));
+    ProbeMgr::setProbeLevelIsDefault(contextPersister->ctx_get(Ctx::ctx_api_ProbeLevelIsDefault));
+    ProbeMgr::setSuppressL3Collection(contextPersister->ctx_get(Ctx::ctx_api_SuppressL3Collection));
+    ProbeMgr::setSuppressGCEventCollection(
+        contextPersister->ctx_get(Ctx::ctx_api_SuppressGCEventCollection));
+}
+
+void readBootClassName() {
+    snprintf(bootClassName, sizeof(bootClassName), "%s",
+             stringProperty("DSRV.bootclassname", "com.qel.morvex.lumbranex.instr.controller.BootIC"));
+    std::replace(bootClassName, bootClassName + strlen(bootClassName), '.', '/');
+}
+
+} // namespace
+
+bool ProbeMgr::onBootstrapInitialize(JNIEnv *env) {
+    const char *debug = getenv("AM_INIT_DEBUG");
+    if (debug != nullptr && strcmp(debug, "1") == 0) {
+        initDebug = true;
+    }
+    if (propertyMgr == nullptr) {
+        new PropertyMgr();
+    }
+    if (!propertyMgr->initialize(env, onLoadOptions)) {
+        disableAllEvents();
+        relinquishCapabilities();
+        return false;
+    }
+    f_useMethodLocks();
+    setStatisticsEnabled(boolProperty("log.statistics", false));
+    readSavedLevel();
+    messageInfo(1080, "Using probe level %d", probeLevel.get());
+    f_disableNestedRequests();
+    readBootClassName();
+    return true;
+}
+
+// ---------------------------------------------------------------- service
+
+bool ProbeMgr::csInitialize() {
+    if (eventInterface == nullptr && !initializeJVMPI()) {
+        AM_TRACE(ccTracer, LGK_DEBUG_MIN, "ProbeMgr::csInitialize( JNIEnv *env )",
+                 "Failed to initialize event interface");
+        return false;
+    }
+    AM_TRACE(ccTracer, LGK_DEBUG_MIN, "ProbeMgr::csInitialize( JNIEnv *env )",
+             "Event interface initialization successful");
+    return true;
+}
+
+void ProbeMgr::createManagers() {
+    LockAgentMgr::create();
+    ProbeMgr::initialize();
+    MemoryMonitor::create();
+    NetworkAgentMgr::getInstance();
+    EvtAgentMgr::create();
+    ThreadMgr::create();
+}
+
+bool ProbeMgr::customServiceStart(JNIEnv *) {
+    AM_TRACE_SCOPE(ccTracer, LGK_DEBUG_MIN, "ProbeMgr::customServiceStart( JNIEnv *env )");
+    AM_TRACE(ccTracer, LGK_DEBUG_MIN, "ProbeMgr::customServiceStart( JNIEnv *env )",
+             "Native Custom Service initializing... ");
+    {
+        const ZykLockGuard guard(lifecycleLock);
+        if (instanceCheck != nullptr) {
+            return true;
+        }
+        if (!csInitialize()) {
+            messageFatal(1002, "Custom Service initialization failed as JVMPI could not be initialized");
+            return false;
+        }
+        createManagers();
+    }
+    messageInfo(1001, "Native Custom Service initialized successfully");
+    return true;
+}
+
+// The event agent manager stays: its natives may still be called.
+void ProbeMgr::destroyManagers() {
+    NetworkAgentMgr::destroy();
+    ThreadMgr::destroy();
+    MemoryMonitor::destroy();
+    ProbeMgr::destroy();
+    PropertyMgr::destroy();
+    LockAgentMgr::destroy();
+}
+
+void ProbeMgr::customServiceShutDown(JNIEnv *env) {
+    AM_TRACE_SCOPE(ccTracer, LGK_DEBUG_MIN, "ProbeMgr::customServiceShutDown( JNIEnv *env )");
+    {
+        const ZykLockGuard guard(lifecycleLock);
+        if (instanceCheck == nullptr) {
+            return;
+        }
+        probeStop(env);
+        destroyManagers();
+    }
+    messageInfo(1003, "Native Custom Service shutdown completes...");
+}
+
+// ---------------------------------------------------------------- probe start
+
+bool ProbeMgr::checkJvmShuttingDown(JNIEnv *env) {
+    if (!jvmShuttingDown) {
+        return false;
+    }
+    const LocalRef<jclass> exception(env, env->FindClass("java/lang/RuntimeException"));
+    if (!clearException(env) && exception) {
+        env->ThrowNew(exception.get(), "DC activity aborted: JVM is shutting down");
+    }
+    return true;
+}
+
+void ProbeMgr::startManagers() {
+    lockAgentMgr->start();
+    if (propertyMgr != nullptr) {
+        propertyMgr->start();
+    }
+    memoryMonitor->start();
+    NetworkAgentMgr::getInstance()->start();
+    evtAgentMgr->start();
+    threadMgr->start();
+}
+
+void ProbeMgr::probeStart(JNIEnv *env) {
+    AM_TRACE_SCOPE(ccTracer, LGK_DEBUG_MIN, "ProbeMgr::probeStart( JNIEnv *env )");
+    {
+        const ZykLockGuard guard(lifecycleLock);
+        if (!probeStopped || checkJvmShuttingDown(env)) {
+            return;
+        }
+        probeStopped = false;
+        createManagers();
+        startManagers();
+        start();
+    }
+    messageInfo(1004, "Native Probe started successfully...");
+}
+
+void ProbeMgr::start() {
+    if (initProbe()) {
+        messageInfo(1011, "ProbeManager Started successfully");
+    } else {
+        messageError(1012, "Failed to start ProbeManager. JVMPI initialization failed!");
+    }
+}
+
+bool ProbeMgr::initProbe() {
+    if (jvmpi == nullptr) {
+        messageFatal(1013, "JVMPI was NOT initialized by Native Probe Start. Exiting");
+        return false;
+    }
+    fillNotifySlot();
+    jvmpi->EnableEvent(JVMPI_EVENT_THREAD_START, nullptr);
+    jvmpi->EnableEvent(JVMPI_EVENT_THREAD_END, nullptr);
+    if (gcProcessor != nullptr && !suppressGCEventCollection) {
+        jvmpi->EnableEvent(JVMPI_EVENT_GC_START, nullptr);
+        jvmpi->EnableEvent(JVMPI_EVENT_GC_FINISH, nullptr);
+    }
+    instance->info("ProbeMgr::initProbe( JNIEnv *env )", __LINE__, "Enabled JVMPI events");
+    if (probeLevel == 3) {
+        turnMethodTrace(true);
+    }
+    return true;
+}
+
+// ---------------------------------------------------------------- probe stop
+
+// The lock stays held during the grace time: a start that comes meanwhile waits for the stop to end.
+void ProbeMgr::probeStop(JNIEnv *) {
+    AM_TRACE_SCOPE(ccTracer, LGK_DEBUG_MIN, "ProbeMgr::probeStop( JNIEnv *env )");
+    {
+        const ZykLockGuard guard(lifecycleLock);
+        if (probeStopped) {
+            return;
+        }
+        probeDisabled = true;
+        traceInfo("Waiting for 10 secs");
+        waitOnLocalLock(STOP_GRACE_MS);
+        traceInfo("Waiting DONE 10 secs");
+        stop();
+        stopManagers();
+        probeStopped = true;
+    }
+    messageInfo(1005, "Native Probe stopped successfully...");
+}
+
+void ProbeMgr::stop() {
+    for (const int event :
+         {JVMPI_EVENT_THREAD_START, JVMPI_EVENT_THREAD_END, JVMPI_EVENT_GC_START, JVMPI_EVENT_GC_FINISH}) {
+        if (jvmpi != nullptr) {
+            jvmpi->DisableEvent(event, nullptr);
+        }
+    }
+    AM_TRACE(ccTracer, LGK_DEBUG_MIN, "ProbeMgr::stop( JNIEnv *env )", "Disabled JVMPI events.");
+    if (probeLevel == 3) {
+        turnMethodTrace(false);
+    }
+    messageInfo(1014, "Native ProbeMgr stopped successfully");
+}
+
+void ProbeMgr::stopManagers() {
+    NetworkAgentMgr::getInstance()->stop();
+    evtAgentMgr->stop();
+    threadMgr->stop();
+    memoryMonitor->stop();
+    lockAgentMgr->stop();
+}
+
+// ---------------------------------------------------------------- facts
+
+void ProbeMgr::setAppServerVersion(const char *version) const {
+    copyFact(serverFacts.appServerVersion, sizeof(serverFacts.appServerVersion), version);
+}
+
+void ProbeMgr::setComponentId(const char *id) const {
+    copyFact(serverFacts.componentId, sizeof(serverFacts.componentId), id);
+}
+
+void ProbeMgr::setAdminServerPort(int32_t port) const { serverFacts.adminServerPort = port; }
+
+// ---------------------------------------------------------------- class filter
+
+namespace {
+
+void freeList(char **&list) {
+    for (char **entry = list; entry != nullptr && *entry != nullptr; ++entry) {
+        free(*entry);
+    }
+    delete[] list;
+    list = nullptr;
+}
+
+// A null element stays a null entry, which ends the list early for its reader.
+char **copyList(JNIEnv *env, jobjectArray array, const char *traceFormatText) {
+    const jsize count = array != nullptr ? env->GetArrayLength(array) : 0;
+    char **list = new char *[static_cast<size_t>(count) + 1]();
+    for (jsize i = 0; i < count; ++i) {
+        const LocalRef<jstring> name(env, static_cast<jstring>(env->GetObjectArrayElement(array, i)));
+        if (clearException(env) || !name) {
+            break;
+        }
+        list[i] = jniStringCopy(env, name.get());
+        AM_TRACE(ccTracer, LGK_DEBUG_MID, "ProbeMgr::setIncludeExcludeList()", traceFormatText,
+                 static_cast<const char *>(list[i]));
+    }
+    return list;
+}
+
+} // namespace
+
+void ProbeMgr::setIncludeExcludeList(JNIEnv *env, jobjectArray il, jobjectArray el) {
+    freeList(includeList);
+    freeList(excludeList);
+    includeList = copyList(env, il, "Include List: %s");
+    excludeList = copyList(env, el, "Exclude List: %s");
+}

@@ -1,0 +1,105 @@
+// The conductor: brings the managers up and down in their fixed order, owns the probe level with its
+// suppress flags, and the file that keeps them over a restart. The hot flags themselves are in ProbeState.
+// Service and probe start and stop run on Java threads under `lifecycleLock`, which is re-entrant.
+#pragma once
+
+#include "JVMPIWrapper.h"
+#include "NamedObject.h"
+#include "ProbeState.h"
+#include "Relaxed.h"
+
+#include <cstdint>
+#include <jni.h>
+
+class ProbeContextPersister;
+
+class ProbeMgr : public virtual NamedObject {
+public:
+    ProbeMgr();
+    ~ProbeMgr() override;
+
+    // The singleton, made if needed; null when memory is out. `destroy` deletes it and the persister.
+    static ProbeMgr *initialize();
+    static void destroy();
+
+    static void onLoadInitialize(JavaVM *jvm, const char *options);
+    // Properties, logging, the saved level; on the VM init thread. False: no properties, the agent is dormant.
+    static bool onBootstrapInitialize(JNIEnv *env);
+    // Obtains the event interface from the JVM that `onLoadInitialize` was given.
+    static bool initializeJVMPI();
+    static void enableClassLoadHook();
+    static void enableJVMInitDone();
+
+    // Builds the managers; nothing runs yet. True also if they stand already.
+    static bool customServiceStart(JNIEnv *env);
+    // Stops the probe and destroys the managers; VM death waits for this.
+    static void customServiceShutDown(JNIEnv *env);
+
+    // Starts the managers. Throws java.lang.RuntimeException into `env` while the JVM is shutting down.
+    static void probeStart(JNIEnv *env);
+    // Closes the gate, waits 10 seconds for what is in flight, stops the managers.
+    static void probeStop(JNIEnv *env);
+
+    // Throws and answers true while the JVM is shutting down.
+    static bool checkJvmShuttingDown(JNIEnv *env);
+
+    // Facts that the Java side gives. A null or empty text changes nothing; longer ones are cut.
+    void setAppServerVersion(const char *version) const;
+    void setComponentId(const char *id) const;
+    void setAdminServerPort(int32_t port) const;
+
+    // Monitoring levels (1001 to 1003) are what Java sees, probe levels (1 to 3) what is stored. 0 is invalid.
+    static uint32_t convertMonitoringLevelToProbeLevel(uint32_t level);
+    static uint32_t convertProbeLevelToMonitoringLevel(uint32_t level);
+    // New level plus ten times the current one (13 is L1 to L3); 0 for an invalid new level.
+    static uint32_t getProbeLevelTransitionType(uint32_t newLevel);
+
+    static void setProbeLevel(uint32_t newLevel);
+    static void setProbeLevelIsDefault(bool isDefault);
+    static void setSuppressL3Collection(bool suppress);
+    static void setSuppressGCEventCollection(bool suppress);
+
+    // As the setters, and into the context file. False if nothing changed or the value is invalid.
+    static bool updateProbeLevelContext(uint32_t level);
+    static bool updateProbeLevelIsDefaultContext(bool isDefault);
+    static bool updateSuppressL3CollectionContext(bool suppress);
+    static bool updateSuppressGCEventCollectionContext(bool suppress);
+
+    // The context file as Java drives it. The arrays have ctx_getElemCount() elements and are the caller's
+    // (delete[]); null without a persister.
+    static int32_t *initProbeContext();
+    static int32_t *synchInProbeContext();
+    static bool synchOutProbeContext(const int32_t *ids, const int32_t *values, int count);
+
+    // Switches nothing: method events come through the instrumented Java side. It only tells why.
+    static void turnMethodTrace(bool on);
+
+    // Replaces the class filter. A null Java array yields an empty list.
+    static void setIncludeExcludeList(JNIEnv *env, jobjectArray il, jobjectArray el);
+
+private:
+    static bool csInitialize();
+    static void createManagers();
+    static void destroyManagers();
+    static void startManagers();
+    static void stopManagers();
+    static void start();
+    static bool initProbe();
+    static void stop();
+};
+
+// The singleton; both pointers are set and nulled together. VM death polls the second.
+extern Relaxed<ProbeMgr *> instance;
+extern Relaxed<ProbeMgr *> instanceCheck;
+
+extern ProbeContextPersister *contextPersister;
+extern JavaVM *jvm; // the substitute
+extern Relaxed<JVMPIWrapper *> jvmpi;
+
+extern bool useMethodLocks;
+extern int32_t methodHashCleanup;
+extern int32_t methodHashCleanupInterval;
+
+// The class filter: null-terminated arrays of owned strings, null until set.
+extern char **includeList;
+extern char **excludeList;

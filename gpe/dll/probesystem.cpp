@@ -1,0 +1,331 @@
+#include "probesystem.h"
+
+#include "ProbeContextPersister.h"
+#include "ProbeLgKit.h"
+#include "ProbeMgr.h"
+#include "PropertyMgr.h"
+#include "jnihelp.h"
+
+#include <cstdio>
+#include <cstdlib>
+
+#define SYSTEM(name) Java_com_zykora_probe_ProbeSystem_##name
+
+SystemSettings systemSettings;
+
+namespace {
+
+constexpr char STRING_SIGNATURE[] = "Ljava/lang/String;";
+constexpr char CLASS_SIGNATURE[] = "Ljava/lang/Class;";
+constexpr char SIGNATURE_TEXT[] = "setSystemProperties( JNIEnv *env, jclass cls )";
+constexpr int STOP_STATUS = 12;
+
+// ---------------------------------------------------------------- fields
+
+bool missing(const char *text) {
+    AM_TRACE(ccTracer, LGK_DEBUG_MID, SIGNATURE_TEXT, "%s", text);
+    return false;
+}
+
+// The id of a static field; null, with the exception described and cleared, if there is none.
+jfieldID staticField(JNIEnv *env, jclass cls, const char *name, const char *signature) {
+    const jfieldID id = env->GetStaticFieldID(cls, name, signature);
+    return clearException(env) ? nullptr : id;
+}
+
+// A heap copy of a static String field; null if the field or its value is missing.
+char *readString(JNIEnv *env, jclass cls, const char *name) {
+    const jfieldID id = staticField(env, cls, name, STRING_SIGNATURE);
+    if (id == nullptr) {
+        return nullptr;
+    }
+    const LocalRef<jstring> value(env, static_cast<jstring>(env->GetStaticObjectField(cls, id)));
+    return value ? jniStringCopy(env, value.get()) : nullptr;
+}
+
+// One field: where it goes and what the trace says.
+struct StringField {
+    const char *name;
+    char *target;
+    size_t room;
+    const char *defined;
+    const char *undefined;
+};
+
+bool takeString(JNIEnv *env, jclass cls, const StringField &field) {
+    char *value = readString(env, cls, field.name);
+    if (value == nullptr) {
+        return missing(field.undefined);
+    }
+    field.target[0] = '\0';
+    copyFact(field.target, field.room, value);
+    free(value);
+    AM_TRACE(ccTracer, LGK_DEBUG_MID, SIGNATURE_TEXT, field.defined, static_cast<const char *>(field.target));
+    return true;
+}
+
+// Keeps a copy of its own; an older one is freed. A missing value is told and leaves the old one.
+bool takeCopy(JNIEnv *env, jclass cls, const char *name, char **target, const char *defined) {
+    char *value = readString(env, cls, name);
+    if (value == nullptr) {
+        return false;
+    }
+    free(*target);
+    *target = value;
+    AM_TRACE(ccTracer, LGK_DEBUG_MID, SIGNATURE_TEXT, defined, static_cast<const char *>(value));
+    return true;
+}
+
+struct IntField {
+    const char *name;
+    int32_t *target;
+    int32_t zeroBecomes;
+    const char *defined;
+    const char *undefined;
+};
+
+bool takeInt(JNIEnv *env, jclass cls, const IntField &field) {
+    const jfieldID id = staticField(env, cls, field.name, "I");
+    if (id == nullptr) {
+        return missing(field.undefined);
+    }
+    const jint value = env->GetStaticIntField(cls, id);
+    *field.target = value != 0 ? value : field.zeroBecomes;
+    AM_TRACE(ccTracer, LGK_DEBUG_MID, SIGNATURE_TEXT, field.defined, *field.target);
+    return true;
+}
+
+bool takeRetryFrequency(JNIEnv *env, jclass cls) {
+    const jfieldID id = staticField(env, cls, "psRetryFrequency", "J");
+    if (id == nullptr) {
+        return missing("exiting with error. ps_retry_frequency not defined");
+    }
+    const jlong value = env->GetStaticLongField(cls, id);
+    systemSettings.psRetryFrequency = value != 0 ? value : 5000;
+    char digits[24];
+    snprintf(digits, sizeof(digits), "%lld", static_cast<long long>(systemSettings.psRetryFrequency));
+    AM_TRACE(ccTracer, LGK_DEBUG_MID, SIGNATURE_TEXT, "ps_retry_frequency defined: %s",
+             static_cast<const char *>(digits));
+    return true;
+}
+
+bool takeNames(JNIEnv *env, jclass cls) {
+    const StringField fields[] = {
+        {"zykoraHome", rawHome, sizeof(rawHome), "zykora_home defined: %s",
+         "exiting with error. zykora_home not defined"},
+        {"adminServerName", rawNodeName, sizeof(rawNodeName), "nodename defined: %s",
+         "exiting with error. nodename not defined"},
+        {"appServerName", rawAppServer, sizeof(rawAppServer), "appname defined: %s",
+         "exiting with error. appname not defined"},
+    };
+    for (const StringField &field : fields) {
+        if (!takeString(env, cls, field)) {
+            return false;
+        }
+    }
+    return true;
+}
+
+bool takeSizes(JNIEnv *env, jclass cls) {
+    const IntField beforeRetry[] = {
+        {"methodHashSize", &systemSettings.methodHashSize, 55511, "method_hash_size defined: %d",
+         "exiting with error. method_hash_size not defined"},
+        {"publishFrequency", &systemSettings.publishFrequency, 2000, "publishing_frequency defined: %d",
+         "exiting with error. publishing_frequency not defined"},
+        {"eventPacketSize", &systemSettings.eventPacketSize, 5000, "event_packet_size defined: %d",
+         "exiting with error. event_packet_size not defined"},
+        {"eventQueueSizeLimit", &systemSettings.eventQueueSizeLimit, 5000, "limit_per_event_queue defined: %d",
+         "exiting with error. limit_per_event_queue not defined"},
+    };
+    const IntField wakeup = {"wakeupQueueLength", &systemSettings.wakeupQueueLength, 500,
+                             "wakeup_queuelength defined: %d",
+                             "exiting with error. wakeup_queuelength not defined"};
+    for (const IntField &field : beforeRetry) {
+        if (!takeInt(env, cls, field)) {
+            return false;
+        }
+    }
+    return takeRetryFrequency(env, cls) && takeInt(env, cls, wakeup);
+}
+
+bool takeIdentity(JNIEnv *env, jclass cls, const ProbeMgr *probe) {
+    takeCopy(env, cls, "probeStdout", &systemSettings.probeStdout, "probe_stdout defined: %s");
+    const StringField id = {"commandAgentID", systemSettings.commandAgentId,
+                            sizeof(systemSettings.commandAgentId), "component_id defined: %s",
+                            "exiting with error. component_id not defined"};
+    if (!takeString(env, cls, id)) {
+        return false;
+    }
+    const IntField port = {"adminServerPort", &systemSettings.adminServerPort, 0,
+                           "adminserverport defined: %d", "exiting with error. adminserverport not defined"};
+    if (!takeInt(env, cls, port)) {
+        return false;
+    }
+    if (probe != nullptr) {
+        probe->setComponentId(systemSettings.commandAgentId);
+        probe->setAdminServerPort(systemSettings.adminServerPort);
+    }
+    return takeCopy(env, cls, "jvmVersion", &systemSettings.jvmVersion, "java_version defined: %s") ||
+           missing("exiting with error. java_version not defined");
+}
+
+// ---------------------------------------------------------------- classes and version
+
+bool takeClass(JNIEnv *env, jclass cls, const char *name, jclass *target) {
+    const jfieldID id = staticField(env, cls, name, CLASS_SIGNATURE);
+    if (id == nullptr) {
+        return false;
+    }
+    const LocalRef<jobject> value(env, env->GetStaticObjectField(cls, id));
+    if (*target != nullptr) {
+        env->DeleteGlobalRef(*target);
+    }
+    *target = value ? static_cast<jclass>(env->NewGlobalRef(value.get())) : nullptr;
+    return true;
+}
+
+void takeProductVersion(JNIEnv *env, jclass cls, const ProbeMgr *probe) {
+    const jmethodID method =
+        findStaticMethod(env, cls, "getAppServerProductVersion", "()Ljava/lang/String;");
+    if (method == nullptr) {
+        return;
+    }
+    const LocalRef<jobject> version(env, env->CallStaticObjectMethod(cls, method));
+    if (clearException(env) || !version) {
+        return;
+    }
+    free(systemSettings.appServerProductVersion);
+    systemSettings.appServerProductVersion = jniStringCopy(env, static_cast<jstring>(version.get()));
+    if (probe != nullptr) {
+        probe->setAppServerVersion(systemSettings.appServerProductVersion);
+    }
+}
+
+// -1 for a missing class field, 0 after a pending exception, else 1.
+int loadClassesFindMethods(JNIEnv *env, jclass cls, const ProbeMgr *probe) {
+    if (!takeClass(env, cls, "object", &systemSettings.object) ||
+        !takeClass(env, cls, "clazz", &systemSettings.clazz) ||
+        !takeClass(env, cls, "string", &systemSettings.string)) {
+        return -1;
+    }
+    if (clearException(env)) {
+        return 0;
+    }
+    takeProductVersion(env, cls, probe);
+    return 1;
+}
+
+// ---------------------------------------------------------------- initializeProbe
+
+constexpr char INITIALIZE_TEXT[] = "ProbeSystem.initializeProbe()";
+
+#define AM_INITIALIZE_TRACE(...) AM_TRACE(ccTracer, LGK_DEBUG_MID, INITIALIZE_TEXT, __VA_ARGS__)
+
+// Tells one build from another.
+void reportCompilerDirectives() {
+#if defined(__x86_64__)
+    constexpr char defined[] = "LINUX JVMTI X86_64";
+    constexpr char notDefined[] = "WINDOWS JVMPI AARCH64";
+#else
+    constexpr char defined[] = "LINUX JVMTI";
+    constexpr char notDefined[] = "WINDOWS JVMPI X86_64";
+#endif
+    AM_TRACE(ccTracer, LGK_DEBUG_MIN, "reportCompilerDirectives()", "Compiler directives defined: %s",
+             static_cast<const char *>(defined));
+    AM_TRACE(ccTracer, LGK_DEBUG_MIN, "reportCompilerDirectives()", "Compiler directives not defined: %s",
+             static_cast<const char *>(notDefined));
+}
+
+bool giveInt(JNIEnv *env, jclass cls, const char *name, jint value) {
+    const jfieldID id = staticField(env, cls, name, "I");
+    if (id == nullptr) {
+        return false;
+    }
+    env->SetStaticIntField(cls, id, value);
+    return true;
+}
+
+bool giveContextFileName(JNIEnv *env, jclass cls) {
+    const char *path = contextPersister != nullptr ? contextPersister->getLastReadFilePath() : nullptr;
+    if (path == nullptr) {
+        AM_INITIALIZE_TRACE("Probe context filename not defined");
+        return true;
+    }
+    const jfieldID id = staticField(env, cls, "contextFileName", STRING_SIGNATURE);
+    if (id == nullptr) {
+        AM_INITIALIZE_TRACE("Exiting with error. ProbeSystem.contextFileName not defined");
+        return false;
+    }
+    const LocalRef<jstring> text(env, env->NewStringUTF(path));
+    if (text) {
+        env->SetStaticObjectField(cls, id, text.get());
+    }
+    return true;
+}
+
+bool initializeProbe(JNIEnv *env, jclass cls) {
+    reportCompilerDirectives();
+    if (setSystemProperties(env, cls) == -1) {
+        AM_INITIALIZE_TRACE("Exiting with error. SystemProperties not set. Native probe not initialized");
+        return false;
+    }
+    if (!giveInt(env, cls, "processId", processId)) {
+        AM_INITIALIZE_TRACE("Exiting with error. ProbeSystem.processId not defined");
+        return false;
+    }
+    AM_INITIALIZE_TRACE("Set ProbeSystem.processId field: %d", processId);
+    if (!giveInt(env, cls, "probeLevel", static_cast<jint>(probeLevel.get()))) {
+        AM_INITIALIZE_TRACE("Exiting with error. ProbeSystem.probeLevel not defined");
+        return false;
+    }
+    if (!giveContextFileName(env, cls)) {
+        return false;
+    }
+    if (clearException(env)) {
+        AM_INITIALIZE_TRACE("Exiting with error. Exception occurred");
+        return false;
+    }
+    return true;
+}
+
+} // namespace
+
+int setSystemProperties(JNIEnv *env, jclass cls) {
+    const ProbeMgr *probe = instance;
+    if (!takeNames(env, cls) || !takeSizes(env, cls) || !takeIdentity(env, cls, probe)) {
+        return -1;
+    }
+    loadClassesFindMethods(env, cls, probe);
+    return 1;
+}
+
+extern "C" {
+
+// Takes the server's settings over from the class's static fields and answers in three of them. False if a
+// field is missing; what was taken so far stays.
+JNIEXPORT jboolean JNICALL SYSTEM(initializeProbe)(JNIEnv *env, jclass cls) {
+    return initializeProbe(env, cls) ? JNI_TRUE : JNI_FALSE;
+}
+
+// Ends the process with status 12, at the Java side's request.
+JNIEXPORT void JNICALL SYSTEM(stopNative)(JNIEnv *, jclass) { exit(STOP_STATUS); }
+
+JNIEXPORT jint JNICALL SYSTEM(getProcessId)(JNIEnv *, jclass) { return processId; }
+
+// There is no lock on the id file on this platform: always 0.
+JNIEXPORT jint JNICALL SYSTEM(nativeLockIdFile)(JNIEnv *, jclass, jstring) { return 0; }
+JNIEXPORT jint JNICALL SYSTEM(nativeUnlockIdFile)(JNIEnv *, jclass, jstring) { return 0; }
+
+// The library's build time and date as one line.
+JNIEXPORT jstring JNICALL Java_com_zykora_probe_ProbeUtils_getBuildTime(JNIEnv *env, jclass) {
+    jstring text = env->NewStringUTF("JVMTI Version Lib, TIME : " __TIME__ " DATE: " __DATE__ "\n");
+    clearException(env);
+    return text;
+}
+
+// Nothing to do; always true.
+JNIEXPORT jboolean JNICALL Java_com_zykora_probe_ProbePMI_initializeProbe(JNIEnv *, jclass) {
+    return JNI_TRUE;
+}
+
+} // extern "C"

@@ -1,0 +1,548 @@
+// Natives by which instrumented Java code tells of its requests: NativeEventAgentImpl and the two statement
+// classes. Each passes the gate and calls one operation of the event assembly. None throws; a failure inside
+// is an event less. Natives with a result return the calling thread's number, also when refused.
+#include "EventAssembly.h"
+#include "EventUtils.h"
+#include "MemoryMonitor.h"
+#include "ProbeLgKit.h"
+#include "ProbeState.h"
+#include "ThreadData.h"
+#include "ThreadMgr.h"
+#include "WebService.h"
+#include "jnihelp.h"
+#include "platform.h"
+
+#include <cstdlib>
+#include <cstring>
+
+#define EVENT_AGENT(name) Java_com_qel_morvex_norak_dc_eventagent_NativeEventAgentImpl_##name
+
+using assembly::callingThread;
+
+namespace {
+
+// ---------------------------------------------------------------- thread numbers
+
+// By the id lookup, which gives the thread a number if it has none; 0 while there is no thread manager.
+jint lookedUpId(JNIEnv *env) {
+    ThreadMgr *threads = threadMgr;
+    return threads != nullptr ? static_cast<jint>(threads->getThreadId(env)) : 0;
+}
+
+jint idOf(const ThreadData *td) { return td != nullptr ? static_cast<jint>(td->threadId.get()) : 0; }
+
+// The gate for a native with a result: runs `action` and answers with the thread's number.
+template <typename Action>
+jint gatedWithId(JNIEnv *env, Action action) {
+    if (shouldReject(env)) {
+        return lookedUpId(env);
+    }
+    action();
+    return idOf(callingThread(env));
+}
+
+// ---------------------------------------------------------------- arrays
+
+// A malloc'ed copy of `count` elements; null if the array is null, shorter, or memory is out.
+template <typename T, typename Array>
+T *copyArray(JNIEnv *env, Array array, jint count, void (JNIEnv::*getRegion)(Array, jsize, jsize, T *)) {
+    if (array == nullptr || count <= 0 || env->GetArrayLength(array) < count) {
+        return nullptr;
+    }
+    T *copy = static_cast<T *>(malloc(static_cast<size_t>(count) * sizeof(T)));
+    if (copy != nullptr) {
+        (env->*getRegion)(array, 0, count, copy);
+    }
+    return copy;
+}
+
+int8_t *copyBytes(JNIEnv *env, jbyteArray bytes, jint count) {
+    return copyArray<jbyte>(env, bytes, count, &JNIEnv::GetByteArrayRegion);
+}
+
+// Payload of a bean request without data, so that a receiver can still walk the record: the length of what
+// follows, then three empty strings.
+constexpr int8_t EMPTY_BEAN[] = {0, 6, 0, 0, 0, 0, 0, 0};
+
+int8_t *copyBean(JNIEnv *env, jbyteArray data, jint *count) {
+    int8_t *copy = copyBytes(env, data, *count);
+    if (copy == nullptr) {
+        *count = sizeof(EMPTY_BEAN);
+        copy = static_cast<int8_t *>(malloc(sizeof(EMPTY_BEAN)));
+        if (copy != nullptr) {
+            memcpy(copy, EMPTY_BEAN, sizeof(EMPTY_BEAN));
+        }
+    }
+    return copy;
+}
+
+// ---------------------------------------------------------------- HTTP
+
+void startHttp(JNIEnv *env, jstring requestName, jstring applicationName, jstring url, jstring userId) {
+    ThreadData *td = callingThread(env);
+    if (td == nullptr) {
+        return;
+    }
+    td->lastCpuTime = 0;
+    if (assembly::suppressBegin(td)) {
+        return;
+    }
+    ++td->requestDepth;
+    HttpEvent *event = assembly::newEvent<HttpEvent>(td, Event::SUB_START);
+    event->userId = assembly::textCopy(env, userId);
+    sendRequest(env, td, event, requestName, applicationName, url);
+}
+
+// Both ends carry the depth of the level that they close, also where no level was open.
+void endHttp(JNIEnv *env, ThreadData *td, Event::EventSubType subType, jstring requestName,
+             jstring applicationName, jstring url) {
+    HttpEvent *event = assembly::newEvent<HttpEvent>(td, subType);
+    event->requestDepth = td->requestDepth + 1;
+    sendRequest(env, td, event, requestName, applicationName, url);
+}
+
+bool isCancelledPage(JNIEnv *env, jstring requestName) {
+    char name[32] = "";
+    jniStringToBuffer(env, requestName, name, sizeof(name));
+    return strcmp(name, "JSP_CANCEL_REQUEST") == 0;
+}
+
+void finishHttp(JNIEnv *env, jstring requestName) {
+    ThreadData *td = callingThread(env);
+    if (td == nullptr) {
+        return;
+    }
+    if (td->requestDepth >= 1) {
+        if (assembly::suppressEnd(td)) {
+            return;
+        }
+        td->requestDepth = isCancelledPage(env, requestName) ? 0 : td->requestDepth - 1;
+    }
+    endHttp(env, td, Event::SUB_END, nullptr, nullptr, nullptr);
+}
+
+void failHttp(JNIEnv *env, jstring requestName, jstring applicationName, jstring err) {
+    ThreadData *td = callingThread(env);
+    if (td == nullptr) {
+        return;
+    }
+    if (td->requestDepth >= 1) {
+        td->requestDepth = isCancelledPage(env, requestName) ? 0 : td->requestDepth - 1;
+    }
+    endHttp(env, td, Event::SUB_FAILED, requestName, applicationName, err);
+}
+
+Event::JMS_ACTION jmsAction(jint jmsType) {
+    return jmsType >= Event::JMS_ACTION_1 && jmsType <= Event::JMS_ACTION_4
+               ? static_cast<Event::JMS_ACTION>(jmsType)
+               : Event::JMS_ACTION_3;
+}
+
+// ---------------------------------------------------------------- thread times
+
+// The fields of the Java object that takes the times; looked up once.
+struct TimesFields {
+    jclass cls = nullptr; // global, so that the ids stay valid
+    jfieldID cpuTime = nullptr;
+    jfieldID timeSec = nullptr;
+    jfieldID timeUSec = nullptr;
+};
+
+bool findTimesFields(JNIEnv *env, jobject times, TimesFields &fields) {
+    const LocalRef<jclass> cls(env, env->GetObjectClass(times));
+    fields.cpuTime = env->GetFieldID(cls.get(), "cpuTime", "J");
+    if (!clearException(env)) {
+        fields.timeSec = env->GetFieldID(cls.get(), "timeSec_", "I");
+    }
+    if (!clearException(env)) {
+        fields.timeUSec = env->GetFieldID(cls.get(), "timeUSec_", "I");
+    }
+    if (clearException(env) || fields.timeSec == nullptr || fields.timeUSec == nullptr) {
+        return false;
+    }
+    fields.cls = static_cast<jclass>(env->NewGlobalRef(cls.get()));
+    return fields.cls != nullptr;
+}
+
+void fillThreadTimes(JNIEnv *env, jobject times) {
+    static TimesFields fields;
+    static Relaxed<bool> found(false);
+    if (!found) {
+        TimesFields wanted;
+        if (!findTimesFields(env, times, wanted)) {
+            return;
+        }
+        fields = wanted;
+        found = true;
+    }
+    if (env->IsInstanceOf(times, fields.cls) == JNI_FALSE) {
+        return;
+    }
+    ThreadData *td = callingThread(env);
+    uint32_t sec = 0;
+    uint32_t usec = 0;
+    env->SetLongField(times, fields.cpuTime, assembly::threadCpuTime(td));
+    getCurrentTime(&sec, &usec);
+    env->SetIntField(times, fields.timeSec, static_cast<jint>(sec));
+    env->SetIntField(times, fields.timeUSec, static_cast<jint>(usec));
+    clearException(env);
+}
+
+// ---------------------------------------------------------------- sampling, trace request, XQI
+
+void takeSamplingRates(JNIEnv *env, jintArray levels, jint useDefault) {
+    if (probeDisabled) {
+        AM_TRACE(ccTracer, LGK_DEBUG_MID, "setNativeSamplingRates()",
+                 "Native probe is disabled, rejecting setNativeSamplingRates");
+        return;
+    }
+    int32_t table[SAMPLING_LEVELS] = {};
+    const jsize given = levels != nullptr ? env->GetArrayLength(levels) : 0;
+    if (given > 0) {
+        env->GetIntArrayRegion(levels, 0, given < SAMPLING_LEVELS ? given : SAMPLING_LEVELS, table);
+    }
+    storeSamplingRates(table, useDefault);
+    appendSamplingRateEvent(env, table, useDefault);
+}
+
+void issueTraceRequest(JNIEnv *env) {
+    const LocalRef<jstring> name(env, env->NewStringUTF("system_trace"));
+    const LocalRef<jstring> application(env, env->NewStringUTF("trace_app"));
+    const LocalRef<jstring> url(env, env->NewStringUTF(""));
+    if (clearException(env) || shouldReject(env)) {
+        return;
+    }
+    ThreadData *td = callingThread(env);
+    sendRequest(env, td, assembly::newEvent<TraceEvent>(td, Event::SUB_ALONE), name.get(), application.get(),
+                url.get());
+}
+
+struct XqiArrays {
+    int8_t *types;
+    int32_t *counts;
+    int64_t *avgTimes;
+};
+
+void sendXqi(JNIEnv *env, jstring mgrName, jstring queueName, jlong snapShotTime, XqiArrays arrays,
+             jint arrLength) {
+    if (arrays.types != nullptr && arrays.counts != nullptr && arrays.avgTimes != nullptr) {
+        appendXQIEvent(env, mgrName, queueName, snapShotTime, arrays.types, arrays.counts, arrays.avgTimes,
+                       arrLength);
+        return;
+    }
+    free(arrays.types);
+    free(arrays.counts);
+    free(arrays.avgTimes);
+}
+
+} // namespace
+
+extern "C" {
+
+// ---------------------------------------------------------------- HTTP
+
+// The first parameter is not used.
+JNIEXPORT jint JNICALL EVENT_AGENT(startHttpRequestNative)(JNIEnv *env, jclass, jint, jstring requestName,
+                                                           jstring applicationName, jstring url,
+                                                           jstring userId) {
+    return gatedWithId(env, [=] { startHttp(env, requestName, applicationName, url, userId); });
+}
+
+// The name "JSP_CANCEL_REQUEST" closes all levels of the thread.
+JNIEXPORT jint JNICALL EVENT_AGENT(finishHttpRequestNative)(JNIEnv *env, jclass, jstring requestName) {
+    return gatedWithId(env, [=] { finishHttp(env, requestName); });
+}
+
+// Ends a request that failed, in place of a finish.
+JNIEXPORT jint JNICALL EVENT_AGENT(errorHttpRequestNative)(JNIEnv *env, jclass, jstring requestName,
+                                                           jstring applicationName, jstring err) {
+    return gatedWithId(env, [=] { failHttp(env, requestName, applicationName, err); });
+}
+
+// ---------------------------------------------------------------- SQL
+
+#define AM_SQL_NATIVE(javaName, thisType, operation)                                                         \
+    JNIEXPORT void JNICALL javaName(JNIEnv *env, thisType self, jstring sql, jstring dataSrcName) {          \
+        if (!shouldReject(env)) {                                                                            \
+            operation(env, self, sql, dataSrcName);                                                          \
+        }                                                                                                    \
+    }
+
+AM_SQL_NATIVE(EVENT_AGENT(beginSQLRequestNative), jclass, beginSQLRequest)
+AM_SQL_NATIVE(EVENT_AGENT(endSQLRequestNative), jclass, endSQLRequest)
+AM_SQL_NATIVE(Java_com_zykora_jdbc_ZykoraStatement_beginSQLRequest, jobject, beginSQLRequest)
+AM_SQL_NATIVE(Java_com_zykora_jdbc_ZykoraStatement_endSQLRequest, jobject, endSQLRequest)
+AM_SQL_NATIVE(Java_oracle_jdbc_driver_OracleStatement_beginSQLRequest, jobject, beginJDBCSQLRequest)
+AM_SQL_NATIVE(Java_oracle_jdbc_driver_OracleStatement_endSQLRequest, jobject, endJDBCSQLRequest)
+
+// ---------------------------------------------------------------- resources of a request
+
+JNIEXPORT void JNICALL EVENT_AGENT(beginJCARequestNative)(JNIEnv *env, jclass, jstring, jstring prodName) {
+    if (!shouldReject(env)) {
+        beginJCARequest(env, prodName);
+    }
+}
+
+// The pool's name here, the product's in the begin.
+JNIEXPORT void JNICALL EVENT_AGENT(endJCARequestNative)(JNIEnv *env, jclass, jstring poolName, jstring) {
+    if (!shouldReject(env)) {
+        endJCARequest(env, poolName);
+    }
+}
+
+JNIEXPORT void JNICALL EVENT_AGENT(beginJNDIRequestNative)(JNIEnv *env, jclass, jstring lookupName,
+                                                           jstring url) {
+    if (!shouldReject(env)) {
+        beginJNDIRequest(env, url, lookupName);
+    }
+}
+
+JNIEXPORT void JNICALL EVENT_AGENT(endJNDIRequestNative)(JNIEnv *env, jclass, jstring lookupName,
+                                                         jstring url) {
+    if (!shouldReject(env)) {
+        endJNDIRequest(env, url, lookupName);
+    }
+}
+
+JNIEXPORT void JNICALL EVENT_AGENT(beginMailRequestNative)(JNIEnv *env, jclass, jstring subject,
+                                                           jstring mailServURL) {
+    if (!shouldReject(env)) {
+        beginJavaMailRequest(env, mailServURL, subject);
+    }
+}
+
+JNIEXPORT void JNICALL EVENT_AGENT(endMailRequestNative)(JNIEnv *env, jclass, jstring subject,
+                                                         jstring mailServURL) {
+    if (!shouldReject(env)) {
+        endJavaMailRequest(env, mailServURL, subject);
+    }
+}
+
+JNIEXPORT void JNICALL EVENT_AGENT(beginJDORequestNative)(JNIEnv *env, jclass, jstring className,
+                                                          jstring methodName, jstring argumentString) {
+    if (!shouldReject(env)) {
+        beginJDORequest(env, className, methodName, argumentString);
+    }
+}
+
+JNIEXPORT void JNICALL EVENT_AGENT(endJDORequestNative)(JNIEnv *env, jclass, jstring className,
+                                                        jstring methodName, jstring argumentString) {
+    if (!shouldReject(env)) {
+        endJDORequest(env, className, methodName, argumentString);
+    }
+}
+
+// `jmsType` is 1 to 4; any other counts as 3.
+JNIEXPORT void JNICALL EVENT_AGENT(beginJMSRequestNative)(JNIEnv *env, jclass, jint jmsType, jstring queName,
+                                                          jstring provUrl, jstring sel) {
+    if (!shouldReject(env)) {
+        beginJMSRequest(env, jmsAction(jmsType), provUrl, queName, sel);
+    }
+}
+
+JNIEXPORT void JNICALL EVENT_AGENT(endJMSRequestNative)(JNIEnv *env, jclass, jint jmsType, jstring queName,
+                                                        jstring provUrl, jstring sel) {
+    if (!shouldReject(env)) {
+        endJMSRequest(env, jmsAction(jmsType), provUrl, queName, sel);
+    }
+}
+
+JNIEXPORT void JNICALL EVENT_AGENT(beginXQRequestNative)(JNIEnv *env, jclass, jstring queueMgrName,
+                                                         jstring queueName, jint type) {
+    if (!shouldReject(env)) {
+        beginXQRequest(env, queueName, queueMgrName, type);
+    }
+}
+
+// With `gpsSend` a correlated pair follows; a null token then has the length 0.
+JNIEXPORT void JNICALL EVENT_AGENT(endXQRequestNative)(JNIEnv *env, jclass, jstring queueMgr,
+                                                       jstring queueName, jint type, jbyteArray gpsToken,
+                                                       jboolean gpsSend) {
+    if (shouldReject(env)) {
+        return;
+    }
+    endXQRequest(env, queueName, queueMgr, type);
+    if (gpsSend == JNI_TRUE) {
+        const jsize length = gpsToken != nullptr ? env->GetArrayLength(gpsToken) : 0;
+        processGpsXQRequest(env, queueName, queueMgr, type, copyBytes(env, gpsToken, length), length);
+    }
+}
+
+// ---------------------------------------------------------------- requests of the server
+
+// `data` is the payload as it goes out: a length of 16 bits, then three strings with such a length each. A
+// null array, or a `count` that it does not hold, counts as three empty strings.
+JNIEXPORT jint JNICALL EVENT_AGENT(beginEJBRequestNative)(JNIEnv *env, jclass cls, jbyteArray data,
+                                                          jint count) {
+    return gatedWithId(env, [=] {
+        jint length = count;
+        int8_t *copy = copyBean(env, data, &length);
+        if (copy != nullptr) {
+            beginBeanRequest(env, cls, copy, length);
+        }
+    });
+}
+
+JNIEXPORT jint JNICALL EVENT_AGENT(endEJBRequestNative)(JNIEnv *env, jclass cls) {
+    return gatedWithId(env, [=] { endBeanRequest(env, cls); });
+}
+
+JNIEXPORT jint JNICALL EVENT_AGENT(startIIOPClientRequestNative)(JNIEnv *env, jclass, jstring className,
+                                                                 jstring methodName) {
+    return gatedWithId(
+        env, [=] { appendCommonEvent(env, Event::TYPE_IIOP_CLIENT, Event::SUB_START, className, methodName); });
+}
+
+JNIEXPORT jint JNICALL EVENT_AGENT(finishIIOPClientRequestNative)(JNIEnv *env, jclass, jstring, jstring) {
+    return gatedWithId(
+        env, [=] { appendCommonEvent(env, Event::TYPE_IIOP_CLIENT, Event::SUB_END, nullptr, nullptr); });
+}
+
+JNIEXPORT jint JNICALL EVENT_AGENT(startIIOPServerRequestNative)(JNIEnv *env, jclass, jstring className,
+                                                                 jstring methodName) {
+    return gatedWithId(
+        env, [=] { appendCommonEvent(env, Event::TYPE_IIOP_SERVER, Event::SUB_START, className, methodName); });
+}
+
+JNIEXPORT jint JNICALL EVENT_AGENT(finishIIOPServerRequestNative)(JNIEnv *env, jclass, jstring, jstring) {
+    return gatedWithId(
+        env, [=] { appendCommonEvent(env, Event::TYPE_IIOP_SERVER, Event::SUB_END, nullptr, nullptr); });
+}
+
+#define AM_WS_NATIVE(javaName, operation, subType)                                                           \
+    JNIEXPORT void JNICALL EVENT_AGENT(javaName)(JNIEnv * env, jclass, jstring appName, jstring requestName, \
+                                                 jstring url) {                                              \
+        if (!shouldReject(env)) {                                                                            \
+            operation(env, subType, appName, requestName, url);                                              \
+        }                                                                                                    \
+    }
+
+AM_WS_NATIVE(wsHelperClientRequestNative, appendWSClientEvent, Event::SUB_START)
+AM_WS_NATIVE(wsHelperClientResponseNative, appendWSClientEvent, Event::SUB_END)
+AM_WS_NATIVE(wsHelperProviderRequestNative, appendWSProviderEvent, Event::SUB_START)
+AM_WS_NATIVE(wsHelperProviderResponseNative, appendWSProviderEvent, Event::SUB_END)
+
+// A fault is a pair of its own.
+#define AM_WS_FAULT_NATIVE(javaName)                                                                         \
+    JNIEXPORT void JNICALL EVENT_AGENT(javaName)(JNIEnv * env, jclass, jstring appName, jstring faultCode,   \
+                                                 jstring faultString) {                                      \
+        if (!shouldReject(env)) {                                                                            \
+            appendWSFaultEvent(env, Event::SUB_START, appName, faultCode, faultString);                      \
+            appendWSFaultEvent(env, Event::SUB_END, appName, faultCode, faultString);                        \
+        }                                                                                                    \
+    }
+
+AM_WS_FAULT_NATIVE(wsHelperClientFaultNative)
+AM_WS_FAULT_NATIVE(wsHelperProviderFaultNative)
+
+// Nothing for no values or a null array. Values that are no strings count as null.
+JNIEXPORT jint JNICALL EVENT_AGENT(genericStartEventNative)(JNIEnv *env, jclass, jint id, jint nCtxProps,
+                                                            jobjectArray ctxValues) {
+    return gatedWithId(env, [=] { beginGenericEvent(env, id, nCtxProps, ctxValues); });
+}
+
+JNIEXPORT jint JNICALL EVENT_AGENT(genericStopEventNative)(JNIEnv *env, jclass, jint id) {
+    return gatedWithId(env, [=] { endGenericEvent(env, id); });
+}
+
+JNIEXPORT void JNICALL EVENT_AGENT(genericExceptionEventNative)(JNIEnv *env, jclass, jint id, jint nCtxProps,
+                                                                jobjectArray ctxValues) {
+    if (!shouldReject(env)) {
+        exceptionGenericEvent(env, id, nCtxProps, ctxValues);
+    }
+}
+
+// ---------------------------------------------------------------- records that stand alone
+
+JNIEXPORT void JNICALL EVENT_AGENT(sendExceptionNative)(JNIEnv *env, jclass, jstring ex, jstring cn,
+                                                        jstring mn, jstring st) {
+    if (!shouldReject(env)) {
+        appendExceptionEvent(env, ex, cn, mn, st);
+    }
+}
+
+JNIEXPORT void JNICALL EVENT_AGENT(sendGWXRecordNative)(JNIEnv *env, jclass, jstring gatewayName,
+                                                        jstring serverName, jstring progName,
+                                                        jlong snapShotTime, jint count, jlong avgTimeTaken) {
+    if (!shouldReject(env)) {
+        appendGWXEvent(env, gatewayName, serverName, progName, snapShotTime, count, avgTimeTaken);
+    }
+}
+
+// Nothing unless all arrays are there and `arrLength` is positive and that of `type`.
+JNIEXPORT void JNICALL EVENT_AGENT(sendXQIRecordNative)(JNIEnv *env, jclass, jstring mgrName,
+                                                        jstring queueName, jlong snapShotTime, jbyteArray type,
+                                                        jintArray count, jlongArray avgTimeTaken,
+                                                        jint arrLength) {
+    if (shouldReject(env) || type == nullptr || arrLength <= 0 || env->GetArrayLength(type) != arrLength) {
+        return;
+    }
+    const XqiArrays arrays = {
+        copyBytes(env, type, arrLength),
+        copyArray<jint>(env, count, arrLength, &JNIEnv::GetIntArrayRegion),
+        copyArray<jlong>(env, avgTimeTaken, arrLength, &JNIEnv::GetLongArrayRegion),
+    };
+    sendXqi(env, mgrName, queueName, snapShotTime, arrays, arrLength);
+}
+
+JNIEXPORT void JNICALL EVENT_AGENT(setPSStatusEventNative)(JNIEnv *env, jclass, jstring status) {
+    if (!shouldReject(env)) {
+        appendPSStatusRecEvent(env, status);
+    }
+}
+
+// Not gated: a marker tells of what the gate refused.
+JNIEXPORT void JNICALL EVENT_AGENT(sendDroppedEventRecordNative)(JNIEnv *env, jclass) {
+    appendDroppedRecEvent(env);
+}
+
+JNIEXPORT void JNICALL EVENT_AGENT(issueTraceRequestNative)(JNIEnv *env, jclass) {
+    if (!shouldReject(env)) {
+        issueTraceRequest(env);
+    }
+}
+
+// The first four levels count; missing ones are 0. They are sent again on a new connection.
+JNIEXPORT void JNICALL EVENT_AGENT(setSamplingRatesNative)(JNIEnv *env, jclass, jintArray levels,
+                                                           jint useDefault) {
+    if (!shouldReject(env)) {
+        takeSamplingRates(env, levels, useDefault);
+    }
+}
+
+// ---------------------------------------------------------------- questions about the calling thread
+
+// Open levels of the thread; 0 if it has no data.
+JNIEXPORT jint JNICALL EVENT_AGENT(getNumPendingRequests)(JNIEnv *env, jclass) {
+    const ThreadData *td = callingThread(env);
+    return td != nullptr ? td->requestDepth : 0;
+}
+
+// The thread's number, given if it has none.
+JNIEXPORT jint JNICALL EVENT_AGENT(getEnvNative)(JNIEnv *env, jclass) { return lookedUpId(env); }
+
+// Fills `cpuTime` (nanoseconds), `timeSec_` and `timeUSec_` of `times`; null is left alone.
+JNIEXPORT void JNICALL EVENT_AGENT(getThreadTimesNative)(JNIEnv *env, jclass, jobject times) {
+    if (times != nullptr) {
+        fillThreadTimes(env, times);
+    }
+}
+
+// ---------------------------------------------------------------- listeners
+
+JNIEXPORT void JNICALL EVENT_AGENT(enableEntryExitTraceNative)(JNIEnv *, jclass) {
+    setEntryExitNotification(true);
+}
+
+JNIEXPORT void JNICALL EVENT_AGENT(disableEntryExitTraceNative)(JNIEnv *, jclass) {
+    setEntryExitNotification(false);
+}
+
+JNIEXPORT void JNICALL EVENT_AGENT(indicateNumberOfListeners)(JNIEnv *, jclass, jint n) {
+    setListenerCount(n);
+}
+
+// Keeps the calling class as the target of `notifyListeners`; only the first call counts.
+JNIEXPORT void JNICALL EVENT_AGENT(initNative)(JNIEnv *env, jclass cls) { setNotifyTarget(env, cls); }
+
+} // extern "C"
