@@ -1,6 +1,7 @@
 #include "ProbeState.h"
 
 #include <cstring>
+#include <mutex>
 
 Relaxed<bool> dcDisabledOption(false);
 Relaxed<bool> vmDeadSeen(false);
@@ -29,13 +30,15 @@ Relaxed<bool (*)(JNIEnv *)> disableToolkitHook(nullptr);
 
 namespace {
 
+// Both agents may report at once: without the lock each could miss what the other stored.
+std::mutex readinessLock;
+
 void storeReadiness(Relaxed<bool> &own, const Relaxed<bool> &other, bool ready) {
+    const std::lock_guard<std::mutex> guard(readinessLock);
     if (own == ready) {
         return;
     }
     own = ready;
-    // Both agents may report at once: without the fence each could miss the other's store.
-    std::atomic_thread_fence(std::memory_order_seq_cst);
     if (ready && other) {
         probeDisabled = false;
     }
