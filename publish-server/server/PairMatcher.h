@@ -1,0 +1,61 @@
+// Finds the begin record of an end record, for one connection: a stack of open begins per thread, ordered by
+// depth. Nothing that arrives is an error: ends without a begin and begins that never end are counted.
+// Bounded: at kMaxThreads threads or kMaxOpen open begins, the half of the threads that were silent longest
+// is forgotten. One thread.
+#pragma once
+
+#include "decoder/Record.h"
+
+#include <cstdint>
+#include <optional>
+#include <unordered_map>
+#include <vector>
+
+namespace ps {
+
+class Latency;
+
+class PairMatcher {
+public:
+    static constexpr std::size_t kMaxThreads = 4096;
+    static constexpr std::size_t kMaxOpen = 65536;
+
+    struct Match {
+        Latency *latency;           // as given with the begin, may be null
+        std::uint64_t microseconds; // wall time between the two; 0 if the clock went back
+    };
+
+    void begin(const Record &record, Latency *latency);
+    std::optional<Match> end(const Record &record);
+
+    // Counts since the last call: what was left unmatched by the records seen, and, with `closing`, all that
+    // is open.
+    struct Unmatched {
+        std::uint64_t begins;
+        std::uint64_t ends;
+    };
+    Unmatched takeUnmatched(bool closing);
+    std::size_t open() const { return open_; }
+
+private:
+    struct Open {
+        Latency *latency;
+        std::uint64_t since; // microseconds
+        std::uint8_t depth;
+        std::uint8_t pair;
+    };
+    struct Thread {
+        std::vector<Open> stack; // depth strictly rising, so never more than 256
+        std::uint64_t lastSeen = 0;
+    };
+
+    void cutTo(Thread &thread, std::size_t size);
+    void forgetSilentHalf();
+
+    std::unordered_map<std::uint32_t, Thread> threads_;
+    std::uint64_t clock_ = 0;
+    std::size_t open_ = 0;
+    Unmatched unmatched_{0, 0};
+};
+
+} // namespace ps

@@ -1,0 +1,75 @@
+// Accepts collectors on one address and feeds each connection's bytes to a Session. Everything runs on the
+// thread that calls run(). Bounded: maxConnections connections, each with one record's buffer; a connection
+// that sends nothing or slowly costs its buffer and nothing else. A broken stream closes its own connection
+// only.
+#pragma once
+
+#include "server/Options.h"
+#include "server/Output.h"
+#include "server/Render.h"
+#include "server/Totals.h"
+
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/ip/tcp.hpp>
+#include <boost/asio/steady_timer.hpp>
+
+namespace ps {
+
+class Connection;
+
+class Server {
+public:
+    // Listens when constructed; throws boost::system::system_error if it cannot. `sink` may be null. All
+    // arguments must outlive the server; setting `stop` (from any thread or signal handler) ends run().
+    Server(const Options &options, Totals &totals, Output &output, RecordSink *sink,
+           const std::atomic<bool> &stop);
+    ~Server();
+
+    // Until `stop`, options.seconds or broken output. Before it returns it still takes what collectors have
+    // already sent: it goes on until kQuietTicks ticks brought nothing, but for at most kDrainTime.
+    void run();
+
+    std::string address() const; // HOST:PORT as bound
+    std::uint16_t port() const { return acceptor_.local_endpoint().port(); }
+
+private:
+    friend class Connection;
+    using Clock = std::chrono::steady_clock;
+    static constexpr std::chrono::milliseconds kTick{100};
+    static constexpr std::chrono::seconds kDrainTime{2};
+    static constexpr int kQuietTicks = 2;
+
+    boost::asio::ip::tcp::endpoint chooseEndpoint();
+    void listen();
+    void accept();
+    void accepted(boost::asio::ip::tcp::socket socket);
+    void tick();
+    void drain();
+    void refreshTable();
+    bool mustEnd() const;
+
+    const Options &options_;
+    Totals &totals_;
+    Output &output_;
+    RecordSink *sink_;
+    const std::atomic<bool> &stop_;
+    boost::asio::io_context io_;
+    boost::asio::ip::tcp::acceptor acceptor_;
+    boost::asio::steady_timer timer_;
+    std::vector<std::shared_ptr<Connection>> connections_;
+    std::uint64_t lastConnection_ = 0;
+    bool acceptPending_ = false;
+    bool draining_ = false;
+    int quietTicks_ = 0;
+    std::uint64_t bytesAtTick_ = 0;
+    Clock::time_point endAt_ = Clock::time_point::max();
+    Clock::time_point tableAt_ = Clock::time_point::max();
+};
+
+} // namespace ps

@@ -1,0 +1,40 @@
+// What happens to the bytes of one connection, wherever they come from: decode, count, hand to the sink.
+// Knows no socket. The totals and the sink (which may be null) must outlive the session. One thread.
+#pragma once
+
+#include "decoder/StreamDecoder.h"
+#include "server/PairMatcher.h"
+#include "server/Render.h"
+#include "server/Totals.h"
+
+#include <cstdint>
+#include <string>
+
+namespace ps {
+
+class Session {
+public:
+    Session(std::uint64_t connection, std::string peer, Totals &totals, RecordSink *sink,
+            std::size_t maxRecordBytes);
+
+    StreamDecoder::Space prepare() { return decoder_.prepare(); }
+    // Decodes all that is whole, after `count` bytes were put into the prepared space. False once the stream
+    // cannot be decoded further.
+    bool commit(std::size_t count);
+
+    // Closes the books, once. `how`: what ended the stream; a decoding error takes its place.
+    Summary finish(const std::string &how);
+
+    std::size_t capacity() const { return decoder_.capacity(); }
+
+private:
+    StreamDecoder decoder_;
+    PairMatcher pairs_;
+    Totals &totals_;
+    RecordSink *sink_;
+    Summary summary_;
+    Record record_;
+    bool failed_ = false;
+};
+
+} // namespace ps

@@ -1,0 +1,110 @@
+#include "server/Options.h"
+#include "server/Output.h"
+#include "server/Render.h"
+#include "server/Server.h"
+#include "server/Session.h"
+#include "server/Totals.h"
+
+#include <atomic>
+#include <csignal>
+#include <cstdio>
+#include <exception>
+#include <filesystem>
+#include <fstream>
+
+#include <unistd.h>
+
+namespace {
+
+constexpr std::size_t kFinalRows = 100;
+std::atomic<bool> stopRequested{false}; // lock-free, so that a signal handler may set it
+
+extern "C" void onSignal(int) {
+    if (stopRequested.exchange(true)) {
+        _exit(1); // asked twice: somebody does not want to wait
+    }
+}
+
+void installSignals() {
+    struct sigaction action {};
+    action.sa_handler = onSignal; // no SA_RESTART: a blocked write returns and sees the wish to stop
+    sigaction(SIGINT, &action, nullptr);
+    sigaction(SIGTERM, &action, nullptr);
+    std::signal(SIGPIPE, SIG_IGN);
+}
+
+bool decodeFile(const ps::Options &options, ps::Totals &totals, ps::RecordSink *sink) {
+    std::ifstream file(options.decodeFile, std::ios::binary);
+    ps::Session session(1, options.decodeFile, totals, sink, options.maxRecordBytes);
+    bool good = true;
+    while (good && file && !stopRequested) {
+        const ps::StreamDecoder::Space space = session.prepare();
+        file.read(space.data, static_cast<std::streamsize>(space.size));
+        good = session.commit(static_cast<std::size_t>(file.gcount()));
+    }
+    const std::string text = ps::summaryText(session.finish("end of the file"));
+    std::fwrite(text.data(), 1, text.size(), stderr);
+    return good;
+}
+
+void serve(const ps::Options &options, ps::Totals &totals, ps::Output &output, ps::RecordSink *sink) {
+    ps::Server server(options, totals, output, sink, stopRequested);
+    std::fprintf(stderr, "listening on %s\n", server.address().c_str());
+    server.run();
+}
+
+// Whole or not at all: a script that waits for the file never sees half of it.
+bool writeStats(const std::string &path, const ps::Totals &totals) {
+    const std::string unfinished = path + ".tmp";
+    std::ofstream file(unfinished, std::ios::trunc);
+    file << totals.json().dump(2) << "\n";
+    file.close();
+    std::error_code error;
+    if (file) {
+        std::filesystem::rename(unfinished, path, error);
+    }
+    if (!file || error) {
+        std::fprintf(stderr, "cannot write %s\n", path.c_str());
+        return false;
+    }
+    return true;
+}
+
+int run(const ps::Options &options) {
+    ps::Output output(STDOUT_FILENO, stopRequested);
+    std::unique_ptr<ps::RecordSink> sink;
+    if (options.print || options.json) {
+        sink = options.print ? ps::makeTextSink(output) : ps::makeJsonSink(output);
+    }
+    ps::Totals totals;
+    bool good = true;
+    if (options.decodeFile.empty()) {
+        serve(options, totals, output, sink.get());
+    } else {
+        good = decodeFile(options, totals, sink.get());
+    }
+    if (options.table) {
+        output.write((output.isTerminal() ? "\x1b[H\x1b[J" : "") + totals.table(kFinalRows));
+    }
+    if (!options.statsFile.empty()) {
+        good = writeStats(options.statsFile, totals) && good;
+    }
+    return good ? 0 : 1;
+}
+
+} // namespace
+
+int main(int argc, char **argv) {
+    int status = 0;
+    const auto options = ps::parseCommandLine(argc, argv, status);
+    if (!options) {
+        return status;
+    }
+    installSignals();
+    try {
+        return run(*options);
+    } catch (const std::exception &error) {
+        std::fprintf(stderr, "publish-server: %s\n", error.what());
+        return 1;
+    }
+}

@@ -1,0 +1,318 @@
+#include "ps_bytes.h"
+
+#include <gtest/gtest.h>
+
+#include <random>
+#include <set>
+
+using namespace pstest;
+
+namespace {
+
+// Every byte of the prefix differs from every other, so a field taken from the wrong place shows.
+#define PREFIX " 01020304 05 06070809 0A0B0C0D 0E0F101112131415 "
+#define PREFIX_JSON                                                                                          \
+    R"("thread":16909060,"depth":5,"timeSec":101124105,"timeUSec":168496141,"cpuTime":1013046106685379605)"
+#define END " 03 7F7F"
+#define LEVEL_JSON R"(,"level":3)"
+
+struct Golden {
+    const char *wire;
+    const char *json; // of the fields behind the name
+};
+
+const Golden kGolden[] = {
+    {"04" PREFIX "01 0003'get' 0004'shop' 0005'/shop' 0002'me'" END,
+     R"("name":"HttpEvent.begin",)" PREFIX_JSON
+     R"(,"namesFlag":1,"requestName":"get","applicationName":"shop","url":"/shop","userId":"me")" LEVEL_JSON},
+    {"04" PREFIX "00 0000 0000 0005'/shop' 0000" END,
+     R"("name":"HttpEvent.begin",)" PREFIX_JSON
+     R"(,"namesFlag":0,"requestName":"","applicationName":"","url":"/shop","userId":"")" LEVEL_JSON},
+    // The size counts the three strings with their lengths: 2+1, 2+2, 2+3.
+    {"06" PREFIX "000C 0001'B' 0002'mm' 0003'app'" END,
+     R"("name":"EJBEvent.begin",)" PREFIX_JSON R"(,"bean":"B","method":"mm","application":"app")" LEVEL_JSON},
+    {"08 06070809 0A0B0C0D 000C'system_trace' 03 7F7F",
+     R"("name":"TraceEvent","timeSec":101124105,"timeUSec":168496141,"requestName":"system_trace","level":3)"},
+    {"09" PREFIX "03 0002'ds' 0008'SELECT 1' 7F7F",
+     R"("name":"SQLEvent.begin",)" PREFIX_JSON LEVEL_JSON R"(,"dataSourceName":"ds","sql":"SELECT 1")"},
+    {"0B 01020304 00000001 00000002 00000003 00000004 00000005 01000006 7F7F",
+     R"("name":"DroppedEvent","thread":16909060,"otherStarts":1,"otherEnds":2,"methodStarts":3,)"
+     R"("methodEnds":4,"sqlStarts":5,"sqlEnds":16777222)"},
+    {"0D 01020304 06070809 0A0B0C0D 7F7F",
+     R"("name":"GCEvent.begin","thread":16909060,"timeSec":101124105,"timeUSec":168496141)"},
+    {"0E 01020304 06070809 0A0B0C0D 2122232425262728 4142434445464748 5152535455565758 7F7F",
+     R"("name":"GCEvent.end","thread":16909060,"timeSec":101124105,"timeUSec":168496141,)"
+     R"("usedObjects":2387509390608836392,"usedObjectSpace":4702394921427289928,)"
+     R"("totalObjectSpace":5859837686836516696)"},
+    {"19" PREFIX "0001's' 0002'qq' 0003'sel'" END,
+     R"("name":"JMSEvent.1.begin",)" PREFIX_JSON R"(,"server":"s","queue":"qq","selector":"sel")" LEVEL_JSON},
+    {"1B" PREFIX "0001's' 0002'qq' 0003'sel'" END,
+     R"("name":"JMSEvent.2.begin",)" PREFIX_JSON R"(,"server":"s","queue":"qq","selector":"sel")" LEVEL_JSON},
+    {"1D" PREFIX "0001's' 0002'qq'" END,
+     R"("name":"JMSEvent.3.begin",)" PREFIX_JSON R"(,"server":"s","queue":"qq")" LEVEL_JSON},
+    {"1F" PREFIX "0001's' 0002'qq'" END,
+     R"("name":"JMSEvent.4.begin",)" PREFIX_JSON R"(,"server":"s","queue":"qq")" LEVEL_JSON},
+    {"21" PREFIX "03 0001'u' 0002'lo' 7F7F",
+     R"("name":"JNDIEvent.begin",)" PREFIX_JSON LEVEL_JSON R"(,"url":"u","lookup":"lo")"},
+    {"23" PREFIX "03 0001'u' 0002'hi' 7F7F",
+     R"("name":"MailEvent.begin",)" PREFIX_JSON LEVEL_JSON R"(,"url":"u","subject":"hi")"},
+    {"25" PREFIX "0003'eis'" END, R"("name":"JCAEvent.begin",)" PREFIX_JSON R"(,"eis":"eis")" LEVEL_JSON},
+    {"27 00000001 00000002 00000003 FFFFFFFF 01 7F7F",
+     R"("name":"SamplingEvent","levels":[1,2,3,4294967295],"useDefault":1)"},
+    {"28 0001'g' 0002'se' 0001'p' 2122232425262728 31323334 4142434445464748 7F7F",
+     R"("name":"GWXEvent","gatewayName":"g","serverName":"se","progName":"p",)"
+     R"("snapShotTime":2387509390608836392,"count":825373492,"avgTimeTaken":4702394921427289928)"},
+    {"29 0001'm' 0001'q' 2122232425262728 00000002"
+     "07 00000008 0000000000000009 FF 31323334 4142434445464748 7F7F",
+     R"("name":"XQIEvent","mgrName":"m","queueName":"q","snapShotTime":2387509390608836392,"arrLength":2,)"
+     R"("types":[7,255],"counts":[8,825373492],"avgTimes":[9,4702394921427289928])"},
+    {"29 0000 0000 0000000000000000 00000000 7F7F",
+     R"("name":"XQIEvent","mgrName":"","queueName":"","snapShotTime":0,"arrLength":0,)"
+     R"("types":[],"counts":[],"avgTimes":[])"},
+    {"2C 0000 7F7F", R"("name":"PSStatusEvent","message":"")"},
+    // Texts may hold the end mark; only the layout says where a record ends.
+    {"2C 0004 7F7F'ok' 7F7F", R"("name":"PSStatusEvent","message":")"
+                              "\x7F\x7F"
+                              R"(ok")"},
+    {"2D 0001'E' 0001'C' 0001'm' 0002'st' 7F7F",
+     R"("name":"ExceptionEvent","exception":"E","className":"C","methodName":"m","stackTrace":"st")"},
+    {"33" PREFIX "0003 7F7F01" END,
+     R"("name":"GPSEvent.invoke.begin",)" PREFIX_JSON R"(,"token":"7F7F01")" LEVEL_JSON},
+    {"35" PREFIX "0000" END, R"("name":"GPSEvent.receive.begin",)" PREFIX_JSON R"(,"token":"")" LEVEL_JSON},
+    {"9A" PREFIX "0002'gw' 0001 AB" END,
+     R"("name":"GPSEvent.txmon.begin",)" PREFIX_JSON R"(,"gateway":"gw","token":"AB")" LEVEL_JSON},
+    {"37" PREFIX "0001'q' 0002 CDEF 00" END,
+     R"("name":"GPSXQEvent.10.begin",)" PREFIX_JSON
+     R"(,"queueName":"q","gpsToken":"CDEF","actionIs7":0)" LEVEL_JSON},
+    {"39" PREFIX "0001'q' 0002 CDEF 01" END,
+     R"("name":"GPSXQEvent.7.begin",)" PREFIX_JSON
+     R"(,"queueName":"q","gpsToken":"CDEF","actionIs7":1)" LEVEL_JSON},
+    {"63 2A" PREFIX "02 0001 20 0000" END, R"("name":"GenericEvent.begin","id":42,)" PREFIX_JSON
+                                           R"(,"nCtxProps":2,"ctxValues":[" ",""])" LEVEL_JSON},
+    {"64 2A" PREFIX "03 7F7F", R"("name":"GenericEvent.end","id":42,)" PREFIX_JSON LEVEL_JSON},
+    {"6C 2A 01020304 01 0002'cv' 03 7F7F",
+     R"("name":"GenericExceptionEvent","id":42,"thread":16909060,"nCtxProps":1,"ctxValues":["cv"],"level":3)"},
+    {"6E" PREFIX "0001'q' 0002'mg' 0B" END, R"("name":"XQEvent.begin",)" PREFIX_JSON
+                                            R"(,"queueName":"q","queueMgrName":"mg","action":11)" LEVEL_JSON},
+    {"6F" PREFIX "0B" END, R"("name":"XQEvent.end",)" PREFIX_JSON R"(,"action":11)" LEVEL_JSON},
+    {"70" PREFIX "01 0001'r' 0001'a' 0001'u'" END,
+     R"("name":"DoVerbForEvent.begin",)" PREFIX_JSON
+     R"(,"namesFlag":1,"requestName":"r","applicationName":"a","url":"u")" LEVEL_JSON},
+    {"72" PREFIX "00 0000 0000 0001'u'" END,
+     R"("name":"PollForEvent.begin",)" PREFIX_JSON
+     R"(,"namesFlag":0,"requestName":"","applicationName":"","url":"u")" LEVEL_JSON},
+    {"93" PREFIX "0001'C' 0002'me' 0003'arg'" END,
+     R"("name":"JDOEvent.begin",)" PREFIX_JSON
+     R"(,"className":"C","methodName":"me","argumentString":"arg")" LEVEL_JSON},
+    {"96" PREFIX "0001'C' 00000000 0002'me'" END,
+     R"("name":"CommonEvent.begin",)" PREFIX_JSON
+     R"(,"className":"C","nameType":0,"methodName":"me")" LEVEL_JSON},
+    {"98" PREFIX "0001'C' 0000002E 0000" END, R"("name":"IIOPServerEvent.begin",)" PREFIX_JSON
+                                              R"(,"className":"C","nameType":46,"methodName":"")" LEVEL_JSON},
+    {"C7" PREFIX "0001'a' 0002'rr' 0001'u'" END,
+     R"("name":"WSClientEvent.begin",)" PREFIX_JSON
+     R"(,"applicationName":"a","requestName":"rr","url":"u")" LEVEL_JSON},
+    {"C9" PREFIX "0001'a' 0002'rr' 0001'u'" END,
+     R"("name":"WSProviderEvent.begin",)" PREFIX_JSON
+     R"(,"applicationName":"a","requestName":"rr","url":"u")" LEVEL_JSON},
+    {"CB" PREFIX "0001'a' 0002'fc' 0003'fst'" END,
+     R"("name":"WSFaultEvent.begin",)" PREFIX_JSON
+     R"(,"appName":"a","faultCode":"fc","faultString":"fst")" LEVEL_JSON},
+};
+
+// Ends that carry nothing but prefix and level.
+const struct {
+    int type;
+    const char *name;
+} kPlainEnds[] = {
+    {5, "HttpEvent.end"},         {50, "HttpEvent.failed"},     {7, "EJBEvent.end"},
+    {10, "SQLEvent.end"},         {26, "JMSEvent.1.end"},       {28, "JMSEvent.2.end"},
+    {30, "JMSEvent.3.end"},       {32, "JMSEvent.4.end"},       {34, "JNDIEvent.end"},
+    {36, "MailEvent.end"},        {38, "JCAEvent.end"},         {52, "GPSEvent.invoke.end"},
+    {54, "GPSEvent.receive.end"}, {56, "GPSXQEvent.10.end"},    {58, "GPSXQEvent.7.end"},
+    {113, "DoVerbForEvent.end"},  {115, "PollForEvent.end"},    {148, "JDOEvent.end"},
+    {151, "CommonEvent.end"},     {153, "IIOPServerEvent.end"}, {200, "WSClientEvent.end"},
+    {202, "WSProviderEvent.end"}, {204, "WSFaultEvent.end"},
+};
+
+std::vector<std::string> allRecords() {
+    std::vector<std::string> records;
+    for (const Golden &golden : kGolden) {
+        records.push_back(bytes(golden.wire));
+    }
+    for (const auto &end : kPlainEnds) {
+        records.push_back(static_cast<char>(end.type) + bytes(PREFIX END));
+    }
+    return records;
+}
+
+std::string streamOfAll() {
+    const std::vector<std::string> records = allRecords();
+    return kInitBlock + packet(records) + bytes("00 00000001 7F7F 2C 0000 7F7F") +
+           packet({records[0], records[2]});
+}
+
+std::string lineOf(const std::string &wire) {
+    const Decoded decoded = decode(kInitBlock + packet({wire}));
+    EXPECT_TRUE(decoded.atBoundary) << decoded.error.message;
+    return decoded.lines.size() == 3 ? decoded.lines[2] : "no record: " + decoded.error.message;
+}
+
+std::string expectedLine(int type, const std::string &fields) {
+    const std::size_t offset = kInitBlock.size() + 7;
+    return R"({"conn":7,"offset":)" + std::to_string(offset) + R"(,"seq":3,"packet":1,"type":)" +
+           std::to_string(type) + "," + fields + "}";
+}
+
+} // namespace
+
+TEST(PsDecoder, initialBlock) {
+    const Decoded decoded = decode(kInitBlock);
+    ASSERT_EQ(decoded.lines.size(), 2u);
+    EXPECT_EQ(decoded.lines[0], R"({"conn":7,"offset":0,"seq":1,"packet":0,"type":2000,"name":"InitRecord",)"
+                                R"("fixed100":100,"platformId":2,"fixed1":1,"timeMillis":2712847316})");
+    EXPECT_EQ(
+        decoded.lines[1],
+        R"({"conn":7,"offset":17,"seq":2,"packet":0,"type":101,"name":"J2EEInitRecord","fixed200":200,)"
+        R"("major":9,"minor":8,"revision":7,"commandAgentID":"agent","clusterName":"<NO CLUSTER NAME>",)"
+        R"("nodeName":"node","serverName":"server","adminServerPort":8080})");
+    EXPECT_TRUE(decoded.atBoundary);
+}
+
+TEST(PsDecoder, everyByteOfEveryLayout) {
+    for (const Golden &golden : kGolden) {
+        const std::string wire = bytes(golden.wire);
+        EXPECT_EQ(lineOf(wire), expectedLine(static_cast<unsigned char>(wire[0]), golden.json));
+    }
+    for (const auto &end : kPlainEnds) {
+        const std::string wire = static_cast<char>(end.type) + bytes(PREFIX END);
+        EXPECT_EQ(wire.size(), 25u);
+        EXPECT_EQ(lineOf(wire), expectedLine(end.type, R"("name":")" + std::string(end.name) +
+                                                           "\"," PREFIX_JSON LEVEL_JSON));
+    }
+}
+
+TEST(PsDecoder, everyLayoutIsCoveredHere) {
+    std::set<int> covered;
+    for (const std::string &record : allRecords()) {
+        covered.insert(static_cast<unsigned char>(record[0]));
+    }
+    for (int type = 0; type < 256; ++type) {
+        EXPECT_EQ(ps::findSpec(static_cast<std::uint8_t>(type)) != nullptr, covered.count(type) == 1) << type;
+    }
+}
+
+TEST(PsDecoder, piecesOfAnySizeGiveTheSameRecords) {
+    const std::string stream = streamOfAll();
+    const Decoded whole = decode(stream);
+    ASSERT_EQ(whole.lines.size(), 2 + allRecords().size() + 3);
+    EXPECT_EQ(decode(stream, [] { return 1; }).lines, whole.lines);
+    std::mt19937 random(16);
+    for (int round = 0; round < 200; ++round) {
+        const Decoded split = decode(stream, [&] { return 1 + random() % 40; });
+        ASSERT_EQ(split.lines, whole.lines) << "round " << round;
+        ASSERT_TRUE(split.atBoundary);
+    }
+}
+
+TEST(PsDecoder, cutStreamsWaitForMore) {
+    const std::string stream = streamOfAll();
+    for (std::size_t length = 1; length < stream.size(); ++length) {
+        const Decoded cut = decode(stream.substr(0, length));
+        ASSERT_FALSE(cut.fatal) << length << ": " << cut.error.message;
+    }
+    EXPECT_FALSE(decode(kInitBlock.substr(0, 17)).atBoundary);
+    EXPECT_TRUE(decode("").atBoundary);
+}
+
+TEST(PsDecoder, malformedStreams) {
+    const std::size_t packetAt = kInitBlock.size();
+    const std::size_t recordAt = packetAt + 7;
+    const auto init = [](std::size_t at, char value) {
+        std::string block = kInitBlock;
+        block[at] = value;
+        return block;
+    };
+    const auto one = [](const char *wire) { return kInitBlock + packet({bytes(wire)}); };
+    const struct {
+        std::string stream;
+        std::size_t offset;
+        const char *message;
+    } cases[] = {
+        {"GET / HTTP/1.1\r\n", 0, "unknown record type 1195725856"},
+        {init(4, 99), 4, "value out of range in InitRecord, field fixed100"},
+        {init(6, 2), 6, "field fixed1"},
+        {init(10, 1), 7, "field timeMillis"},
+        {init(15, 0), 15, "no end-of-record mark in InitRecord"},
+        {init(17, 0), 17, "unknown record type 0"},
+        {init(18, 100), 18, "field fixed200"},
+        {init(31, '['), 29, "not the fixed text in J2EEInitRecord, field clusterName"},
+        {kInitBlock + bytes("2C 0000 7F7F"), packetAt, "unknown record type 44"},
+        {kInitBlock + bytes("00 00000000 7F7F"), packetAt + 1,
+         "value out of range in PacketHeader, field count"},
+        {kInitBlock + bytes("00 00000001 7F7E"), packetAt + 5, "no end-of-record mark in PacketHeader"},
+        {one("FE 0000 7F7F"), recordAt, "unknown record type 254"},
+        {one("00 0000 7F7F"), recordAt, "unknown record type 0"},
+        {one("2C 0001'x' 7F00"), recordAt + 4, "no end-of-record mark in PSStatusEvent"},
+        {one("04" PREFIX "02 0000 0000 0000 0000" END), recordAt + 22, "field namesFlag"},
+        {one("04" PREFIX "00 0000 0001'a' 0000 0000" END), recordAt + 25,
+         "a name although the names flag is 0"},
+        {one("27 00000001 00000002 00000003 00000004 02 7F7F"), recordAt + 17, "field useDefault"},
+        {one("39" PREFIX "0000 0000 07" END), recordAt + 26, "field actionIs7"},
+        {one("96" PREFIX "0000 0000002F 0000" END), recordAt + 24, "field nameType"},
+        {one("06" PREFIX "0007 0000 0000 0000" END), recordAt + 30, "length does not fit its content"},
+        {one("29 0000 0000 0000000000000000 FFFFFFFF"), recordAt + 17, "record longer than the limit"},
+        // One record too few, then too many, for what the header counts.
+        {kInitBlock + bytes("00 00000002 7F7F 2C 0000 7F7F 00 00000001 7F7F"), recordAt + 5,
+         "unknown record type 0"},
+        {kInitBlock + bytes("00 00000001 7F7F 2C 0000 7F7F 2C 0000 7F7F"), recordAt + 5,
+         "unknown record type 44"},
+    };
+    for (const auto &bad : cases) {
+        for (const std::size_t piece : {1u << 20, 1u}) {
+            const Decoded decoded = decode(bad.stream, [&] { return piece; });
+            EXPECT_TRUE(decoded.fatal) << bad.message;
+            EXPECT_NE(decoded.error.message.find(bad.message), std::string::npos) << decoded.error.message;
+            EXPECT_EQ(decoded.error.offset, bad.offset) << decoded.error.message;
+        }
+    }
+}
+
+TEST(PsDecoder, errorShowsTheBytesAround) {
+    const Decoded decoded = decode(kInitBlock + packet({bytes("2C 0002'ab' 7F7F"), bytes("FD 11 22")}));
+    EXPECT_EQ(decoded.error.offset, kInitBlock.size() + 14);
+    EXPECT_NE(decoded.error.message.find("packet 1"), std::string::npos);
+    EXPECT_NE(decoded.error.bytes.find("2C 00 02 61 62 7F 7F <FD> 11 22 "), std::string::npos)
+        << decoded.error.bytes;
+}
+
+TEST(PsDecoder, memoryStaysBounded) {
+    constexpr std::size_t kLimit = 1u << 20;
+    const std::size_t most = kLimit + 3 * ps::StreamDecoder::kMinSpace;
+    const std::string longText = bytes("FFFF") + std::string(65535, 'x');
+    std::string endless = "\x6C\x2A" + u32(1) + "\xFF"; // one record of 255 texts: 16 MB
+    for (int i = 0; i < 255; ++i) {
+        endless += longText;
+    }
+    const Decoded refused = decode(
+        kInitBlock + packet({endless}), [] { return 4000; }, kLimit);
+    EXPECT_TRUE(refused.fatal);
+    EXPECT_LE(refused.capacity, most);
+
+    const std::string status = "\x2C" + longText + "\x7F\x7F";
+    std::string many = kInitBlock;
+    for (int i = 0; i < 200; ++i) {
+        many += packet({status});
+    }
+    const Decoded accepted = decode(
+        many, [] { return 70000; }, kLimit);
+    EXPECT_EQ(accepted.lines.size(), 202u);
+    EXPECT_LE(accepted.capacity, most);
+
+    // After a giant record the memory goes back.
+    const Decoded giant = decode(
+        kInitBlock + packet({endless + std::string("\x03\x7F\x7F")}) + many.substr(kInitBlock.size()),
+        [] { return 1u << 20; }, 32u << 20);
+    EXPECT_EQ(giant.lines.size(), 203u);
+    EXPECT_LE(giant.capacity, most);
+}

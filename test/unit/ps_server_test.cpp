@@ -1,0 +1,306 @@
+#include "ps_bytes.h"
+#include "server/Options.h"
+#include "server/Server.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <set>
+#include <thread>
+
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+using namespace pstest;
+
+namespace {
+
+class Client {
+public:
+    explicit Client(std::uint16_t port) : socket_(::socket(AF_INET, SOCK_STREAM, 0)) {
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_port = htons(port);
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        connected_ = ::connect(socket_, reinterpret_cast<sockaddr *>(&address), sizeof address) == 0;
+    }
+    ~Client() { ::close(socket_); }
+
+    bool connected() const { return connected_; }
+    bool send(const std::string &bytes) {
+        return ::send(socket_, bytes.data(), bytes.size(), MSG_NOSIGNAL) ==
+               static_cast<ssize_t>(bytes.size());
+    }
+    // Sends until the other side takes no more, at most `limit` bytes; how many went.
+    std::size_t fill(const std::string &bytes, std::size_t limit) {
+        std::size_t sent = 0;
+        for (int refusals = 0; refusals < 20 && sent < limit;) {
+            const ssize_t count = ::send(socket_, bytes.data(), bytes.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+            refusals = count > 0 ? 0 : refusals + 1;
+            sent += count > 0 ? static_cast<std::size_t>(count) : 0;
+            if (count <= 0) {
+                std::this_thread::sleep_for(std::chrono::milliseconds(10));
+            }
+        }
+        return sent;
+    }
+    // Waits for the other side to close; false after five seconds.
+    bool closedByServer() {
+        const timeval patience{5, 0};
+        ::setsockopt(socket_, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
+        char byte;
+        return ::recv(socket_, &byte, 1, 0) == 0 || errno == ECONNRESET;
+    }
+
+private:
+    int socket_;
+    bool connected_;
+};
+
+class PsServer : public testing::Test {
+protected:
+    PsServer() {
+        directory_ = std::filesystem::path(testing::TempDir()) / ("ps_server_" + std::to_string(::getpid()));
+        options.port = 0;
+    }
+    ~PsServer() override {
+        finish();
+        std::filesystem::remove_all(directory_);
+    }
+
+    void start(int outputDescriptor) {
+        stop_ = false;
+        output_ = std::make_unique<ps::Output>(outputDescriptor, stop_);
+        sink_ = ps::makeJsonSink(*output_);
+        server = std::make_unique<ps::Server>(options, totals, *output_, sink_.get(), stop_);
+        thread_ = std::thread([this] { server->run(); });
+    }
+    void start() {
+        std::filesystem::create_directories(directory_);
+        const std::string path = outputPath();
+        descriptor_ = ::open(path.c_str(), O_CREAT | O_TRUNC | O_WRONLY, 0600);
+        start(descriptor_);
+    }
+    // Asks the server to end and waits for it; the totals may be read then.
+    void finish() {
+        stop_ = true;
+        if (thread_.joinable()) {
+            thread_.join();
+        }
+        server.reset();
+        output_.reset();
+        if (descriptor_ >= 0) {
+            ::close(std::exchange(descriptor_, -1));
+        }
+    }
+
+    std::string outputPath() const { return directory_ / "out.json"; }
+    std::vector<nlohmann::json> summaries() const {
+        std::vector<nlohmann::json> found;
+        std::ifstream file(outputPath());
+        for (std::string line; std::getline(file, line);) {
+            const auto json = nlohmann::json::parse(line);
+            if (json.contains("summary")) {
+                found.push_back(json);
+            }
+        }
+        return found;
+    }
+
+    std::filesystem::path directory_;
+    ps::Options options;
+    ps::Totals totals;
+    std::unique_ptr<ps::Server> server;
+
+private:
+    std::atomic<bool> stop_{false};
+    std::unique_ptr<ps::Output> output_;
+    std::unique_ptr<ps::RecordSink> sink_;
+    std::thread thread_;
+    int descriptor_ = -1;
+};
+
+std::string pairPacket(std::uint32_t thread) {
+    return packet({record(4, thread, 1, 1000, httpPayload("/x")), record(5, thread, 1, 2000)});
+}
+
+const std::string kAlive = bytes("00 00000001 7F7F 2C 0000 7F7F");
+
+} // namespace
+
+TEST_F(PsServer, oneBadConnectionHarmsNoOther) {
+    constexpr int kClients = 8;
+    constexpr int kPackets = 300;
+    start();
+    const std::uint16_t port = server->port();
+    std::vector<std::thread> threads;
+    for (int i = 0; i < kClients; ++i) {
+        threads.emplace_back([port, i] {
+            Client client(port);
+            ASSERT_TRUE(client.send(kInitBlock));
+            for (int n = 0; n < kPackets; ++n) {
+                ASSERT_TRUE(client.send(pairPacket(static_cast<std::uint32_t>(i)) + kAlive));
+            }
+        });
+    }
+    Client bad(port);
+    bad.send(kInitBlock + pairPacket(99) + packet({bytes("FE FE FE")}));
+    EXPECT_TRUE(bad.closedByServer());
+    for (std::thread &thread : threads) {
+        thread.join();
+    }
+    finish();
+    EXPECT_EQ(totals.connections, kClients + 1u);
+    EXPECT_EQ(totals.errors, 1u);
+    EXPECT_EQ(totals.records, kClients * (2u + 3 * kPackets) + 4);
+    EXPECT_EQ(totals.json()["urls"][0]["ended"], kClients * kPackets + 1);
+    int broken = 0;
+    for (const auto &summary : summaries()) {
+        if (summary["ended"].get<std::string>().find("unknown record type 254") != std::string::npos) {
+            ++broken;
+            EXPECT_NE(summary["errorBytes"].get<std::string>().find("<FE>"), std::string::npos);
+        } else {
+            EXPECT_EQ(summary["ended"], "closed by the collector");
+            EXPECT_EQ(summary["counts"]["PSStatusEvent"], kPackets);
+        }
+    }
+    EXPECT_EQ(broken, 1);
+    EXPECT_EQ(summaries().size(), kClients + 1u);
+}
+
+TEST_F(PsServer, silentAndSlowConnectionsTakeAPlaceAndNoMore) {
+    options.maxConnections = 3;
+    start();
+    Client silent(server->port());
+    Client slow(server->port());
+    Client quick(server->port());
+    for (std::size_t i = 0; i < kInitBlock.size(); ++i) {
+        ASSERT_TRUE(slow.send(kInitBlock.substr(i, 1)));
+        ASSERT_TRUE(quick.send(i == 0 ? kInitBlock : kAlive));
+    }
+    Client tooMany(server->port());
+    EXPECT_TRUE(tooMany.closedByServer());
+    finish();
+    EXPECT_EQ(totals.refused, 1u);
+    EXPECT_EQ(totals.errors, 0u);
+    EXPECT_EQ(totals.records, 2 + 2 + kInitBlock.size() - 1);
+    EXPECT_EQ(summaries().size(), 3u);
+}
+
+TEST_F(PsServer, whatWasSentBeforeTheEndIsCounted) {
+    constexpr int kPackets = 20000;
+    std::string stream = kInitBlock;
+    for (int i = 0; i < kPackets; ++i) {
+        stream += kAlive;
+    }
+    start();
+    {
+        Client client(server->port());
+        ASSERT_TRUE(client.send(stream));
+        ASSERT_TRUE(Client(server->port()).send(kInitBlock + kAlive.substr(0, 9)));
+    }
+    finish();
+    EXPECT_EQ(totals.packets, kPackets + 1u);
+    EXPECT_EQ(totals.records, kPackets + 4u);
+    std::set<std::string> ends;
+    for (const auto &summary : summaries()) {
+        ends.insert(summary["ended"]);
+    }
+    EXPECT_EQ(ends, (std::set<std::string>{"closed by the collector",
+                                           "closed by the collector, in the middle of a packet"}));
+}
+
+TEST_F(PsServer, capturesHoldTheRawBytesAndAreNeverOverwritten) {
+    options.captureDir = directory_ / "raw" / "deep";
+    const std::string sent[] = {kInitBlock + pairPacket(1), kInitBlock + "not a packet"};
+    for (const std::string &stream : sent) { // the second server numbers its connections from 1 again
+        start();
+        { ASSERT_TRUE(Client(server->port()).send(stream)); }
+        finish();
+    }
+    std::multiset<std::string> captured;
+    for (const auto &file : std::filesystem::directory_iterator(options.captureDir)) {
+        std::ifstream in(file.path(), std::ios::binary);
+        captured.emplace(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+    }
+    EXPECT_EQ(captured, (std::multiset<std::string>{sent[0], sent[1]}));
+}
+
+TEST_F(PsServer, aReaderThatDoesNotReadPausesTheCollectorsButNotTheEnd) {
+    int ends[2];
+    ASSERT_EQ(::pipe(ends), 0);
+    start(ends[1]);
+    Client client(server->port());
+    ASSERT_TRUE(client.send(kInitBlock));
+    std::string alive;
+    for (int i = 0; i < 5000; ++i) {
+        alive += kAlive;
+    }
+    constexpr std::size_t kPlenty = 100u << 20;
+    EXPECT_LT(client.fill(alive, kPlenty), kPlenty) << "the server goes on reading into its own memory";
+    const auto before = std::chrono::steady_clock::now();
+    finish();
+    EXPECT_LT(std::chrono::steady_clock::now() - before, std::chrono::seconds(20));
+    ::close(ends[0]);
+    ::close(ends[1]);
+}
+
+TEST_F(PsServer, anAddressInUseIsAnError) {
+    start();
+    ps::Options same = options;
+    same.port = server->port();
+    std::atomic<bool> stop{false};
+    ps::Output output(-1, stop);
+    EXPECT_THROW(ps::Server(same, totals, output, nullptr, stop), std::exception);
+}
+
+TEST(PsOptions, commandLines) {
+    const struct {
+        std::vector<const char *> arguments;
+        int status; // of a program that ends at once; -1: it runs
+        const char *host;
+        int port;
+    } cases[] = {
+        {{}, -1, "127.0.0.1", 16016},
+        {{"--listen", "0.0.0.0:0"}, -1, "0.0.0.0", 0},
+        {{"--listen", "[::1]:5"}, -1, "::1", 5},
+        {{"--listen", "5000"}, -1, "127.0.0.1", 5000},
+        {{"--listen", ":5000"}, -1, "127.0.0.1", 5000},
+        {{"--listen", "::1"}, 2, "", 0},
+        {{"--listen", "host:"}, 2, "", 0},
+        {{"--listen", "host:65536"}, 2, "", 0},
+        {{"--listen", "host:-1"}, 2, "", 0},
+        {{"--print", "--json"}, 2, "", 0},
+        {{"--json", "--table"}, 2, "", 0},
+        {{"--table", "0"}, 2, "", 0},
+        {{"--decode", "no such file"}, 2, "", 0},
+        {{"--max-connections", "0"}, 2, "", 0},
+        {{"stray"}, 2, "", 0},
+        {{"--help"}, 0, "", 0},
+    };
+    for (const auto &test : cases) {
+        std::vector<const char *> argv{"publish-server"};
+        argv.insert(argv.end(), test.arguments.begin(), test.arguments.end());
+        int status = -1;
+        const auto options = ps::parseCommandLine(static_cast<int>(argv.size()), argv.data(), status);
+        EXPECT_EQ(status, test.status) << argv.back();
+        ASSERT_EQ(options.has_value(), test.status == -1) << argv.back();
+        if (options) {
+            EXPECT_EQ(options->host, test.host);
+            EXPECT_EQ(options->port, test.port);
+            EXPECT_FALSE(options->table);
+        }
+    }
+    int status = -1;
+    const char *const bare[] = {"publish-server", "--table", "--seconds", "3"};
+    const char *const given[] = {"publish-server", "--table", "2.5"};
+    EXPECT_TRUE(ps::parseCommandLine(4, bare, status)->table);
+    EXPECT_EQ(ps::parseCommandLine(4, bare, status)->tableSeconds, 1);
+    EXPECT_EQ(ps::parseCommandLine(3, given, status)->tableSeconds, 2.5);
+}
