@@ -1,0 +1,352 @@
+#include "EventAgent.h"
+
+#include "Event.h"
+#include "EvtAgentMgr.h"
+#include "MemoryMonitor.h"
+#include "ProbeLgKit.h"
+#include "PropertyMgr.h"
+#include "ProtocolVisitor.h"
+#include "ThreadData.h"
+#include "ThreadMgr.h"
+#include "jnihelp.h"
+
+#include <algorithm>
+#include <new>
+#include <strings.h>
+
+Relaxed<void (*)(JNIEnv *)> resendSamplingRatesHook(nullptr);
+
+namespace {
+
+constexpr int32_t DEFAULT_PACKET_KB = 2000;
+constexpr int32_t MOST_PACKET_KB = INT32_MAX / 1024; // a packet's size is 32 bits wide
+constexpr int32_t DEFAULT_SLEEP_MS = 2000;
+constexpr int32_t OUTAGE_GRACE_MS = 30000;
+constexpr int64_t STOP_POLL_MS = 1000;
+
+int32_t inRange(int32_t value, int32_t most, int32_t otherwise) {
+    return value >= 1 && value <= most ? value : otherwise;
+}
+
+bool isTrue(const char *text) {
+    return text != nullptr && strcasecmp(text, "true") == 0;
+}
+
+} // namespace
+
+EventAgent::EventAgent(int agentId)
+    : NamedObject("EventAgent"), id(agentId),
+      packetSizeKB(inRange(longProperty("internal.probe.event.packet.size", DEFAULT_PACKET_KB),
+                           MOST_PACKET_KB, DEFAULT_PACKET_KB)),
+      packetBuffer(new (std::nothrow) char[static_cast<size_t>(packetSizeKB) * 1024]),
+      queueLimit(longProperty("internal.probe.event.queue.size.limit", 5000)),
+      sleepTime(inRange(longProperty("internal.probe.publishing.frequency", DEFAULT_SLEEP_MS), INT32_MAX,
+                        DEFAULT_SLEEP_MS)),
+      psDownQueueLimit(queueLimit), psDownIterationLimit(OUTAGE_GRACE_MS / sleepTime),
+      noSleep(isTrue(stringProperty("eventagent.no.sleep", "false"))),
+      popSize(std::max(intProperty("ea.popevent.size", 1), 1)) {
+    traceInfo("EAID: %d PacketSize: %ld PopSize: %d QueueLimit: %ld Sleep: %ld ", id,
+              static_cast<long>(packetSizeKB), popSize, static_cast<long>(queueLimit),
+              static_cast<long>(sleepTime));
+    AM_TRACE(eaTracer, LGK_DEBUG_MIN, "EventAgent::EventAgent( int id )",
+             "Event Agent creation is successful");
+}
+
+EventAgent::~EventAgent() {
+    AM_TRACE(eaTracer, LGK_DEBUG_MIN, "EventAgent::~EventAgent()", "Event Agent Destructed !!");
+}
+
+void EventAgent::prepareLocks() {
+    threadList.prepareLock();
+}
+
+void EventAgent::reduceMemoryUsed() {
+    AM_TRACE_SCOPE(eaTracer, LGK_DEBUG_MID, "EventAgent::reduceMemoryUsed()");
+}
+
+// ---------------------------------------------------------------- start and stop
+
+void EventAgent::startThread(JNIEnv *threadEnv) {
+    AM_TRACE_SCOPE(eaTracer, LGK_DEBUG_MIN, "EventAgent::startThread( JNIEnv *env )");
+    if (packetBuffer == nullptr || entered.exchange(true)) {
+        return;
+    }
+    enterLoop(threadEnv);
+    while (keepRunning) {
+        runPass();
+    }
+    leaveLoop();
+    entered = false;
+}
+
+void EventAgent::enterLoop(JNIEnv *threadEnv) {
+    constexpr char SIGNATURE[] = "EventAgent::startThread( JNIEnv *env )";
+    env = threadEnv;
+    psDownIterations = 0;
+    threadList.clear();
+    tempList.clear();
+    ProtocolVisitor::clearCommonNameCache();
+    if (!listSpecialThread()) {
+        AM_TRACE(eaTracer, LGK_DEBUG_MIN, SIGNATURE, "Special Queue was not created.");
+    }
+    drops = {};
+    keepRunning = true;
+    isRunning = true;
+    EvtAgentMgr *manager = evtAgentMgr;
+    if (manager != nullptr) {
+        manager->notifyEventAgentStatus(this, true);
+    }
+    AM_TRACE(eaTracer, LGK_DEBUG_MIN, SIGNATURE, "Event Agent Thread Started...");
+}
+
+// The turbo gate is held by the leader's thread: it must not stay shut behind it.
+void EventAgent::leaveLoop() {
+    keepRunning = false;
+    isRunning = false;
+    EvtAgentMgr *manager = evtAgentMgr;
+    if (manager != nullptr) {
+        manager->notifyEventAgentStatus(this, false);
+    }
+    MemoryMonitor *monitor = memoryMonitor;
+    if (id == 0 && monitor != nullptr) {
+        monitor->leaveTurboMode(env);
+    }
+    releaseThreads();
+    AM_TRACE(eaTracer, LGK_DEBUG_MIN, "EventAgent::startThread( JNIEnv *env )",
+             "Event Agent Thread Stopped..");
+}
+
+// The order to stop is given again in each round: the thread may have entered only after the last one.
+void EventAgent::stopThread() {
+    AM_TRACE(eaTracer, LGK_DEBUG_MIN, "EventAgent::stopThread()", "Event Agent Thread being Stopped...");
+    keepRunning = false;
+    while (entered) {
+        keepRunning = false;
+        wakeUp();
+        waitOnLocalLock(STOP_POLL_MS);
+    }
+}
+
+void EventAgent::wakeUp() {
+    const ZykLockGuard guard(sleepLock);
+    sleepLock.notifyAll();
+}
+
+void EventAgent::sleep(int64_t ms) {
+    const ZykLockGuard guard(sleepLock);
+    if (keepRunning) {
+        sleepLock.wait(ms);
+    }
+}
+
+// ---------------------------------------------------------------- one pass
+
+void EventAgent::runPass() {
+    checkMemory();
+    if (canSend()) {
+        sendPass();
+    } else {
+        waitForPS();
+    }
+}
+
+bool EventAgent::canSend() {
+    NetworkAgentMgr *network = networkAgentMgr;
+    const EvtAgentMgr *manager = evtAgentMgr;
+    return network != nullptr && manager != nullptr && network->isConnected(this) && manager->maySend(this);
+}
+
+void EventAgent::sendPass() {
+    constexpr char SIGNATURE[] = "EventAgent::startThread( JNIEnv *env )";
+    if (resendInitialDataPending) {
+        resendInitialData();
+        evtAgentMgr->setLeaderResent();
+    }
+    const int32_t size = prepare2send();
+    if (size < 1) {
+        sleep(int64_t{sleepTime} * 2);
+        return;
+    }
+    if (networkAgentMgr->send(this, packetBuffer.get(), size)) {
+        AM_TRACE(eaTracer, LGK_DEBUG_MID, SIGNATURE, "Buffer size sent to PS: %d", size);
+    } else {
+        messageWarn(1041, "Failed to send data, NAMgr send was unsuccessful");
+    }
+    if (!noSleep) {
+        sleepByFill(size);
+    }
+}
+
+// A full packet means that the producers are ahead.
+void EventAgent::sleepByFill(int32_t packetSize) {
+    const int64_t bytes = int64_t{packetSizeKB} * 1024;
+    if (packetSize < bytes * 20 / 100) {
+        sleep(int64_t{sleepTime} * 2);
+    } else if (packetSize < bytes * 50 / 100) {
+        sleep(sleepTime);
+    } else if (packetSize < bytes * 75 / 100) {
+        sleep(sleepTime / 2);
+    }
+}
+
+void EventAgent::waitForPS() {
+    while (keepRunning && !canSend()) {
+        checkMemory();
+        dropRecordsOnPSDown();
+        sleep(sleepTime);
+    }
+}
+
+void EventAgent::checkMemory() {
+    computeMemoryTaken();
+    EvtAgentMgr *manager = evtAgentMgr;
+    if (id == 0 && manager != nullptr) {
+        manager->checkForMemory(this);
+    }
+}
+
+void EventAgent::computeMemoryTaken() {
+    uint32_t sum = 0;
+    for (const ThreadData *thr : takeRound()) {
+        sum += thr->bytesQueued();
+    }
+    memoryTaken = sum;
+    AM_TRACE(eaTracer, LGK_DEBUG_MAX, "EventAgent::computeMemoryTaken()", "exit with %lu",
+             static_cast<unsigned long>(sum));
+}
+
+// ---------------------------------------------------------------- the list of threads
+
+// The second look closes the gap in which the agent ends and clears its list: a thread is either seen by that
+// or taken back here.
+bool EventAgent::manageThreadData(ThreadData *thr) {
+    if (!isAlive()) {
+        messageWarn(1040, "EventAgent not started/alive, cannot manageThreadData");
+        return false;
+    }
+    if (thr == nullptr) {
+        return false;
+    }
+    thr->listed = true;
+    threadList.append(thr);
+    if (isAlive()) {
+        return true;
+    }
+    threadList.remove(thr);
+    thr->listed = false;
+    return false;
+}
+
+// Application threads append meanwhile, and a walk may take long: it goes over a copy.
+const std::vector<ThreadData *> &EventAgent::takeRound() {
+    round.clear();
+    threadList.forEachSnapshot([this](ThreadData *thr) { round.push_back(thr); });
+    return round;
+}
+
+// The environment may have its thread listed by another agent, if this Java thread has worked for the
+// application or was seen at its start. Two readers of one queue must not be.
+bool EventAgent::listSpecialThread() {
+    ThreadMgr *threads = threadMgr;
+    ThreadData *special = threads != nullptr ? threads->createSpecialEventQueue(env) : nullptr;
+    specialThreadData = special;
+    if (special == nullptr) {
+        return false;
+    }
+    if (!special->listed) {
+        special->listed = true;
+        threadList.prepend(special);
+    }
+    return true;
+}
+
+void EventAgent::deleteThread(ThreadData *thr) {
+    threadList.remove(thr);
+    if (currentThread == thr) {
+        currentThread = nullptr;
+    }
+    threadMgr->deleteThreadData(thr);
+}
+
+// The living remain with the thread manager, which no longer knows the dead: they end here. Under the lock,
+// since a thread that `manageThreadData` took back just now may be destroyed by its owner.
+void EventAgent::releaseThreads() {
+    ThreadMgr *threads = threadMgr;
+    if (threads != nullptr) {
+        const ZykLockGuard guard(threads->destructionLock());
+        for (ThreadData *thr : takeRound()) {
+            if (thr->acceptsEvents()) {
+                thr->listed = false;
+            } else {
+                deleteThread(thr);
+            }
+        }
+        threadList.clear();
+    }
+    currentThread = nullptr;
+    specialThreadData = nullptr;
+}
+
+int32_t EventAgent::getNumberOfEvents() {
+    ThreadMgr *threads = threadMgr;
+    if (threads == nullptr) {
+        return 0;
+    }
+    int32_t sum = 0;
+    const ZykLockGuard guard(threads->destructionLock());
+    threadList.forEachSnapshot([&sum](const ThreadData *thr) { sum += thr->queueSize(); });
+    return sum;
+}
+
+// ---------------------------------------------------------------- after a reconnection
+
+void EventAgent::resendInitialData() {
+    constexpr char SIGNATURE[] = "EventAgent::resendInitialData()";
+    AM_TRACE_SCOPE(eaTracer, LGK_DEBUG_MIN, SIGNATURE);
+    if (specialThreadData == nullptr && env != nullptr) {
+        listSpecialThread();
+    }
+    ThreadData *special = specialThreadData;
+    if (special == nullptr) {
+        AM_TRACE(eaTracer, LGK_DEBUG_MIN, SIGNATURE,
+                 "The special event queue is NULL, cannot resendInitData");
+        return;
+    }
+    if (special->eventQueue == nullptr) {
+        AM_TRACE(eaTracer, LGK_DEBUG_MIN, SIGNATURE,
+                 "Event Queue NULL for Special Event Queue Thread, TID: %d", special->threadId.get());
+        return;
+    }
+    while (Event *evt = special->eventQueue->removeFirst()) {
+        consume(*special, evt); // it was meant for the old connection
+    }
+    callSendAllClassEvents();
+    if (resendSamplingRatesHook != nullptr) {
+        resendSamplingRatesHook.get()(env);
+    }
+    resendInitialDataPending = false;
+}
+
+// A Java half without that class is no error: its exceptions are cleared without a word.
+void EventAgent::callSendAllClassEvents() {
+    if (env == nullptr) {
+        return;
+    }
+    const auto failed = [this] {
+        const bool pending = env->ExceptionCheck() != JNI_FALSE;
+        if (pending) {
+            env->ExceptionClear();
+        }
+        return pending;
+    };
+    const LocalRef<jclass> consumer(env, env->FindClass(ENTRY_EXIT_CONSUMER_CLASS));
+    if (failed() || !consumer) {
+        return;
+    }
+    const jmethodID method = env->GetStaticMethodID(consumer.get(), "sendAllClassEvents", "()V");
+    if (failed() || method == nullptr) {
+        return;
+    }
+    env->CallStaticVoidMethod(consumer.get(), method);
+    failed();
+}

@@ -1,0 +1,131 @@
+// The consumer side of the queues: visits the threads assigned to it, lets their events write themselves into
+// one packet buffer, and hands the packet to the network. It owns what it has popped, the accounts of what
+// was consumed, and every thread that has ended. One Java thread is the agent, from `startThread` to its
+// return; operations marked "any thread" may be called beside it. When a queue is too long, or the Publish
+// Server is away, the oldest events go; an event larger than a packet goes with an error line.
+#pragma once
+
+#include "NamedObject.h"
+#include "NetworkAgentMgr.h"
+#include "Relaxed.h"
+#include "ZykList.h"
+#include "ZykLock.h"
+
+#include <atomic>
+#include <cstdint>
+#include <jni.h>
+#include <memory>
+#include <vector>
+
+class Event;
+class ProtocolVisitor;
+class ThreadData;
+
+class EventAgent : public virtual NamedObject, public NetworkClient {
+public:
+    // Reads its properties; a packet size or a sleep time that cannot be worked with becomes the default.
+    explicit EventAgent(int id);
+    ~EventAgent() override;
+
+    // The agent's life on the calling thread; returns when it was stopped, at once if a thread is inside
+    // already.
+    void startThread(JNIEnv *env);
+
+    // Any thread but the agent's: returns when no thread is inside `startThread`, however long that takes.
+    void stopThread();
+
+    bool isAlive() const { return isRunning.load(std::memory_order_acquire); } // any thread
+
+    // Any thread: takes a thread over. False, and not taken, if it is null or the agent does not run.
+    bool manageThreadData(ThreadData *thr);
+
+    // Any thread: whether the next pass shall send the initial data again.
+    void notifyPSReconnect(bool resend) { resendInitialDataPending = resend; }
+
+    void setSleepTime(int32_t ms) { sleepTime = ms; }       // any thread
+    int32_t getSleepTime() const { return sleepTime; }      // any thread, ms
+    uint32_t getMemoryTaken() const { return memoryTaken; } // any thread, bytes; as of the last pass
+    int32_t getNumberOfEvents();                            // any thread; of all queues
+    void reduceMemoryUsed();
+    ThreadData *getSpecialThreadData() const { return specialThreadData; } // any thread; null if it has none
+
+    int32_t getId() const { return id; }
+    JNIEnv *getEnv() const { return env; } // of the agent's thread
+
+    void prepareLocks();
+
+private:
+    struct DropCounters {
+        int32_t methodStarts, methodEnds, sqlStarts, sqlEnds, otherStarts, otherEnds;
+    };
+
+    // The loop.
+    void enterLoop(JNIEnv *threadEnv);
+    void runPass();
+    void leaveLoop();
+    bool canSend();
+    void sendPass();
+    void sleepByFill(int32_t packetSize);
+    void waitForPS();
+    void checkMemory();
+    void computeMemoryTaken();
+    void sleep(int64_t ms);
+    void wakeUp();
+
+    // The list.
+    const std::vector<ThreadData *> &takeRound();
+    bool listSpecialThread();
+    void deleteThread(ThreadData *thr);
+    void releaseThreads();
+
+    // After a reconnection.
+    void resendInitialData();
+    void callSendAllClassEvents();
+
+    // Packets.
+    int32_t prepare2send();
+    int32_t walkRound(ProtocolVisitor &visitor);
+    int32_t processThread(ProtocolVisitor &visitor);
+    int32_t processQueue(ZykList<Event *> &queue, ProtocolVisitor &visitor);
+    int32_t processQueueAux(ZykList<Event *> &queue, ProtocolVisitor &visitor);
+    bool addEventToBuffer(Event &evt, ProtocolVisitor &visitor);
+    static void consume(ThreadData &thr, Event *evt);
+
+    // Dropping.
+    int32_t dropRecordsFromQueue(ThreadData *thrData, bool addDropRec, ProtocolVisitor *visitor);
+    int32_t dropOldest(ThreadData &thrData, int32_t lookAt, bool countDrops);
+    bool anyCounted() const;
+    void addDroppedEvent(ThreadData &thrData, ProtocolVisitor &visitor);
+    void updateDropRecordCounters(const Event &evt);
+    void dropRecordsOnPSDown();
+    void reportDropsOnPSDown(int32_t total) const;
+
+    ZykList<ThreadData *> threadList{true}; // others append; only the agent takes out
+    std::vector<ThreadData *> round;        // the list as of the start of a walk
+    const int32_t id;
+    std::atomic<bool> entered{false}; // a thread is inside `startThread`
+    std::atomic<bool> keepRunning{false};
+    std::atomic<bool> isRunning{false}; // the loop runs
+    const int32_t packetSizeKB;
+    std::unique_ptr<char[]> packetBuffer; // null if memory ran out: the agent then refuses to start
+    ZykList<Event *> tempList{false};     // what must survive a dropping pass
+    ZykList<Event *> batch{false};        // cut off a queue to be written
+    Relaxed<ThreadData *> specialThreadData{nullptr};
+    JNIEnv *env = nullptr;
+    const int32_t queueLimit;
+    Relaxed<int32_t> sleepTime; // ms
+    int32_t psDownQueueLimit;   // what queues keep during an outage
+    int32_t psDownIterations = 0;
+    const int32_t psDownIterationLimit; // passes in about 30 seconds
+    const bool noSleep;
+    ThreadData *currentThread = nullptr; // where the round continues
+    const int32_t popSize;
+    DropCounters drops{};
+    Relaxed<bool> resendInitialDataPending{false};
+    Relaxed<uint32_t> memoryTaken{0};
+    ZykLock sleepLock;
+};
+
+// Queues the last sampling rates again after a reconnection. Set by the layer that keeps them; null until
+// then.
+extern Relaxed<void (*)(JNIEnv *)> resendSamplingRatesHook;

@@ -1,0 +1,139 @@
+// How events become a packet: threads in a round, each queue until it is empty or the packet full.
+#include "EventAgent.h"
+
+#include "Event.h"
+#include "ProbeLgKit.h"
+#include "ProtocolVisitor.h"
+#include "ThreadData.h"
+
+#include <algorithm>
+
+namespace {
+
+constexpr int32_t HEADER_SIZE = 7;
+constexpr int32_t RESERVE = 512; // bytes at the end of the buffer that stay unused
+
+} // namespace
+
+int32_t EventAgent::prepare2send() {
+    AM_TRACE_SCOPE(eaTracer, LGK_DEBUG_MAX, "EventAgent::prepare2send()");
+    char *buffer = packetBuffer.get();
+    char *records = buffer + HEADER_SIZE;
+    ProtocolVisitor visitor(records, records, buffer + int64_t{packetSizeKB} * 1024 - RESERVE, env);
+    const int32_t recordCount = walkRound(visitor);
+    if (recordCount == 0) {
+        return 0;
+    }
+    ProtocolVisitor header(buffer, buffer, records, env);
+    header.addPacketHeaderRecord(recordCount);
+    return static_cast<int32_t>(visitor.getCursor() - buffer);
+}
+
+// A full packet leaves `currentThread` where it is, so that the next one goes on with the same thread. A dead
+// thread gets no more events: found dead and then empty, it is done with.
+int32_t EventAgent::walkRound(ProtocolVisitor &visitor) {
+    takeRound();
+    if (round.empty()) {
+        return 0;
+    }
+    const auto found = std::find(round.begin(), round.end(), currentThread);
+    const size_t first = found != round.end() ? static_cast<size_t>(found - round.begin()) : 0;
+    size_t at = first;
+    int32_t recordCount = 0;
+    std::vector<ThreadData *> dead;
+    do {
+        currentThread = round[at];
+        recordCount += processThread(visitor);
+        if (visitor.hasOverflowed()) {
+            break;
+        }
+        if (!currentThread->acceptsEvents() && currentThread->queueSize() == 0) {
+            dead.push_back(currentThread);
+        }
+        at = (at + 1) % round.size();
+        currentThread = round[at];
+    } while (at != first);
+    for (ThreadData *thr : dead) {
+        deleteThread(thr);
+    }
+    return recordCount;
+}
+
+// Gives the number of records written, the one that tells of drops included.
+int32_t EventAgent::processThread(ProtocolVisitor &visitor) {
+    ThreadData &thr = *currentThread;
+    const char *mark = visitor.getCursor();
+    int32_t dropped = 0;
+    if (thr.queueSize() > queueLimit) {
+        dropped = dropRecordsFromQueue(&thr, true, &visitor);
+    }
+    const int32_t dropRecords = visitor.getCursor() != mark ? 1 : 0;
+    const int32_t refused = thr.droppedAtAppend;
+    if (refused > 0) {
+        dropped += refused;
+        thr.droppedAtAppend = 0;
+    }
+    if (dropped > 0) {
+        messageInfo(1044, "Events dropped %d for thread %s as they exceeded event queue limit of %d", dropped,
+                    static_cast<const char *>(thr.threadName.load(std::memory_order_acquire)), queueLimit);
+    }
+    if (thr.eventQueue == nullptr) {
+        AM_TRACE(eaTracer, LGK_DEBUG_MID, "EventAgent::processThread( ProtocolVisitor *visitor )",
+                 "Event Queue is NULL for Thread, TID: %d", thr.threadId.get());
+        return dropRecords;
+    }
+    return dropRecords + processQueue(*thr.eventQueue, visitor);
+}
+
+int32_t EventAgent::processQueue(ZykList<Event *> &queue, ProtocolVisitor &visitor) {
+    if (popSize == 1) {
+        return processQueueAux(queue, visitor);
+    }
+    int32_t total = 0;
+    while (queue.cutFirst(popSize, batch) > 0) {
+        total += processQueueAux(batch, visitor);
+        if (visitor.hasOverflowed()) {
+            queue.prependAll(&batch);
+            break;
+        }
+    }
+    return total;
+}
+
+int32_t EventAgent::processQueueAux(ZykList<Event *> &queue, ProtocolVisitor &visitor) {
+    int32_t count = 0;
+    while (Event *evt = queue.removeFirst()) {
+        count += addEventToBuffer(*evt, visitor) ? 1 : 0;
+        if (visitor.hasOverflowed()) {
+            queue.prepend(evt);
+            AM_TRACE(eaTracer, LGK_DEBUG_MAX, "EventAgent::processQueueAux( queue, visitor )",
+                     "overflow exit with %d", count);
+            return count;
+        }
+        consume(*currentThread, evt);
+    }
+    return count;
+}
+
+// True if a whole record was added. Otherwise the packet is as it was; the visitor's overflow flag then
+// stands for an event that has to wait for the next packet.
+bool EventAgent::addEventToBuffer(Event &evt, ProtocolVisitor &visitor) {
+    char *mark = visitor.getCursor();
+    const bool written = evt.addToBuffer(&visitor);
+    if (written && !visitor.hasOverflowed()) {
+        return true;
+    }
+    if (visitor.hasOverflowed() && mark == visitor.getStart()) {
+        traceError("Event Agent buffer is too small. need %d bytes more. EVENT DROPPED.\nConsider increasing "
+                   "internal.probe.event.packet.size property in file runtime/*/datacollector.properties",
+                   static_cast<int>(visitor.getCursor() - visitor.getLimit()));
+        visitor.clearOverflow();
+    }
+    visitor.setCursor(mark);
+    return false;
+}
+
+void EventAgent::consume(ThreadData &thr, Event *evt) {
+    thr.addToConsumed(*evt);
+    delete evt;
+}

@@ -1,0 +1,338 @@
+#include "EvtAgentMgr.h"
+
+#include "ProbeLgKit.h"
+#include "ProbeState.h"
+#include "PropertyMgr.h"
+#include "ThreadData.h"
+#include "jnihelp.h"
+#include "platform.h"
+
+#include <algorithm>
+
+Relaxed<EvtAgentMgr *> evtAgentMgr(nullptr);
+Relaxed<EvtAgentMgr *> evtAgentMgrInstance(nullptr);
+
+namespace {
+
+constexpr int64_t STOP_POLL_MS = 1000;
+constexpr int CALLS_POLL_MS = 5;
+
+} // namespace
+
+EvtAgentMgr *EvtAgentMgr::create() {
+    if (evtAgentMgr == nullptr) {
+        evtAgentMgr = new EvtAgentMgr();
+        evtAgentMgrInstance = evtAgentMgr.get();
+    }
+    return evtAgentMgr;
+}
+
+EvtAgentMgr::EvtAgentMgr()
+    : NamedObject("EvtAgentMgr"), poolSize(std::max(intProperty("eventagent.pool.size", 1), 1)),
+      turboEnabled(boolProperty("dc.turbomode.enabled", true)),
+      statsTimer(static_cast<uint32_t>(longProperty("log.statistics.frequency", 30000))),
+      logStatistics(getStatisticsEnabled()) {}
+
+EvtAgentMgr::~EvtAgentMgr() {
+    stop();
+    evtAgentMgr = nullptr;
+    evtAgentMgrInstance = nullptr;
+}
+
+// ---------------------------------------------------------------- start and stop
+
+void EvtAgentMgr::start() {
+    AM_TRACE_SCOPE(eaTracer, LGK_DEBUG_MIN, "EvtAgentMgr::start()");
+    createData();
+    gate.open();
+    MemoryMonitor::setEventPool(this);
+    ThreadMgr::setThreadTaker(this);
+    NetworkAgentMgr *network = networkAgentMgr;
+    if (network != nullptr) {
+        network->registerConnectionInitListener(this);
+    }
+    messageInfo(1046, "EvtAgentManager started...");
+}
+
+void EvtAgentMgr::createData() {
+    for (int32_t id = 0; id < poolSize; ++id) {
+        agents.push_back(std::make_unique<EventAgent>(id));
+        agents.back()->prepareLocks();
+    }
+    leaderAgent = agents.front().get();
+    const ZykLockGuard guard(roundRobinLock); // makes its monitor before threads race for it
+}
+
+void EvtAgentMgr::stop() {
+    AM_TRACE_SCOPE(eaTracer, LGK_DEBUG_MIN, "EvtAgentMgr::stop()");
+    gate.close();
+    ThreadMgr::setThreadTaker(nullptr);
+    NetworkAgentMgr *network = networkAgentMgr;
+    if (network != nullptr) {
+        network->unregisterConnectionInitListener(this);
+    }
+    stopAgents();
+    MemoryMonitor::setEventPool(nullptr);
+    deleteData();
+    messageInfo(1047, "EvtAgentManager stopped...");
+}
+
+// A thread may have been let in before the gate closed and start its agent only after it was told to stop: it
+// is told again.
+void EvtAgentMgr::stopAgents() {
+    for (const auto &agent : agents) {
+        agent->stopThread();
+    }
+    for (;;) {
+        const int32_t living = firstAlive();
+        if (living >= 0) {
+            AM_TRACE(eaTracer, LGK_DEBUG_MID, "EvtAgentMgr::stop()",
+                     "EventAgent ID: %d was alive, waiting for 1 secs", living);
+            waitOnLocalLock(STOP_POLL_MS);
+            agents[static_cast<size_t>(living)]->stopThread();
+        } else if (!gate.isEmpty()) {
+            thread_sleep(CALLS_POLL_MS);
+        } else {
+            return;
+        }
+    }
+}
+
+void EvtAgentMgr::deleteData() {
+    for (auto &agent : agents) {
+        if (agent->isAlive()) {
+            AM_TRACE(eaTracer, LGK_DEBUG_MIN, "EvtAgentMgr::deleteData()",
+                     "EventAgent ID: %d still alive after 10 sec wait therefore not deleting",
+                     agent->getId());
+            agent.release();
+        }
+    }
+    agents.clear();
+    roundRobinIndex = 0;
+    leaderAlive = false;
+    leaderResent = true;
+    leaderAgent = nullptr;
+}
+
+bool EvtAgentMgr::isValid(int id, const char *signature, const char *badIdText) const {
+    if (id >= 0 && id < poolSize) {
+        return true;
+    }
+    AM_TRACE(eaTracer, LGK_DEBUG_MID, signature, badIdText, id, poolSize - 1);
+    return false;
+}
+
+void EvtAgentMgr::startEvtAgent(JNIEnv *env, int id) {
+    constexpr char SIGNATURE[] = "EvtAgentMgr::startEvtAgent( JNIEnv *env, int id )";
+    AM_TRACE_SCOPE(eaTracer, LGK_DEBUG_MIN, SIGNATURE);
+    const CallGate::Pass pass(gate);
+    if (isValid(id, SIGNATURE, "Trying to start event agent with improper ID: %d [0-%d]") && pass) {
+        agents[static_cast<size_t>(id)]->startThread(env);
+    }
+}
+
+void EvtAgentMgr::stopEvtAgent(int id) {
+    constexpr char SIGNATURE[] = "EvtAgentMgr::stopEvtAgent( int id )";
+    AM_TRACE_SCOPE(eaTracer, LGK_DEBUG_MIN, SIGNATURE);
+    const CallGate::Pass pass(gate);
+    if (isValid(id, SIGNATURE, "Trying to stop event agent with improper ID: %d [0-%d]") && pass) {
+        agents[static_cast<size_t>(id)]->stopThread();
+    }
+}
+
+// ---------------------------------------------------------------- new threads
+
+bool EvtAgentMgr::manageThreadData(ThreadData *thr) {
+    const CallGate::Pass pass(gate);
+    if (thr == nullptr || !pass || !leaderAlive) {
+        return false;
+    }
+    return agents[static_cast<size_t>(getRoundRobinIndex())]->manageThreadData(thr);
+}
+
+int32_t EvtAgentMgr::getRoundRobinIndex() {
+    if (poolSize == 1) {
+        return 0;
+    }
+    int32_t index = 0;
+    {
+        const ZykLockGuard guard(roundRobinLock);
+        index = roundRobinIndex;
+        roundRobinIndex = (index + 1) % poolSize;
+    }
+    return isAliveAt(index) ? index : std::max(firstAlive(), 0);
+}
+
+bool EvtAgentMgr::isAliveAt(int32_t index) const {
+    return index >= 0 && static_cast<size_t>(index) < agents.size() &&
+           agents[static_cast<size_t>(index)]->isAlive();
+}
+
+int32_t EvtAgentMgr::firstAlive() const {
+    for (int32_t index = 0; index < poolSize; ++index) {
+        if (isAliveAt(index)) {
+            return index;
+        }
+    }
+    return -1;
+}
+
+// ---------------------------------------------------------------- news from the network and the agents
+
+void EvtAgentMgr::notifySocketStatus() {
+    AM_TRACE_SCOPE(eaTracer, LGK_DEBUG_MIN, "EvtAgentMgr::notifySocketStatus()");
+    const CallGate::Pass pass(gate);
+    if (!pass) {
+        return;
+    }
+    leaderResent = false;
+    for (const auto &agent : agents) {
+        if (poolSize == 1 || agent->isAlive()) {
+            agent->notifyPSReconnect(isLeader(agent.get()));
+        }
+    }
+}
+
+void EvtAgentMgr::notifyEventAgentStatus(EventAgent *agent, bool status) {
+    if (isLeader(agent) && status != leaderAlive) {
+        leaderAlive = status;
+        ::notifyEventAgentStatus(status);
+    }
+}
+
+// ---------------------------------------------------------------- memory
+
+void EvtAgentMgr::checkForMemory(EventAgent *agent) {
+    MemoryMonitor *monitor = memoryMonitor;
+    const CallGate::Pass pass(gate);
+    if (!isLeader(agent) || !pass || monitor == nullptr) {
+        return;
+    }
+    const bool stats = logStatistics && statsTimer.expired();
+    const uint32_t memory = sumMemoryTaken();
+    int32_t total = 0;
+    for (const auto &each : agents) {
+        if (stats) {
+            const int32_t events = each->getNumberOfEvents();
+            logAgent(*each, events);
+            total += events;
+        }
+    }
+    monitor->checkForULimit(memory);
+    if (stats) {
+        traceInfo(
+            "## EAMgr: Statistics across all EA's: Total EA events: %ld EA Event Memory: %ld Total Sink "
+            "Memory: %ld",
+            static_cast<long>(total), static_cast<long>(memory),
+            static_cast<long>(monitor->getMemoryTaken()));
+    }
+    if (turboEnabled) {
+        monitor->checkTurboMode(agent->getEnv());
+    }
+}
+
+void EvtAgentMgr::logAgent(EventAgent &agent, int32_t events) const {
+    traceInfo("EA id: %d MemoryUsed: %ld Events: %ld ", agent.getId(),
+              static_cast<long>(agent.getMemoryTaken()), static_cast<long>(events));
+}
+
+// For callers inside the gate.
+uint32_t EvtAgentMgr::sumMemoryTaken() {
+    uint32_t sum = 0;
+    for (const auto &agent : agents) {
+        sum += agent->getMemoryTaken();
+    }
+    return sum;
+}
+
+uint32_t EvtAgentMgr::getTotalBytesConsumed() {
+    MemoryMonitor *monitor = memoryMonitor;
+    if (monitor == nullptr) {
+        return 0;
+    }
+    monitor->checkForULimit(static_cast<uint32_t>(getTotalDataSize()));
+    return monitor->getMemoryTaken();
+}
+
+int32_t EvtAgentMgr::getTotalDataSize() {
+    const CallGate::Pass pass(gate);
+    return pass ? static_cast<int32_t>(sumMemoryTaken()) : 0;
+}
+
+int32_t EvtAgentMgr::getNumberOfEvents() {
+    const CallGate::Pass pass(gate);
+    int32_t sum = 0;
+    for (size_t i = 0; pass && i < agents.size(); ++i) {
+        sum += agents[i]->getNumberOfEvents();
+    }
+    return sum;
+}
+
+void EvtAgentMgr::reduceMemory() {
+    const CallGate::Pass pass(gate);
+    for (size_t i = 0; pass && i < agents.size(); ++i) {
+        agents[i]->reduceMemoryUsed();
+    }
+}
+
+ThreadData *EvtAgentMgr::getSpecialThreadData() {
+    const CallGate::Pass pass(gate);
+    return pass ? agents.front()->getSpecialThreadData() : nullptr;
+}
+
+// ---------------------------------------------------------------- the pool for the memory monitor
+
+int32_t EvtAgentMgr::getSleepTime() {
+    const CallGate::Pass pass(gate);
+    return pass ? agents.front()->getSleepTime() : 0;
+}
+
+bool EvtAgentMgr::setSleepTime(long time) {
+    const CallGate::Pass pass(gate);
+    for (size_t i = 0; pass && i < agents.size(); ++i) {
+        agents[i]->setSleepTime(static_cast<int32_t>(time));
+    }
+    return true;
+}
+
+bool EvtAgentMgr::setThreadPriority(JNIEnv *env, int prio) {
+    return callStaticVoidInt(env, PROBE_SYSTEM_CLASS, "setEAPoolPriority", prio);
+}
+
+// ---------------------------------------------------------------- natives
+
+#define EVENT_AGENT(name) Java_com_qel_morvex_norak_dc_eventagent_NativeEventAgentImpl_##name
+
+extern "C" {
+
+// The size of the pool, at least 1: that many threads are to be started.
+JNIEXPORT jint JNICALL EVENT_AGENT(getAgentCountNative)(JNIEnv *, jclass) {
+    return EvtAgentMgr::create()->getPoolSize();
+}
+
+// The life of one agent, on the calling thread; returns when it was stopped, at once for a bad id.
+JNIEXPORT void JNICALL EVENT_AGENT(startThreadNative)(JNIEnv *env, jclass, jint id) {
+    EvtAgentMgr::create()->startEvtAgent(env, id);
+}
+
+// Waits for the end of one agent; returns at once for a bad id.
+JNIEXPORT void JNICALL EVENT_AGENT(stopThreadNative)(JNIEnv *, jclass, jint id) {
+    EvtAgentMgr::create()->stopEvtAgent(id);
+}
+
+// Events queued in all threads; 0 while stopped.
+JNIEXPORT jint JNICALL EVENT_AGENT(getNumberOfEventsNative)(JNIEnv *, jclass) {
+    return EvtAgentMgr::create()->getNumberOfEvents();
+}
+
+// Bytes that the collector holds by its own estimate; 0 before the memory monitor is up.
+JNIEXPORT jint JNICALL EVENT_AGENT(getTotalBytesConsumedNative)(JNIEnv *, jclass) {
+    return static_cast<jint>(EvtAgentMgr::create()->getTotalBytesConsumed());
+}
+
+// Frees nothing: memory comes back only as queues are sent.
+JNIEXPORT void JNICALL Java_com_qel_morvex_norak_dc_eventagent_reduceMemoryUsedNative(JNIEnv *, jclass) {
+    EvtAgentMgr::create()->reduceMemory();
+}
+
+} // extern "C"

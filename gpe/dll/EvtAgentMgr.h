@@ -1,0 +1,95 @@
+// The pool of event agents: gives each new thread to one of them, starts and stops them for the Java side,
+// and learns from the network when connections were lost. Agent 0 is the leader: it checks memory for all and
+// sends the initial data again, before the others may send. Any thread may call: outside of start and stop
+// it is refused, and `stop` ends no agent while a call is inside.
+#pragma once
+
+#include "CallGate.h"
+#include "EventAgent.h"
+#include "MemoryMonitor.h"
+#include "NamedObject.h"
+#include "NetworkAgentMgr.h"
+#include "PeriodicTimer.h"
+#include "Relaxed.h"
+#include "ThreadMgr.h"
+#include "ZykLock.h"
+
+#include <cstdint>
+#include <jni.h>
+#include <memory>
+#include <vector>
+
+class EvtAgentMgr : public virtual NamedObject,
+                    public NetworkAgentMgrConnInitListener,
+                    public ThreadTaker,
+                    public AgentPool {
+public:
+    // The singleton; made on first use, by one thread.
+    static EvtAgentMgr *create();
+    EvtAgentMgr();
+    ~EvtAgentMgr() override;
+
+    void start();
+    // Returns when no agent runs any more and all of them are gone.
+    void stop();
+
+    // Runs the agent on the calling thread: returns when it was stopped, at once if it runs already.
+    void startEvtAgent(JNIEnv *env, int id);
+    // Waits for its end.
+    void stopEvtAgent(int id);
+
+    bool canTakeThreads() override { return gate.isOpen() && leaderAlive; }
+    bool manageThreadData(ThreadData *thr) override;
+    int32_t getRoundRobinIndex(); // who gets the next thread: an index of the pool
+
+    // On a network thread: connections were lost, the initial data are needed again.
+    void notifySocketStatus() override;
+
+    // On the agents' threads.
+    bool isLeader(const EventAgent *agent) const { return agent == leaderAgent; }
+    bool maySend(const EventAgent *agent) const { return isLeader(agent) || leaderResent; }
+    void setLeaderResent() { leaderResent = true; }
+    void checkForMemory(EventAgent *agent);
+    void notifyEventAgentStatus(EventAgent *agent, bool status);
+
+    int32_t getPoolSize() const { return poolSize; }
+    int32_t getNumberOfEvents();
+    uint32_t
+    getTotalBytesConsumed(); // the memory monitor's total after it saw this pool's; 0 without a monitor
+    void reduceMemory();
+    // The leader's own queue, for events without a thread; null while there is none.
+    ThreadData *getSpecialThreadData();
+
+    // The pool as the memory monitor sees it: bytes queued, milliseconds.
+    int32_t getTotalDataSize() override;
+    int32_t getSleepTime() override;
+    bool setSleepTime(long time) override;
+    bool setThreadPriority(JNIEnv *env, int prio) override;
+
+private:
+    void createData();
+    void stopAgents();
+    void deleteData();
+    bool isValid(int id, const char *signature, const char *badIdText) const;
+    bool isAliveAt(int32_t index) const;
+    int32_t firstAlive() const; // -1 if there is none
+    uint32_t sumMemoryTaken();
+    void logAgent(EventAgent &agent, int32_t events) const;
+
+    CallGate gate; // open from start to stop
+    const int32_t poolSize;
+    std::vector<std::unique_ptr<EventAgent>>
+        agents;                  // `poolSize` long while the gate is open or a call inside
+    int32_t roundRobinIndex = 0; // guarded by `roundRobinLock`
+    Relaxed<bool> leaderAlive{false};
+    ZykLock roundRobinLock;
+    Relaxed<bool> leaderResent{true};           // the initial data are out
+    Relaxed<EventAgent *> leaderAgent{nullptr}; // the first of `agents`
+    const bool turboEnabled;
+    PeriodicTimer statsTimer; // asked by the leader only
+    const bool logStatistics;
+};
+
+// The one instance, null until made. Both always hold the same value.
+extern Relaxed<EvtAgentMgr *> evtAgentMgr;
+extern Relaxed<EvtAgentMgr *> evtAgentMgrInstance;

@@ -1,0 +1,135 @@
+// One TCP connection to the Publish Server and the queue of packets for it. The thread inside
+// `runTCPagent` owns the socket: it connects, opens the stream, drains the queue at a pace that follows its
+// fill level, and goes on trying while the server is away. Any thread may call `sendData`, `stopThread` and
+// the readers. At its limit the queue refuses; on a lost connection everything queued is dropped.
+#pragma once
+
+#include "NamedObject.h"
+#include "NetworkAgentData.h"
+#include "Relaxed.h"
+#include "ZykList.h"
+#include "ZykLock.h"
+
+#include <cstdint>
+#include <jni.h>
+#include <memory>
+#include <string>
+#include <vector>
+
+struct addrinfo;
+
+class NetworkAgent : public virtual NamedObject {
+public:
+    // Reads its properties. `id` is the index in the pool.
+    explicit NetworkAgent(int id);
+    ~NetworkAgent() override;
+
+    // The life of the agent on the calling Java thread; returns when it was stopped. Does nothing if another
+    // thread is already inside.
+    void runTCPagent(JNIEnv *env);
+    // Returns when no thread is inside `runTCPagent`.
+    void stopThread();
+
+    // Queues a copy of the bytes; false if the agent is not connected or its queue is full. Null `data` and a
+    // negative size count as done.
+    bool sendData(const char *data, const int size);
+
+    // Destroys what is queued. For the agent's thread, and for its owner once that thread has left.
+    void flushDataQueue();
+
+    // Steps of the agent's thread.
+    bool connect2ps(const char *server_host_addr, int server_tcp_port, int buffsize);
+    bool disconnect2ps();
+    // All bytes or -1; `errno` tells why. Waits for a stalled server, but not once a stop was asked for.
+    long sendToRemoteHost(const char *ptr, const long nbytes);
+    bool sendInitRecords();
+    // A packet that says nothing but "alive"; null when memory is out.
+    std::unique_ptr<NetworkAgentData> getPSAlivePacket();
+    bool getPSDetailsFromKernel(JNIEnv *env, int nCntLog);
+    // Gives up the connection once it is older than the reset time; `now` in wall-clock seconds.
+    void resetConnectionOnExpiry(uint32_t now);
+    int64_t ratePause() const; // ms: the fuller the queue, the shorter
+
+    int id() const { return id_; }
+    int32_t queueCount() const { return dataQueue_.size(); }
+    int32_t bytesQueued() const { return queuedBytes_ - sentBytes_; }
+
+    // State that other threads read, and some of it the manager writes.
+    Relaxed<int32_t> sleepTime_{500}; // base pause of the loop, ms
+    Relaxed<bool> connected_{false};  // the stream is open, the initial records have been dealt with
+    Relaxed<bool> alive_{false};      // the thread shall go on
+    Relaxed<bool> started_{false};    // the thread is inside `runTCPagent`
+    Relaxed<bool> needAlive_{false};  // an alive packet is due
+    Relaxed<bool> socketDown_{false}; // the connection was lost; cleared by the manager only
+
+private:
+    static constexpr uint32_t NO_TIMEOUT = UINT32_MAX;
+
+    void readProperties();
+    void readResetTime();
+
+    // The loop.
+    bool enterThread(JNIEnv *env);
+    void leaveThread();
+    void runPass();
+    void sleepFor(int64_t ms);
+    void requestStop();
+    void connectionLost();
+
+    // Reconnecting.
+    void reconnect();
+    void reconnectPause();
+    bool openStream(int &failures);
+    void reportNoDetails(int &failures);
+    void scheduleReset();
+
+    // Sending.
+    long sendNext();
+    long sendFirst();
+    long sendBatch();
+    long sendAlive();
+    long sendBuffer(std::unique_ptr<NetworkAgentData> &buffer);
+    void addQueuedBytes(int32_t size);
+    void settle();
+    void sendClassEvents();
+    void traceBuffer(const NetworkAgentData &buffer) const;
+    void traceSent(const char *ptr, long nbytes) const;
+
+    // The socket.
+    const addrinfo *chooseAddress(const addrinfo *list);
+    bool openSocket(const addrinfo &address);
+    bool bindLocal();
+    bool establish(const addrinfo &address);
+    bool connectedToItself() const;
+    bool waitForSocket(short events, uint32_t limitSeconds) const;
+    void setSocketOptions(int32_t buffsize);
+    void setSocketOption(int option, const void *value, size_t size, const char *doneText, int figure,
+                         const char *failedText);
+
+    ZykList<NetworkAgentData *> dataQueue_{true};
+    ZykLock sleepLock_; // the thread sleeps on it; held only around a wait and a notify
+    int32_t socket_ = -1;
+    std::vector<int> strandedSockets_; // opened on the way to a bind address and left; closed with `socket_`
+    std::string psHost_;
+    int32_t psPort_ = -1;
+    int32_t sendBuffSize_ = -1;                // bytes
+    uint32_t socketTimeout_ = NO_TIMEOUT;      // seconds
+    int32_t reconnectFrequency_ = 120000;      // ms
+    ZykLock statsLock_;                        // guards `queuedBytes_`
+    Relaxed<int32_t> queuedBytes_{0};          // ever queued, less what was settled
+    Relaxed<int32_t> sentBytes_{0};            // since the last settling
+    std::unique_ptr<std::string> bindAddress_; // null: any
+    int32_t bindPort_ = 0;
+    int32_t bufferLimit_ = 10; // buffers in the queue
+    const int32_t id_;
+    int32_t popSize_ = 1; // buffers taken from the queue in one go
+    bool popSingle_ = true;
+    JNIEnv *env_ = nullptr; // of the thread
+    bool nagleOff_ = false;
+    bool noSleep_ = false;
+    uint32_t connectTime_ = 0;  // wall-clock seconds; 0 if none counts
+    int32_t resetSeconds_ = -1; // forced reconnect interval; not positive: never
+};
+
+// Bytes that an agent sends between two settlings of its account; each constructor writes it.
+extern Relaxed<int32_t> resetCounter;

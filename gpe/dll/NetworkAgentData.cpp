@@ -1,0 +1,23 @@
+#include "NetworkAgentData.h"
+
+#include "ProbeLgKit.h"
+
+#include <cstring>
+#include <new>
+
+NetworkAgentData::NetworkAgentData(const char *bytes, int32_t length)
+    : NamedObject("NetworkAgentData"), size(length) {
+    if (bytes == nullptr || length < 0) {
+        return;
+    }
+    data.reset(new (std::nothrow) char[static_cast<size_t>(length)]);
+    if (data != nullptr) {
+        memcpy(data.get(), bytes, static_cast<size_t>(length));
+        return;
+    }
+    traceError("new() failure at NetworkAgentData - out of memory for buffer size: %d", length);
+    AM_TRACE(naTracer, LGK_DEBUG_MID, "NetworkAgentData::NetworkAgentData( const char* data, int size )",
+             "new() failure - out of memory");
+}
+
+NetworkAgentData::~NetworkAgentData() = default;

@@ -1,0 +1,392 @@
+#include "NetworkAgentMgr.h"
+
+#include "NetworkAgent.h"
+#include "ProbeLgKit.h"
+#include "ProbeState.h"
+#include "PropertyMgr.h"
+#include "jnihelp.h"
+#include "platform.h"
+
+#include <algorithm>
+#include <cstdarg>
+#include <cstdio>
+
+Relaxed<NetworkAgentMgr *> networkAgentMgr(nullptr);
+
+namespace {
+
+constexpr int64_t STOP_POLL_MS = 1000;
+constexpr int VISITOR_POLL_MS = 1;
+constexpr int CLIENT_BUCKETS = 11;
+
+Relaxed<int32_t> nextAgentIndex(0);
+
+void debugPointers(const char *signature, const char *format, ...) __attribute__((format(printf, 2, 3)));
+void debugPointers(const char *signature, const char *format, ...) {
+    if (LgkIsLoggable(naTracer, LGK_DEBUG_MID)) {
+        char text[256];
+        va_list args;
+        va_start(args, format);
+        vsnprintf(text, sizeof(text), format, args);
+        va_end(args);
+        AM_TRACE(naTracer, LGK_DEBUG_MID, signature, "%s", text);
+    }
+}
+
+} // namespace
+
+// A call that needs the agents to stay. It is admitted while the pool is open; `stop` waits for those inside.
+class NetworkAgentMgr::Visit {
+public:
+    explicit Visit(NetworkAgentMgr &visited) : mgr(visited) {
+        mgr.visitors += 1;
+        admitted = mgr.started_;
+    }
+    ~Visit() { mgr.visitors -= 1; }
+    Visit(const Visit &) = delete;
+    Visit &operator=(const Visit &) = delete;
+    explicit operator bool() const { return admitted; }
+
+private:
+    NetworkAgentMgr &mgr;
+    bool admitted;
+};
+
+NetworkAgentMgr::NetworkAgentMgr()
+    : NamedObject("NetworkAgentMgr"), poolSize_(intProperty("networkagent.pool.size", 1)),
+      slots(std::max(poolSize_, 0)), agents_(new NetworkAgent *[static_cast<size_t>(slots)]()),
+      clientMap_(CLIENT_BUCKETS, false, true),
+      statsTimer_(static_cast<uint32_t>(longProperty("log.statistics.frequency", 30000))) {}
+
+NetworkAgentMgr::~NetworkAgentMgr() {
+    stop();
+    delete[] agents_;
+}
+
+NetworkAgentMgr *NetworkAgentMgr::getInstance() {
+    if (networkAgentMgr == nullptr) {
+        networkAgentMgr = new NetworkAgentMgr;
+    }
+    return networkAgentMgr;
+}
+
+void NetworkAgentMgr::destroy() {
+    delete networkAgentMgr.get();
+    networkAgentMgr = nullptr;
+}
+
+// ---------------------------------------------------------------- start and stop
+
+void NetworkAgentMgr::start() {
+    AM_TRACE_SCOPE(naTracer, LGK_DEBUG_MIN, "NetworkAgentMgr::start()");
+    createData();
+    started_ = true;
+    MemoryMonitor::setNetworkPool(this);
+    messageInfo(1066, "NetworkAgentManager started");
+}
+
+void NetworkAgentMgr::createData() {
+    for (int32_t id = 0; id < slots; ++id) {
+        if (agents_[id] == nullptr) {
+            agents_[id] = new NetworkAgent(id);
+        }
+    }
+    defaultAgent_ = slots > 0 ? agents_[0] : nullptr;
+}
+
+void NetworkAgentMgr::stop() {
+    AM_TRACE_SCOPE(naTracer, LGK_DEBUG_MIN, "NetworkAgentMgr::stop()");
+    started_ = false;
+    MemoryMonitor::setNetworkPool(nullptr);
+    for (int32_t id = 0; id < slots; ++id) {
+        if (agents_[id] != nullptr) {
+            agents_[id]->stopThread();
+        }
+    }
+    waitForVisitors();
+    deleteAgents();
+    messageInfo(1067, "NetworkAgentManager stopped");
+}
+
+// A thread may have been let in before the pool closed and have started its agent only after it was told to
+// stop: it is told again.
+void NetworkAgentMgr::waitForVisitors() {
+    for (;;) {
+        NetworkAgent *running = firstRunning();
+        if (running != nullptr) {
+            AM_TRACE(naTracer, LGK_DEBUG_MID, "NetworkAgentMgr::stop()",
+                     "NetworkAgent ID: %d was alive, waiting for 1 secs", running->id());
+            waitOnLocalLock(STOP_POLL_MS);
+            running->stopThread();
+        } else if (visitors > 0) {
+            thread_sleep(VISITOR_POLL_MS);
+        } else {
+            return;
+        }
+    }
+}
+
+NetworkAgent *NetworkAgentMgr::firstRunning() const {
+    NetworkAgent **end = agents_ + slots;
+    NetworkAgent **found = std::find_if(
+        agents_, end, [](const NetworkAgent *agent) { return agent != nullptr && agent->started_; });
+    return found != end ? *found : nullptr;
+}
+
+// No thread is inside any more. A client may have queued a buffer after the agent's thread had flushed.
+void NetworkAgentMgr::deleteAgents() {
+    for (int32_t id = 0; id < slots; ++id) {
+        if (agents_[id] != nullptr) {
+            agents_[id]->flushDataQueue();
+            delete agents_[id];
+            agents_[id] = nullptr;
+        }
+    }
+    defaultAgent_ = nullptr;
+    clientMap_.clear();
+}
+
+// ---------------------------------------------------------------- threads of the agents
+
+void NetworkAgentMgr::startNetworkAgent(JNIEnv *env, int id) {
+    const Visit visit(*this);
+    if (!visit) {
+        return;
+    }
+    NetworkAgent *agent = agentOf(id);
+    if (agent != nullptr) {
+        agent->runTCPagent(env);
+    }
+}
+
+void NetworkAgentMgr::stopNetworkAgent(JNIEnv *, int id) {
+    const Visit visit(*this);
+    if (!visit) {
+        return;
+    }
+    NetworkAgent *agent = agentOf(id);
+    if (agent != nullptr) {
+        agent->stopThread();
+    }
+}
+
+NetworkAgent *NetworkAgentMgr::agentOf(int id) const {
+    if (id < 0 || id >= slots) {
+        AM_TRACE(naTracer, LGK_DEBUG_MID, "NetworkAgentMgr::startNetworkAgent( JNIEnv *env, int id )",
+                 "Trying to start Network agent with improper ID: %d [0-%d]", id, poolSize_ - 1);
+        return nullptr;
+    }
+    return agents_[id];
+}
+
+void NetworkAgentMgr::notifyNetworkAgentStatus(NetworkAgent *agent, bool status) {
+    if (agent == defaultAgent_) {
+        ::notifyNetworkAgentStatus(status);
+    }
+}
+
+// ---------------------------------------------------------------- clients
+
+NetworkAgent *NetworkAgentMgr::getNextNetworkAgent() {
+    const int32_t last = std::min(nextAgentIndex.get(), slots - 1);
+    for (int32_t step = 1; step <= slots; ++step) {
+        const int32_t index = (last + step) % slots;
+        if (agents_[index] != nullptr) {
+            nextAgentIndex = index;
+            return agents_[index];
+        }
+    }
+    return nullptr;
+}
+
+NetworkAgent *NetworkAgentMgr::getNetworkAgent(NetworkClient *client) {
+    if (poolSize_ == 1 && defaultAgent_ != nullptr) {
+        return defaultAgent_;
+    }
+    if (client->networkAgent != nullptr) {
+        return client->networkAgent;
+    }
+    NetworkAgent *agent = clientMap_.get(client);
+    return agent != nullptr ? agent : assignAgent(client);
+}
+
+NetworkAgent *NetworkAgentMgr::assignAgent(NetworkClient *client) {
+    NetworkAgent *agent = getNextNetworkAgent();
+    clientMap_.put(client, agent);
+    client->networkAgent = agent;
+    const NetworkAgent *stored = clientMap_.get(client);
+    if (stored != agent) {
+        debugPointers(
+            "NetworkAgentMgr::getNetworkAgent( client )",
+            "Unexpected error. Network agent retrieved from hash table is not the same as one added to it. "
+            "Key:%p NetworkAgent Added:%p NetworkAgent retrieved:%p",
+            static_cast<void *>(client), static_cast<void *>(agent), static_cast<const void *>(stored));
+    }
+    return agent;
+}
+
+bool NetworkAgentMgr::send(NetworkClient *client, const char *data, int size) {
+    const Visit visit(*this);
+    if (!visit) {
+        return false;
+    }
+    NetworkAgent *agent = getNetworkAgent(client);
+    if (agent == nullptr) {
+        debugPointers("NetworkAgentMgr::send( client, data, size )",
+                      "Unable to find network agent for clientId %p\n", static_cast<void *>(client));
+        return false;
+    }
+    return agent->sendData(data, size);
+}
+
+bool NetworkAgentMgr::isConnected(NetworkClient *client) {
+    const Visit visit(*this);
+    if (!visit) {
+        return false;
+    }
+    const NetworkAgent *agent = getNetworkAgent(client);
+    return agent != nullptr && agent->connected_;
+}
+
+// ---------------------------------------------------------------- lost connections
+
+void NetworkAgentMgr::registerConnectionInitListener(NetworkAgentMgrConnInitListener *listener) {
+    if (listener != nullptr) {
+        connListener_ = listener;
+    }
+}
+
+void NetworkAgentMgr::unregisterConnectionInitListener(NetworkAgentMgrConnInitListener *) {
+    connListener_ = nullptr;
+}
+
+// An agent behind the first connected one is not marked: the address still works.
+void NetworkAgentMgr::notifyPSConnectStatus(NetworkAgent *, bool) {
+    if (psDetailsNeeded_) {
+        return;
+    }
+    for (int32_t id = 0; id < slots; ++id) {
+        if (agents_[id] != nullptr) {
+            agents_[id]->needAlive_ = true;
+            if (agents_[id]->connected_) {
+                return;
+            }
+        }
+    }
+    traceInfo("All NA sockets are down, requesting PS Host details");
+    psDetailsNeeded_ = true;
+}
+
+// With one agent each loss counts; with more of them the moment when each has lost its connection.
+void NetworkAgentMgr::notifyConnectionListeners(NetworkAgent *) {
+    if (poolSize_ == 1) {
+        callListener();
+        return;
+    }
+    const ZykLockGuard guard(listenerLock_);
+    if (!allSocketsDown()) {
+        return;
+    }
+    AM_TRACE(naTracer, LGK_DEBUG_MID, "NetworkAgentMgr::notifyConnectionListeners( NetworkAgent *na )",
+             "All NA sockets are down, requesting to resend class data to PS");
+    traceInfo("Every NA sockets was down before,Requesting to resend class data to PS");
+    callListener();
+    for (int32_t id = 0; id < slots; ++id) {
+        if (agents_[id] != nullptr) {
+            agents_[id]->socketDown_ = false;
+        }
+    }
+}
+
+void NetworkAgentMgr::callListener() const {
+    NetworkAgentMgrConnInitListener *listener = connListener_;
+    if (listener != nullptr) {
+        listener->notifySocketStatus();
+    }
+}
+
+bool NetworkAgentMgr::allSocketsDown() const {
+    return std::none_of(agents_, agents_ + slots,
+                        [](const NetworkAgent *agent) { return agent != nullptr && !agent->socketDown_; });
+}
+
+void NetworkAgentMgr::setClassDataSent(bool sent) {
+    const ZykLockGuard guard(listenerLock_);
+    classDataSent = sent;
+}
+
+// ---------------------------------------------------------------- the pool and the memory monitor
+
+int32_t NetworkAgentMgr::getTotalDataSize() {
+    const Visit visit(*this);
+    int32_t total = 0;
+    for (int32_t id = 0; visit && id < slots; ++id) {
+        total += agents_[id] != nullptr ? agents_[id]->bytesQueued() : 0;
+    }
+    return total;
+}
+
+int32_t NetworkAgentMgr::getSleepTime() {
+    const Visit visit(*this);
+    return visit && slots > 0 && agents_[0] != nullptr ? agents_[0]->sleepTime_.get() : 0;
+}
+
+bool NetworkAgentMgr::setSleepTime(long time) {
+    const Visit visit(*this);
+    for (int32_t id = 0; visit && id < slots; ++id) {
+        if (agents_[id] != nullptr) {
+            agents_[id]->sleepTime_ = static_cast<int32_t>(time);
+        }
+    }
+    return true;
+}
+
+bool NetworkAgentMgr::setThreadPriority(JNIEnv *env, int prio) {
+    return callStaticVoidInt(env, PROBE_SYSTEM_CLASS, "setNAPoolPriority", prio);
+}
+
+void NetworkAgentMgr::logStatistics() {
+    if (!statsTimer_.expired()) {
+        return;
+    }
+    int32_t buffers = 0;
+    int32_t bytes = 0;
+    for (int32_t id = 0; id < slots; ++id) {
+        if (agents_[id] != nullptr) {
+            const int32_t count = agents_[id]->queueCount();
+            const int32_t size = agents_[id]->bytesQueued();
+            traceInfo("NA ID: %d Number of Buffers: %d Total Buffer Size: %ld", id, count,
+                      static_cast<long>(size));
+            buffers += count;
+            bytes += size;
+        }
+    }
+    traceInfo("## NAMgr: Statistics across all NA's: Number of Buffers: %d Total Buffer Size: %ld", buffers,
+              static_cast<long>(bytes));
+}
+
+// ---------------------------------------------------------------- natives
+
+#define AM_NETWORK_NATIVE(name) Java_com_qel_morvex_norak_dc_networkagent_NativeNetworkAgentImpl_##name
+
+// The number of agents, so of threads that the Java half shall start.
+extern "C" JNIEXPORT jint JNICALL AM_NETWORK_NATIVE(getNetAgentCountNative)(JNIEnv *, jclass) {
+    return NetworkAgentMgr::getInstance()->poolSize();
+}
+
+// Runs the agent of that index on the calling thread; returns when it was stopped, or at once if the index
+// is outside the pool or the pool is closed.
+extern "C" JNIEXPORT void JNICALL AM_NETWORK_NATIVE(startThreadNative)(JNIEnv *env, jclass, jint id) {
+    NetworkAgentMgr *mgr = networkAgentMgr;
+    if (mgr != nullptr) {
+        mgr->startNetworkAgent(env, id);
+    }
+}
+
+// Ends the agent of that index; returns when its thread has left `startThreadNative`.
+extern "C" JNIEXPORT void JNICALL AM_NETWORK_NATIVE(stopThreadNative)(JNIEnv *env, jclass, jint id) {
+    NetworkAgentMgr *mgr = networkAgentMgr;
+    if (mgr != nullptr) {
+        mgr->stopNetworkAgent(env, id);
+    }
+}

@@ -1,0 +1,128 @@
+// The pool of network agents: gives each client one agent for life, finds out where the Publish Server is,
+// and asks for the initial data again when every connection was lost. One instance, `networkAgentMgr`.
+// Clients may call at any time on any thread: outside of start and stop they are refused, and `stop` ends
+// no agent while a call is inside.
+#pragma once
+
+#include "MemoryMonitor.h"
+#include "NamedObject.h"
+#include "PeriodicTimer.h"
+#include "Relaxed.h"
+#include "ZykHashTable.h"
+#include "ZykLock.h"
+
+#include <atomic>
+#include <cstdint>
+#include <jni.h>
+#include <memory>
+#include <string>
+
+class NetworkAgent;
+
+// Whoever sends packets. Its first call must come from its own thread. It lives no longer than the
+// manager's time between start and the next start.
+struct NetworkClient {
+    NetworkAgent *networkAgent = nullptr; // filled by the manager, for a pool of more than one
+};
+
+// Told when connections were lost, so that the initial data go out again. Called on a network agent's
+// thread, in a larger pool under a lock: it must not come back into `notifyConnectionListeners`.
+class NetworkAgentMgrConnInitListener {
+public:
+    virtual void notifySocketStatus() = 0;
+
+protected:
+    ~NetworkAgentMgrConnInitListener() = default;
+};
+
+// Where the Publish Server listens.
+struct PSDetails {
+    std::string host; // at most 199 bytes
+    int32_t port;
+    int32_t sendBuffSize; // bytes
+};
+
+class NetworkAgentMgr : public virtual NamedObject, public AgentPool {
+public:
+    static NetworkAgentMgr *getInstance(); // made on first use, by one thread
+    static void destroy();
+
+    void start();
+    void createData();
+    // Returns when no agent runs any more and all of them are gone.
+    void stop();
+
+    // Run, and end, the agent of that id. `startNetworkAgent` returns when the agent has stopped.
+    void startNetworkAgent(JNIEnv *env, int id);
+    void stopNetworkAgent(JNIEnv *env, int id);
+
+    NetworkAgent *getNextNetworkAgent(); // null with an empty pool
+    NetworkAgent *getNetworkAgent(NetworkClient *client);
+
+    // Hands a copy of the packet to the client's agent; false if it is refused. Never blocks on the network.
+    bool send(NetworkClient *client, const char *data, int size);
+    bool isConnected(NetworkClient *client);
+
+    // Not owned. There is one listener: a new one replaces it, unregistering clears it whoever asks.
+    void registerConnectionInitListener(NetworkAgentMgrConnInitListener *listener);
+    void unregisterConnectionInitListener(NetworkAgentMgrConnInitListener *listener);
+
+    // Called by the agents, on their threads.
+    void notifyNetworkAgentStatus(NetworkAgent *agent, bool status);
+    void notifyPSConnectStatus(NetworkAgent *agent, bool status);
+    void notifyConnectionListeners(NetworkAgent *na);
+    void logStatistics();
+
+    // The shared answer; asks Java if the last one is no longer good. Null if there is none. `nCntLog`
+    // counts the failures so far: from 6 on a failure is not logged.
+    std::shared_ptr<const PSDetails> getPSDetailsFromKernel(JNIEnv *env, int nCntLog, NetworkAgent *na);
+    // Takes an answer: it holds until no agent is connected any more.
+    void setPSDetails(const char *host, int32_t port, int32_t sendBuffSize);
+
+    // The pool as the memory monitor sees it: bytes queued in all agents, milliseconds of the first agent.
+    int32_t getTotalDataSize() override;
+    int32_t getSleepTime() override;
+    bool setSleepTime(long time) override;
+    bool setThreadPriority(JNIEnv *env, int prio) override;
+
+    // Whether the class data went out once in the life of the process.
+    bool isClassDataSent() const { return classDataSent; }
+    void setClassDataSent(bool sent);
+
+    int32_t poolSize() const { return poolSize_; }
+
+private:
+    class Visit;
+
+    NetworkAgentMgr();
+    ~NetworkAgentMgr() override;
+
+    NetworkAgent *agentOf(int id) const; // null, and logged, for an id outside the pool
+    NetworkAgent *assignAgent(NetworkClient *client);
+    void callListener() const;
+    NetworkAgent *firstRunning() const;
+    void waitForVisitors();
+    void deleteAgents();
+    bool allSocketsDown() const;
+    void askKernel(JNIEnv *env, int nCntLog);
+    void readLookupResult(JNIEnv *env, jclass lookup);
+
+    const int32_t poolSize_;
+    const int32_t slots; // entries of `agents_`: none for a pool size below 0
+    NetworkAgent **agents_;
+    ZykHashTable<NetworkClient *, NetworkAgent *> clientMap_;
+    Relaxed<NetworkAgentMgrConnInitListener *> connListener_{nullptr};
+    // A caller first counts itself in and then looks at `started_`; `stop` first clears it and then looks at
+    // the count. This needs the one total order that relaxed words do not give.
+    std::atomic<bool> started_{false};
+    std::atomic<int32_t> visitors{0};
+    Relaxed<NetworkAgent *> defaultAgent_{nullptr};
+    std::shared_ptr<const PSDetails> psDetails_; // only through std::atomic_load and std::atomic_store
+    Relaxed<bool> psDetailsNeeded_{true};
+    ZykLock lookupLock_;
+    PeriodicTimer statsTimer_;
+    ZykLock listenerLock_; // guards the test for "all down" and `classDataSent`
+    Relaxed<bool> classDataSent{false};
+};
+
+extern Relaxed<NetworkAgentMgr *> networkAgentMgr; // null while there is none

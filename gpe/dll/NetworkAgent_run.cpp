@@ -1,0 +1,206 @@
+// The thread of a network agent: its loop, and how it gets back to the Publish Server.
+
+#include "NetworkAgent.h"
+
+#include "NetworkAgentMgr.h"
+#include "ProbeLgKit.h"
+#include "platform.h"
+
+namespace {
+
+constexpr int64_t RECONNECT_STEP_MS = 1000;
+constexpr int SILENT_AFTER_FAILURES = 6;
+
+uint32_t wallClockSeconds() {
+    uint32_t sec = 0;
+    uint32_t usec = 0;
+    getCurrentTime(&sec, &usec);
+    return sec;
+}
+
+} // namespace
+
+void NetworkAgent::runTCPagent(JNIEnv *env) {
+    AM_TRACE_SCOPE(naTracer, LGK_DEBUG_MIN, "NetworkAgent::runTCPagent( JNIEnv *env )");
+    if (!enterThread(env)) {
+        return;
+    }
+    networkAgentMgr.get()->notifyNetworkAgentStatus(this, true);
+    messageInfo(1062, "Network Agent Thread Started");
+    traceInfo("NAID(%d): Network Agent Thread Started", id_);
+    while (alive_) {
+        runPass();
+    }
+    leaveThread();
+}
+
+// Under the lock, so that of two threads one is sent away.
+bool NetworkAgent::enterThread(JNIEnv *env) {
+    const ZykLockGuard guard(sleepLock_);
+    if (started_) {
+        return false;
+    }
+    env_ = env;
+    alive_ = true;
+    started_ = true;
+    return true;
+}
+
+void NetworkAgent::leaveThread() {
+    flushDataQueue();
+    alive_ = false;
+    started_ = false;
+    networkAgentMgr.get()->notifyNetworkAgentStatus(this, false);
+    traceInfo("Network Agent Thread Stopped");
+}
+
+void NetworkAgent::runPass() {
+    resetConnectionOnExpiry(wallClockSeconds());
+    if (id_ == 0 && getStatisticsEnabled()) {
+        networkAgentMgr.get()->logStatistics();
+    }
+    if (!connected_) {
+        reconnect();
+    } else if (sendNext() == -1) {
+        connectionLost();
+    }
+    if (!noSleep_) {
+        sleepFor(ratePause());
+    }
+}
+
+int64_t NetworkAgent::ratePause() const {
+    const auto share = [this](double part) { return static_cast<int32_t>(part * bufferLimit_); };
+    const int64_t base = sleepTime_;
+    const int32_t queued = dataQueue_.size();
+    if (queued < share(0.2)) {
+        return 2 * base;
+    }
+    if (queued < share(0.5)) {
+        return base;
+    }
+    return queued < share(0.75) ? base / 2 : 0;
+}
+
+void NetworkAgent::sleepFor(int64_t ms) {
+    const ZykLockGuard guard(sleepLock_);
+    if (alive_) {
+        sleepLock_.wait(ms);
+    }
+}
+
+void NetworkAgent::connectionLost() {
+    traceError("Write failed, looks like socket is down, retrying to connect to PS");
+    connected_ = false;
+    socketDown_ = true;
+    networkAgentMgr.get()->notifyPSConnectStatus(this, false);
+    networkAgentMgr.get()->notifyConnectionListeners(this);
+}
+
+void NetworkAgent::resetConnectionOnExpiry(uint32_t now) {
+    if (resetSeconds_ < 1 || connectTime_ == 0) {
+        return;
+    }
+    // Signed: a clock that was set back is no reason to reset.
+    if (static_cast<int32_t>(now - connectTime_) < resetSeconds_) {
+        return;
+    }
+    AM_TRACE(naTracer, LGK_DEBUG_MID, "NetworkAgent::resetConnectionOnExpiry()",
+             "NAID(%d): Resetting socket connection after %d seconds", id_, resetSeconds_);
+    connected_ = false;
+    socketDown_ = true;
+    networkAgentMgr.get()->notifyConnectionListeners(this);
+    connectTime_ = 0;
+}
+
+// What was queued for the old connection is thrown away: a new stream begins with the initial records.
+void NetworkAgent::reconnect() {
+    AM_TRACE_SCOPE(naTracer, LGK_DEBUG_MID, "NetworkAgent::reconnect()");
+    disconnect2ps();
+    reconnectPause();
+    needAlive_ = true;
+    flushDataQueue();
+    int failures = 0;
+    while (alive_ && !openStream(failures)) {
+        reconnectPause();
+    }
+    connected_ = true;
+    scheduleReset();
+}
+
+void NetworkAgent::reconnectPause() {
+    const int32_t seconds = reconnectFrequency_ / 1000;
+    AM_TRACE(naTracer, LGK_DEBUG_MID, "NetworkAgent::reconnectPause()", "Reconnect wait %lu seconds",
+             static_cast<unsigned long>(seconds));
+    for (int32_t i = 0; i < seconds && alive_; ++i) {
+        sleepFor(RECONNECT_STEP_MS);
+    }
+}
+
+// One attempt. True if there is nothing more to try: the stream is open, or the agent was stopped.
+bool NetworkAgent::openStream(int &failures) {
+    disconnect2ps();
+    networkAgentMgr.get()->notifyPSConnectStatus(this, false);
+    const bool known = getPSDetailsFromKernel(env_, failures);
+    if (!alive_) {
+        return true;
+    }
+    if (!known) {
+        reportNoDetails(failures);
+        return false;
+    }
+    traceInfo("NAID(%d): PS Proxy details successfully obtained from Kernel, Host: %s Port: %d", id_,
+              psHost_.c_str(), psPort_);
+    if (!connect2ps(psHost_.c_str(), psPort_, sendBuffSize_)) {
+        messageError(1064, "Failed to connect to PS socket");
+        traceError("Failed to connect to PS socket");
+        reconnectPause();
+        return false;
+    }
+    failures = 0;
+    messageInfo(1063, "Successfully connected to PS socket");
+    if (sendInitRecords()) {
+        return true;
+    }
+    traceInfo("NAID(%d): SendInitRecords was NOT successful, Check for memory.", id_);
+    connected_ = true;
+    return false;
+}
+
+// Speaks up until it is clear that nobody knows, then goes silent.
+void NetworkAgent::reportNoDetails(int &failures) {
+    if (failures >= SILENT_AFTER_FAILURES) {
+        return;
+    }
+    if (++failures < SILENT_AFTER_FAILURES) {
+        traceWarn("Could not obtain PS proxy details from Kernel.");
+        return;
+    }
+    messageWarn(1065, "Could not obtain PS proxy details from Kernel");
+    traceWarn(
+        "Could not obtain PS proxy details from Kernel after 6 times trying - turn off logging from now on");
+}
+
+void NetworkAgent::scheduleReset() {
+    if (resetSeconds_ > 0) {
+        connectTime_ = wallClockSeconds();
+        traceInfo(
+            "NAID(%d): The next Network agent to Publish server socket reset will take place in %d seconds",
+            id_, resetSeconds_);
+    }
+}
+
+bool NetworkAgent::getPSDetailsFromKernel(JNIEnv *env, int nCntLog) {
+    psPort_ = -1;
+    sendBuffSize_ = -1;
+    psHost_.clear();
+    const std::shared_ptr<const PSDetails> details =
+        networkAgentMgr.get()->getPSDetailsFromKernel(env, nCntLog, this);
+    if (details == nullptr) {
+        return false;
+    }
+    psHost_ = details->host;
+    psPort_ = details->port;
+    sendBuffSize_ = details->sendBuffSize;
+    return true;
+}

@@ -1,0 +1,148 @@
+#include "ThreadData.h"
+
+#include "Event.h"
+#include "ProbeLgKit.h"
+#include "PropertyMgr.h"
+#include "ThreadMgr.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <new>
+
+namespace {
+
+bool isClassOrMethod(const Event &evt) {
+    return evt.type == Event::TYPE_CLASS || evt.type == Event::TYPE_METHOD;
+}
+
+int32_t queueLimit() {
+    static const int32_t limit = intProperty("internal.probe.event.queue.size.limit", 5000);
+    return limit;
+}
+
+} // namespace
+
+bool isProtectedType(const Event &evt) {
+    switch (evt.type) {
+    case Event::TYPE_CLASS:
+    case Event::TYPE_SAMPLING:
+    case Event::TYPE_DROPPED:
+    case Event::TYPE_PORTAL_METHOD_CONSTANT:
+        return true;
+    default:
+        return false;
+    }
+}
+
+ThreadData::ThreadData(JNIEnv *env) : NamedObject("ThreadData"), envId(env) {
+    initialize();
+}
+
+ThreadData::~ThreadData() {
+    if (acceptsEvents()) {
+        const ThreadMgr *manager = threadMgr;
+        if (manager != nullptr && manager->isStarted()) {
+            char text[91];
+            snprintf(text, sizeof(text), "Thread being deleted even before it died TID: %u", threadId.get());
+            error(__FILE_NAME__, __LINE__, text);
+        }
+        deleteInFlightData();
+    }
+    while (Event *evt = eventQueue != nullptr ? eventQueue->removeFirst() : nullptr) {
+        delete evt;
+    }
+    delete eventQueue;
+    freeAll(threadName.load(), groupName.load(), pageName);
+}
+
+void ThreadData::initialize() {
+    if (eventQueue == nullptr) {
+        eventQueue = new (std::nothrow) ZykList<Event *>(true);
+    }
+    memoryLimitMarkerSent = false;
+    acceptingNewRequests = true;
+    isAlive = true;
+}
+
+bool ThreadData::appendEvent(Event *evt) {
+    if (evt == nullptr || eventQueue == nullptr || !acceptsEvents()) {
+        reportRefusal(evt);
+        delete evt;
+        return false;
+    }
+    const int32_t limit = queueLimit();
+    if (eventQueue->size() >= limit && !isProtectedType(*evt)) {
+        refuse(evt);
+        return false;
+    }
+    if (eventQueue->size() < limit) {
+        droppedMarkerSent = false;
+    }
+    addToProduced(*evt);
+    return eventQueue->append(evt);
+}
+
+// The marker tells the receiver that data is missing here; the agent tells how much.
+void ThreadData::refuse(Event *evt) {
+    droppedAtAppend += 1;
+    delete evt;
+    if (!droppedMarkerSent) {
+        appendEvent(new DroppedEvent(Event::SUB_ALONE));
+        droppedMarkerSent = true;
+    }
+}
+
+void ThreadData::reportRefusal(const Event *evt) const {
+    if (eventQueue == nullptr) {
+        traceWarn("Append Event failed evtQueue is NULL ");
+    } else if (evt == nullptr) {
+        traceWarn("Append Event failed Evt is NULL ");
+    } else {
+        traceWarn("Append Event Thread is dead: %d, EvtType: %d Evt SubType: %d TID: %d", acceptsEvents(),
+                  static_cast<int>(evt->type), static_cast<int>(evt->subType), threadId.get());
+    }
+}
+
+void ThreadData::resetOnThreadEnd() {
+    ThreadMgr *manager = threadMgr;
+    if (manager != nullptr && manager->updateOnThreadEnd(envId)) {
+        deleteInFlightData();
+    }
+    isAlive.store(false, std::memory_order_release);
+}
+
+void ThreadData::deleteInFlightData() {
+    freeAll(inFlightBuffer1, inFlightBuffer2);
+    inFlightBuffer1 = nullptr;
+    inFlightBuffer2 = nullptr;
+    threadSuspendedFlag = false;
+    threadEndedFlag = false;
+    sqlWrapperDepth = 0;
+    requestDepth = 0;
+}
+
+int32_t ThreadData::queueSize() const {
+    if (eventQueue == nullptr) {
+        char text[91];
+        snprintf(text, sizeof(text), "Event Queue is NULL, check.. EvtQueue: %d, TID: %u", 0, threadId.get());
+        error(__FILE_NAME__, __LINE__, text);
+        return 0;
+    }
+    return eventQueue->size();
+}
+
+void ThreadData::addToProduced(const Event &evt) {
+    (isClassOrMethod(evt) ? bytesAddedClassMethod : bytesAddedOther) += static_cast<uint32_t>(evt.size);
+}
+
+void ThreadData::addToConsumed(const Event &evt) {
+    (isClassOrMethod(evt) ? bytesConsumedClassMethod : bytesConsumedOther) += static_cast<uint32_t>(evt.size);
+}
+
+void ThreadData::takeBackConsumed(const Event &evt) {
+    (isClassOrMethod(evt) ? bytesConsumedClassMethod : bytesConsumedOther) -= static_cast<uint32_t>(evt.size);
+}
+
+uint32_t ThreadData::bytesQueued() const {
+    return bytesAddedOther + bytesAddedClassMethod - bytesConsumedOther - bytesConsumedClassMethod;
+}

@@ -1,0 +1,88 @@
+// What the agent keeps about one Java thread: nesting counters, clocks, memory accounts, and the queue that
+// the thread fills and exactly one event agent drains. The thread itself is the only writer of every plain
+// field; atomic words are read, or written, elsewhere too. At its limit the queue refuses all but the few
+// types that the receiver cannot do without.
+#pragma once
+
+#include "NamedObject.h"
+#include "Relaxed.h"
+#include "ZykList.h"
+
+#include <atomic>
+#include <cstdint>
+#include <jni.h>
+
+class Event;
+
+class ThreadData : public virtual NamedObject {
+public:
+    explicit ThreadData(JNIEnv *env);
+    // Destroys what is still queued. Only the owning event agent, or the thread manager on its stop, does so.
+    ~ThreadData() override;
+
+    // Takes ownership of `evt` in every case; true if it stands in the queue. Null gives false.
+    bool appendEvent(Event *evt);
+
+    // The highest of `t` and all earlier values, nanoseconds: a thread's CPU time never runs backwards.
+    long long monotonicCpuTime(long long t) {
+        if (t > lastCpuTime) {
+            lastCpuTime = t;
+        }
+        return lastCpuTime;
+    }
+
+    // On the ending thread: leaves the thread manager and refuses further events. What is queued is still
+    // sent. The object may be gone when this returns.
+    void resetOnThreadEnd();
+
+    void deleteInFlightData();
+
+    // Events queued; a hint while others append.
+    int32_t queueSize() const;
+
+    // Charge an event's size to its account: that of classes and methods, or the other.
+    void addToProduced(const Event &evt);
+    void addToConsumed(const Event &evt);
+    void takeBackConsumed(const Event &evt);
+
+    // Bytes in the queue by the accounts, modulo 2^32.
+    uint32_t bytesQueued() const;
+
+    bool acceptsEvents() const { return isAlive.load(std::memory_order_acquire); }
+
+    int64_t lastCpuTime = 0;         // nanoseconds
+    char *inFlightBuffer1 = nullptr; // owned
+    char *inFlightBuffer2 = nullptr; // owned
+    Relaxed<bool> threadSuspendedFlag{false};
+    Relaxed<bool> threadEndedFlag{false};
+    int32_t sqlWrapperDepth = 0;       // open SQL requests of the statement wrappers
+    int32_t requestDepth = 0;          // nesting of requests, 0 outside any
+    int32_t suppressedNestedCount = 0; // begins swallowed by the nested-request switch
+    Relaxed<int32_t> droppedAtAppend{0};
+    Relaxed<bool> droppedMarkerSent{false}; // a marker stands for the present overflow
+    char *pageName = nullptr;               // last portal page, owned
+    uint32_t lastEjbTimeSec = 0;
+    uint32_t lastEjbTimeUSec = 0;
+    std::atomic<char *> threadName{
+        nullptr}; // owned, from malloc; set once by the thread's start, may stay null
+    std::atomic<char *> groupName{nullptr}; // likewise
+    Relaxed<uint32_t> bytesAddedOther{0};   // added by the producer, consumed by the agent
+    Relaxed<uint32_t> bytesConsumedOther{0};
+    Relaxed<uint32_t> bytesAddedClassMethod{0};
+    Relaxed<uint32_t> bytesConsumedClassMethod{0};
+    ZykList<Event *> *eventQueue = nullptr; // owned, synchronised; null only if memory ran out
+    bool memoryLimitMarkerSent = false;     // a marker was queued for the present memory-limit state
+    bool acceptingNewRequests = true;       // false while turbo mode refuses new requests
+    std::atomic<bool> isAlive{true};        // its release at thread end hands the object to the agent
+    Relaxed<bool> listed{false};            // an event agent has it in its list
+    JNIEnv *const envId;
+    Relaxed<uint32_t> threadId{0}; // goes into every event of this thread
+
+private:
+    void initialize();
+    void refuse(Event *evt);
+    void reportRefusal(const Event *evt) const;
+};
+
+// Types that may exceed the limit of a queue and survive the dropping of old events.
+bool isProtectedType(const Event &evt);

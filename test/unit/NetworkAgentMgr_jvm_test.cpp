@@ -1,0 +1,193 @@
+#include "NetworkAgentMgr.h"
+
+#include "RealJvm.h"
+#include "jnihelp.h"
+#include "net_test_support.h"
+
+using namespace net_test;
+
+extern "C" {
+JNIEXPORT jint JNICALL
+Java_com_qel_morvex_norak_dc_networkagent_NativeNetworkAgentImpl_getNetAgentCountNative(JNIEnv *, jclass);
+JNIEXPORT void JNICALL
+Java_com_qel_morvex_norak_dc_networkagent_NativeNetworkAgentImpl_startThreadNative(JNIEnv *, jclass, jint);
+JNIEXPORT void JNICALL
+Java_com_qel_morvex_norak_dc_networkagent_NativeNetworkAgentImpl_stopThreadNative(JNIEnv *, jclass, jint);
+JNIEXPORT void JNICALL
+Java_com_qel_morvex_norak_dc_networkagent_NativeNetworkAgentImpl_setNetworkTrace(JNIEnv *, jclass, jbyte);
+}
+
+namespace {
+
+// While it lives, a member of that name is not found by this environment, and a method of that name throws.
+class FailingMember {
+public:
+    FailingMember(JNIEnv *jniEnv, const char *missingName, bool throws)
+        : env(jniEnv), real(jniEnv->functions), table(*real) {
+        missing = missingName;
+        realTable = real;
+        if (throws) {
+            table.CallStaticIntMethodV = throwInstead;
+        } else {
+            table.GetStaticMethodID = findMethod;
+            table.GetStaticFieldID = findField;
+        }
+        env->functions = &table;
+    }
+    ~FailingMember() { env->functions = real; }
+
+private:
+    static const char *other(const char *name) { return missing == name ? "noSuchMember" : name; }
+    static jmethodID JNICALL findMethod(JNIEnv *env, jclass cls, const char *name, const char *signature) {
+        return realTable->GetStaticMethodID(env, cls, other(name), signature);
+    }
+    static jfieldID JNICALL findField(JNIEnv *env, jclass cls, const char *name, const char *signature) {
+        return realTable->GetStaticFieldID(env, cls, other(name), signature);
+    }
+    static jint JNICALL throwInstead(JNIEnv *env, jclass, jmethodID, va_list) {
+        env->ThrowNew(env->FindClass("java/lang/IllegalStateException"), "thrown by the test");
+        return 1;
+    }
+
+    static inline std::string missing;
+    static inline const JNINativeInterface_ *realTable = nullptr;
+    JNIEnv *env;
+    const JNINativeInterface_ *real;
+    JNINativeInterface_ table;
+};
+
+class NetworkJvmTest : public ::testing::Test {
+protected:
+    NetworkJvmTest() : env(RealJvm::env()) {
+        properties.set("networkagent.publish.frequency", "2");
+        properties.set("networkagent.ps.reconnect.frequency", "0");
+        mgr = NetworkAgentMgr::getInstance();
+    }
+    ~NetworkJvmTest() override {
+        NetworkAgentMgr::destroy();
+        setServer("", "", "");
+        EXPECT_FALSE(env->ExceptionCheck());
+    }
+    void setServer(const char *host, const char *port, const char *buffer) {
+        setJavaSystemProperty(env, "publish.server.host", host);
+        setJavaSystemProperty(env, "publish.server.port", port);
+        setJavaSystemProperty(env, "publish.server.sendbuffer", buffer);
+    }
+    std::shared_ptr<const PSDetails> lookUp(int failuresSoFar = 0) {
+        return mgr->getPSDetailsFromKernel(env, failuresSoFar, nullptr);
+    }
+    std::string takeBuffers() {
+        const LocalRef<jclass> recorder(env, env->FindClass("amtest/RecordedBuffers"));
+        const jmethodID take = findStaticMethod(env, recorder.get(), "take", "()Ljava/lang/String;");
+        const LocalRef<jobject> text(env, env->CallStaticObjectMethod(recorder.get(), take));
+        EXPECT_FALSE(clearException(env));
+        std::unique_ptr<char, decltype(&free)> copy(jniStringCopy(env, static_cast<jstring>(text.get())),
+                                                    free);
+        return copy.get();
+    }
+    void recordBuffers(bool failing) {
+        const LocalRef<jclass> recorder(env, env->FindClass("amtest/RecordedBuffers"));
+        const jmethodID install = findStaticMethod(env, recorder.get(), "install", "(Z)V");
+        env->CallStaticVoidMethod(recorder.get(), install, failing);
+        EXPECT_FALSE(clearException(env));
+    }
+
+    RealVmSkin skin;
+    LogRecorder log;
+    JNIEnv *env;
+    Properties properties;
+    NetworkAgentMgr *mgr;
+};
+
+} // namespace
+
+TEST_F(NetworkJvmTest, LookupTakesHostPortAndBufferFromJava) {
+    const std::string longHost(250, 'h');
+    const struct {
+        const char *host, *port, *buffer;
+        PSDetails expected;
+    } rows[] = {
+        {"collector.example", "4711", "8192", {"collector.example", 4711, 8192}},
+        {longHost.c_str(), "1", "1", {std::string(199, 'h'), 1, 1}},
+    };
+    for (const auto &row : rows) {
+        setServer(row.host, row.port, row.buffer);
+        for (const char *when : {"asked", "remembered"}) {
+            const auto details = lookUp();
+            ASSERT_NE(nullptr, details) << when;
+            EXPECT_EQ(row.expected.host, details->host);
+            EXPECT_EQ(row.expected.port, details->port);
+            EXPECT_EQ(row.expected.sendBuffSize, details->sendBuffSize);
+            setServer("other", "99", "99"); // not looked at while the first answer is good
+        }
+        mgr->notifyPSConnectStatus(nullptr, false); // nobody is connected
+    }
+}
+
+TEST_F(NetworkJvmTest, FailingLookupGivesNoAnswerAndLeavesNoException) {
+    setServer("", "", "");
+    for (const int failures : {0, 5, 6, 7}) {
+        EXPECT_EQ(nullptr, lookUp(failures));
+    }
+    EXPECT_EQ(2, log.messages(1058));
+    setServer("collector.example", "4711", "8192");
+    const struct {
+        const char *name;
+        bool throws;
+    } failing[] = {{"initialize", false},
+                   {"initialize", true},
+                   {"hostName_", false},
+                   {"port_", false},
+                   {"sendBuffSize_", false}};
+    for (const auto &member : failing) {
+        {
+            const FailingMember failure(env, member.name, member.throws);
+            EXPECT_EQ(nullptr, lookUp()) << member.name;
+        }
+        EXPECT_FALSE(env->ExceptionCheck()) << member.name;
+    }
+    EXPECT_EQ(1, log.lines("PS Lookup was successful but hostName field id was not found"));
+    EXPECT_NE(nullptr, lookUp());
+}
+
+TEST_F(NetworkJvmTest, PriorityGoesToJava) {
+    EXPECT_TRUE(mgr->setThreadPriority(env, 7));
+    const FailingMember failure(env, "setNAPoolPriority", false);
+    EXPECT_FALSE(mgr->setThreadPriority(env, 7));
+}
+
+// The whole road on a Java thread, with the buffer trace on and its listener failing halfway.
+TEST_F(NetworkJvmTest, AgentOnAJavaThreadFindsTheServerAndTracesItsBuffers) {
+#define NATIVE(name) Java_com_qel_morvex_norak_dc_networkagent_NativeNetworkAgentImpl_##name
+    PeerServer server;
+    setServer(LOOPBACK, std::to_string(server.port()).c_str(), "65536");
+    const LocalRef<jclass> owner(
+        env, env->FindClass("com/qel/morvex/norak/dc/networkagent/NativeNetworkAgentImpl"));
+    ASSERT_TRUE(owner);
+    NATIVE(setNetworkTrace)(env, owner.get(), 1);
+    recordBuffers(false);
+    mgr->start();
+    EXPECT_EQ(1, NATIVE(getNetAgentCountNative)(env, owner.get()));
+    std::thread agent([] {
+        RealJvm::onJavaThread([](JNIEnv *own) { NATIVE(startThreadNative)(own, nullptr, 0); });
+    });
+    NetworkClient client;
+    const auto sendAndSee = [&](const std::string &packet, const std::string &traced) {
+        EXPECT_TRUE(
+            eventually([&] { return mgr->send(&client, packet.data(), static_cast<int>(packet.size())); }));
+        EXPECT_TRUE(eventually([&] {
+            return afterInitialBlock(server.bytes(0)).find(packet) != std::string::npos;
+        })) << packet;
+        EXPECT_EQ(traced, takeBuffers());
+    };
+    sendAndSee("first", "[first]");
+    recordBuffers(true);
+    sendAndSee("second", "[second]");
+    NATIVE(setNetworkTrace)(env, owner.get(), 0);
+    sendAndSee("third", "");
+    EXPECT_TRUE(mgr->isClassDataSent());
+    NATIVE(stopThreadNative)(env, owner.get(), 0);
+    agent.join();
+    EXPECT_EQ(1, log.lines("Network Agent Thread Stopped"));
+#undef NATIVE
+}

@@ -1,0 +1,272 @@
+#include "NetworkAgentMgr.h"
+
+#include "ProbeState.h"
+#include "net_test_support.h"
+
+#include <array>
+#include <set>
+
+using namespace net_test;
+
+namespace {
+
+class NetworkPoolTest : public NetworkTest {
+protected:
+    // A manager with agents but without threads.
+    void create(const char *poolSize) {
+        properties.set("networkagent.pool.size", poolSize);
+        mgr = NetworkAgentMgr::getInstance();
+        mgr->registerConnectionInitListener(&listener);
+        mgr->start();
+    }
+    std::vector<NetworkAgent *> allAgents() {
+        std::set<NetworkAgent *> seen;
+        for (int i = 0; i < mgr->poolSize(); ++i) {
+            seen.insert(mgr->getNextNetworkAgent());
+        }
+        std::vector<NetworkAgent *> agents(seen.begin(), seen.end());
+        std::sort(agents.begin(), agents.end(),
+                  [](const NetworkAgent *a, const NetworkAgent *b) { return a->id() < b->id(); });
+        return agents;
+    }
+};
+
+} // namespace
+
+TEST_F(NetworkPoolTest, EachClientKeepsAnAgent) {
+    create("3");
+    std::array<NetworkClient, 4> clients;
+    std::vector<NetworkAgent *> given;
+    for (NetworkClient &client : clients) {
+        given.push_back(mgr->getNetworkAgent(&client));
+    }
+    EXPECT_EQ(3u, std::set<NetworkAgent *>(given.begin(), given.begin() + 3).size());
+    EXPECT_EQ(given[0], given[3]);
+    for (size_t i = 0; i < clients.size(); ++i) {
+        EXPECT_EQ(given[i], clients[i].networkAgent);
+        EXPECT_EQ(given[i], mgr->getNetworkAgent(&clients[i]));
+        clients[i].networkAgent = nullptr;
+        EXPECT_EQ(given[i], mgr->getNetworkAgent(&clients[i])) << "the table knows it too";
+    }
+}
+
+TEST_F(NetworkPoolTest, OddPoolSizesRefuseAndDoNoHarm) {
+    for (const char *size : {"0", "-3", "1"}) {
+        create(size);
+        NetworkClient client;
+        EXPECT_EQ(atoi(size), mgr->poolSize());
+        EXPECT_EQ(mgr->poolSize() == 1, mgr->getNetworkAgent(&client) != nullptr);
+        EXPECT_FALSE(mgr->send(&client, "abc", 3));
+        EXPECT_FALSE(mgr->isConnected(&client));
+        const int lines = log.lines("Trying to start Network agent with improper ID: %d [0-%d]");
+        for (const int id : {-1, 1, 7}) {
+            mgr->startNetworkAgent(nullptr, id);
+            mgr->stopNetworkAgent(nullptr, id);
+        }
+        EXPECT_EQ(lines + 6, log.lines("Trying to start Network agent with improper ID: %d [0-%d]"));
+        mgr->logStatistics();
+        stop();
+        NetworkAgentMgr::destroy();
+    }
+    EXPECT_EQ(
+        3, log.lines("## NAMgr: Statistics across all NA's: Number of Buffers: %d Total Buffer Size: %ld"));
+    EXPECT_EQ(1, log.lines("NA ID: %d Number of Buffers: %d Total Buffer Size: %ld"));
+}
+
+TEST_F(NetworkPoolTest, AddressIsAskedForAgainOnlyWhenNobodyIsConnected) {
+    create("3");
+    const std::vector<NetworkAgent *> agents = allAgents();
+    const struct {
+        bool needed;
+        std::array<bool, 3> connected;
+        std::array<bool, 3> marked;
+        bool neededAfter;
+    } rows[] = {
+        {true, {false, false, false}, {false, false, false}, true},
+        {false, {true, false, false}, {true, false, false}, false},
+        {false, {false, true, false}, {true, true, false}, false},
+        {false, {false, false, true}, {true, true, true}, false},
+        {false, {false, false, false}, {true, true, true}, true},
+    };
+    for (const auto &row : rows) {
+        if (!row.needed) {
+            mgr->setPSDetails("somewhere", 1, 2);
+        }
+        for (size_t i = 0; i < 3; ++i) {
+            agents[i]->connected_ = row.connected[i];
+            agents[i]->needAlive_ = false;
+        }
+        mgr->notifyPSConnectStatus(agents[0], false);
+        for (size_t i = 0; i < 3; ++i) {
+            EXPECT_EQ(row.marked[i], agents[i]->needAlive_) << i;
+            agents[i]->connected_ = false;
+        }
+        EXPECT_EQ(row.neededAfter, mgr->getPSDetailsFromKernel(nullptr, 9, agents[0]) == nullptr);
+    }
+}
+
+TEST_F(NetworkPoolTest, SharedAnswerOutlivesTheNextLookup) {
+    create("2");
+    mgr->setPSDetails("first", 10, 20);
+    const auto held = mgr->getPSDetailsFromKernel(nullptr, 0, nullptr);
+    mgr->notifyPSConnectStatus(nullptr, false);
+    EXPECT_EQ(nullptr, mgr->getPSDetailsFromKernel(nullptr, 0, nullptr));
+    mgr->setPSDetails("second", 11, 21);
+    ASSERT_NE(nullptr, held);
+    EXPECT_EQ("first", held->host);
+    EXPECT_EQ(10, held->port);
+    EXPECT_EQ(20, held->sendBuffSize);
+}
+
+TEST_F(NetworkPoolTest, ListenerIsCalledWhenTheLastConnectionIsLost) {
+    create("2");
+    const std::vector<NetworkAgent *> pair = allAgents();
+    for (int round = 1; round <= 2; ++round) {
+        pair[0]->socketDown_ = true;
+        mgr->notifyConnectionListeners(pair[0]);
+        EXPECT_EQ(round - 1, listener.calls);
+        pair[1]->socketDown_ = true;
+        mgr->notifyConnectionListeners(pair[1]);
+        EXPECT_EQ(round, listener.calls);
+        EXPECT_FALSE(pair[0]->socketDown_ || pair[1]->socketDown_);
+    }
+    mgr->registerConnectionInitListener(nullptr); // changes nothing
+    pair[0]->socketDown_ = pair[1]->socketDown_ = true;
+    mgr->notifyConnectionListeners(pair[0]);
+    EXPECT_EQ(3, listener.calls);
+    stop();
+    NetworkAgentMgr::destroy();
+
+    create("1");
+    for (int losses = 4; losses <= 5; ++losses) {
+        mgr->notifyConnectionListeners(allAgents()[0]);
+        EXPECT_EQ(losses, listener.calls);
+    }
+    mgr->unregisterConnectionInitListener(nullptr);
+    mgr->notifyConnectionListeners(allAgents()[0]);
+    EXPECT_EQ(5, listener.calls);
+}
+
+TEST_F(NetworkPoolTest, ActsAsOnePoolTowardsTheGovernor) {
+    properties.set("networkagent.publish.frequency", "500");
+    create("2");
+    EXPECT_EQ(500, mgr->getSleepTime());
+    EXPECT_TRUE(mgr->setSleepTime(20));
+    int32_t total = 0;
+    for (NetworkAgent *agent : allAgents()) {
+        EXPECT_EQ(20, agent->sleepTime_);
+        agent->alive_ = agent->started_ = agent->connected_ = true;
+        total += 3 + agent->id();
+        EXPECT_TRUE(agent->sendData("abcdef", 3 + agent->id()));
+        agent->started_ = false;
+    }
+    EXPECT_EQ(total, mgr->getTotalDataSize());
+    EXPECT_FALSE(mgr->setThreadPriority(nullptr, 5));
+    NetworkAgentMgr *closed = mgr;
+    stop();
+    EXPECT_EQ(0, closed->getTotalDataSize());
+    EXPECT_EQ(0, closed->getSleepTime());
+    closed->setSleepTime(20);
+}
+
+TEST_F(NetworkPoolTest, EachClientsPacketsStayInOrderOnOneConnection) {
+    properties.set("networkagent.pool.size", "3");
+    PeerServer server;
+    networkAgentReady = false;
+    start();
+    answerWith(server.port());
+    ASSERT_TRUE(eventually([&] { return networkAgentReady.get(); }));
+    std::array<NetworkClient, 3> clients;
+    std::vector<std::thread> senders;
+    for (size_t c = 0; c < clients.size(); ++c) {
+        senders.emplace_back([&, c] {
+            for (int i = 0; i < 100; ++i) {
+                sendSurely(clients[c], std::string(1, static_cast<char>('A' + c)) + std::to_string(i) + ";");
+            }
+        });
+    }
+    for (std::thread &sender : senders) {
+        sender.join();
+    }
+    for (char name = 'A'; name <= 'C'; ++name) {
+        std::string expected;
+        for (int i = 0; i < 100; ++i) {
+            expected += name + std::to_string(i) + ";";
+        }
+        EXPECT_TRUE(eventually([&] {
+            for (size_t i = 0; i < server.count(); ++i) {
+                const std::string stream = afterInitialBlock(server.bytes(i));
+                if (stream == expected || stream == ALIVE_PACKET + expected) {
+                    return true;
+                }
+            }
+            return false;
+        })) << name;
+    }
+    EXPECT_EQ(3u, server.count());
+    stop();
+    EXPECT_FALSE(networkAgentReady);
+    networkAgentReady = true;
+    networkAgentReady = false;
+}
+
+// Callers inside, agents that start late, and a pool that opens and closes around them.
+TEST_F(NetworkPoolTest, StartAndStopUnderLoad) {
+    properties.set("networkagent.pool.size", "2");
+    PeerServer server;
+    mgr = NetworkAgentMgr::getInstance();
+    NetworkAgentMgr *pool = mgr;
+    std::atomic<bool> done{false};
+    std::vector<std::thread> callers;
+    for (int caller = 0; caller < 2; ++caller) {
+        callers.emplace_back([&done, pool] {
+            while (!done) {
+                NetworkClient client; // ends before the agents that it was given
+                for (int i = 0; i < 20; ++i) {
+                    if (pool->isConnected(&client)) {
+                        pool->send(&client, "0123456789", 10);
+                    }
+                    client.networkAgent = nullptr;
+                }
+                pool->getTotalDataSize();
+                pool->setSleepTime(1);
+                std::this_thread::yield();
+            }
+        });
+    }
+    std::thread latecomer([&done, pool] { // comes in whenever a thread can
+        while (!done) {
+            pool->startNetworkAgent(nullptr, 1);
+            std::this_thread::sleep_for(milliseconds(1));
+        }
+    });
+    answerWith(server.port());
+    for (int cycle = 0; cycle < 3; ++cycle) {
+        pool->start();
+        std::thread agent([pool] { pool->startNetworkAgent(nullptr, 0); });
+        const size_t before = server.count();
+        EXPECT_TRUE(eventually([&] { return server.count() > before; }));
+        pool->stop();
+        agent.join();
+        EXPECT_EQ(0, pool->getTotalDataSize());
+    }
+    done = true;
+    latecomer.join();
+    for (std::thread &caller : callers) {
+        caller.join();
+    }
+}
+
+TEST(PeriodicTimer, FiresOnceAnIntervalAcrossTheWrap) {
+    PeriodicTimer timer(1);
+    const struct {
+        uint32_t now;
+        bool fires;
+    } steps[] = {
+        {5000, true}, {5000, false}, {6000, false}, {6001, true}, {UINT32_MAX - 10, true},
+        {988, false}, {989, false},  {990, true},
+    };
+    for (const auto &step : steps) {
+        EXPECT_EQ(step.fires, timer.expired(step.now)) << step.now;
+    }
+}

@@ -1,0 +1,411 @@
+#include "NetworkAgent.h"
+
+#include "net_test_support.h"
+
+using namespace net_test;
+
+namespace {
+
+// A stop costs one second in which the caller waits for the thread, and some time to be noticed.
+constexpr int64_t STOP_MS = 2500;
+
+// A packet that tells its number and does not look like any other.
+std::string packet(int number, size_t size = 64) {
+    std::string bytes = std::to_string(number) + ";";
+    while (bytes.size() < size) {
+        bytes += static_cast<char>(bytes.size() * 31 + static_cast<size_t>(number));
+    }
+    return bytes;
+}
+
+// An agent without a thread, which believes that it is connected.
+struct LoneAgent {
+    LoneAgent() : agent(0) { agent.alive_ = agent.started_ = agent.connected_ = true; }
+    ~LoneAgent() { agent.flushDataQueue(); }
+    bool queue(const char *data, int size) { return agent.sendData(data, size); }
+    NetworkAgent agent;
+};
+
+} // namespace
+
+// ---------------------------------------------------------------- the queue
+
+TEST_F(NetworkTest, RefusesUntilAllThreeFlagsStandAndAtTheLimit) {
+    LoneAgent lone;
+    NetworkAgent &agent = lone.agent;
+    int refusals = 0;
+    for (Relaxed<bool> *flag : {&agent.alive_, &agent.started_, &agent.connected_}) {
+        *flag = false;
+        EXPECT_FALSE(lone.queue("abc", 3));
+        EXPECT_EQ(++refusals, log.messages(1056));
+        *flag = true;
+    }
+    EXPECT_TRUE(lone.queue(nullptr, 3));
+    EXPECT_TRUE(lone.queue("abc", -1));
+    EXPECT_EQ(0, agent.queueCount());
+
+    for (int i = 1; i <= 10; ++i) {
+        EXPECT_TRUE(lone.queue("abc", 3));
+        EXPECT_EQ(3 * i, agent.bytesQueued());
+    }
+    EXPECT_FALSE(lone.queue("abc", 3));
+    EXPECT_EQ(1, log.messages(1057));
+    EXPECT_EQ(1, log.lines("NA data queue is full, Queue size: %d %ld BufferLimit: %d %ld "));
+    EXPECT_EQ(10, agent.queueCount());
+    EXPECT_EQ(30, agent.bytesQueued());
+
+    agent.flushDataQueue();
+    EXPECT_EQ(0, agent.queueCount());
+    EXPECT_EQ(0, agent.bytesQueued());
+}
+
+TEST_F(NetworkTest, PauseFollowsTheFillLevel) {
+    const struct {
+        const char *limit;
+        std::vector<int64_t> pauses; // by the number of buffers waiting, from none
+    } rows[] = {
+        {"10", {1000, 1000, 500, 500, 500, 250, 250, 0, 0, 0, 0}},
+        {"4", {500, 500, 250, 0, 0}},
+        {"0", {0}},
+    };
+    properties.set("networkagent.publish.frequency", "500");
+    for (const auto &row : rows) {
+        properties.set("networkagent.buffer.limit", row.limit);
+        LoneAgent lone;
+        for (size_t waiting = 0; waiting < row.pauses.size(); ++waiting) {
+            EXPECT_EQ(row.pauses[waiting], lone.agent.ratePause()) << row.limit << " holds " << waiting;
+            lone.queue("x", 1);
+        }
+    }
+    properties.set("networkagent.buffer.limit", "10");
+    properties.set("networkagent.publish.frequency", "-7");
+    EXPECT_LT(LoneAgent().agent.ratePause(), 0) << "no wait";
+}
+
+// ---------------------------------------------------------------- the stream
+
+TEST_F(NetworkTest, IdleStreamIsTheInitialBlockAndOneSignOfLife) {
+    PeerServer server;
+    start();
+    answerWith(server.port());
+    ASSERT_TRUE(eventually([&] { return afterInitialBlock(server.bytes(0)).size() >= ALIVE_PACKET.size(); }));
+    std::this_thread::sleep_for(milliseconds(100)); // a dozen passes
+    EXPECT_EQ(ALIVE_PACKET, afterInitialBlock(server.bytes(0)));
+    EXPECT_EQ(0, mgr->getTotalDataSize()) << "neither is in the account";
+    for (const int number : {1060, 1062, 1063, 1066}) {
+        EXPECT_EQ(1, log.messages(number)) << number;
+    }
+    EXPECT_LT(stop(), STOP_MS);
+    EXPECT_EQ(1, log.messages(1067));
+    EXPECT_EQ(1u, server.count());
+}
+
+TEST_F(NetworkTest, DataWaitingMakesTheSignOfLifeNeedless) {
+    properties.set("networkagent.publish.frequency", "150"); // long enough for data to be first
+    PeerServer server;
+    start();
+    answerWith(server.port());
+    NetworkClient client;
+    sendSurely(client, packet(1));
+    ASSERT_TRUE(eventually([&] { return !afterInitialBlock(server.bytes(0)).empty(); }));
+    std::this_thread::sleep_for(milliseconds(700));
+    EXPECT_EQ(packet(1), afterInitialBlock(server.bytes(0)));
+}
+
+TEST_F(NetworkTest, PacketsArriveWholeAndInOrder) {
+    for (const char *batch : {"1", "4"}) {
+        properties.set("na.popbuffer.size", batch);
+        properties.set("na.reset.counter", "1000");
+        PeerServer server;
+        start();
+        answerWith(server.port(), 4096); // far less than a packet: writes are partial
+        NetworkClient client;
+        std::string expected = ALIVE_PACKET;
+        ASSERT_TRUE(eventually([&] { return afterInitialBlock(server.bytes(0)) == ALIVE_PACKET; }));
+        for (int i = 0; i < 60; ++i) {
+            const std::string next = packet(i, static_cast<size_t>(i * i * i) % 100000);
+            sendSurely(client, next);
+            expected += next;
+        }
+        ASSERT_TRUE(eventually([&] { return afterInitialBlock(server.bytes(0)).size() >= expected.size(); }));
+        EXPECT_TRUE(expected == afterInitialBlock(server.bytes(0))) << "batches of " << batch;
+        EXPECT_TRUE(eventually([&] { return mgr->getTotalDataSize() == 0; })) << mgr->getTotalDataSize();
+        stop();
+        NetworkAgentMgr::destroy();
+    }
+}
+
+TEST_F(NetworkTest, AccountReturnsToZeroUnderManyWriters) {
+    properties.set("na.reset.counter", "100");
+    properties.set("networkagent.no.sleep", "TRUE");
+    PeerServer server;
+    start();
+    answerWith(server.port());
+    std::vector<std::thread> writers;
+    for (int writer = 0; writer < 4; ++writer) {
+        writers.emplace_back([this] {
+            NetworkClient client;
+            for (int i = 0; i < 300; ++i) {
+                sendSurely(client, packet(i));
+            }
+        });
+    }
+    for (std::thread &writer : writers) {
+        writer.join();
+    }
+    ASSERT_TRUE(
+        eventually([&] { return afterInitialBlock(server.bytes(0)).size() >= 4 * 300 * packet(0).size(); }));
+    EXPECT_TRUE(eventually([&] { return mgr->getTotalDataSize() == 0; })) << mgr->getTotalDataSize();
+}
+
+// ---------------------------------------------------------------- lost connections
+
+TEST_F(NetworkTest, ServerKilledMidStreamGetsANewInitialBlock) {
+    for (const char *batch : {"1", "5"}) {
+        properties.set("na.popbuffer.size", batch);
+        PeerServer server;
+        const int errorsBefore = log.messages(1061);
+        const int callsBefore = listener.calls;
+        start();
+        answerWith(server.port());
+        NetworkClient client;
+        NetworkAgent *agent = mgr->getNetworkAgent(&client);
+        sendSurely(client, packet(1));
+        ASSERT_TRUE(eventually([&] { return !afterInitialBlock(server.bytes(0)).empty(); }));
+        EXPECT_FALSE(agent->socketDown_);
+        server.resetAll();
+        ASSERT_TRUE(eventually([&] {
+            mgr->send(&client, packet(2).data(), 64);
+            return server.count() == 2;
+        }));
+        EXPECT_TRUE(agent->socketDown_);
+        EXPECT_EQ(callsBefore + 1, listener.calls);
+        EXPECT_LT(errorsBefore, log.messages(1061));
+        sendSurely(client, packet(3));
+        ASSERT_TRUE(eventually(
+            [&] { return afterInitialBlock(server.bytes(1)).find(packet(3)) != std::string::npos; }));
+        stop();
+        NetworkAgentMgr::destroy();
+    }
+    EXPECT_LE(2, log.lines("All NA sockets are down, requesting PS Host details"));
+}
+
+TEST_F(NetworkTest, DataQueuedForALostConnectionIsDropped) {
+    PeerServer server(true);
+    start();
+    answerWith(server.port(), 4096);
+    NetworkClient client;
+    ASSERT_TRUE(eventually([&] { return mgr->isConnected(&client); }));
+    for (int i = 0; i < 10; ++i) { // the first ones fill the socket, the others stay in the queue
+        mgr->send(&client, packet(i, 1000000).data(), 1000000);
+    }
+    ASSERT_TRUE(eventually([&] { return mgr->getTotalDataSize() > 0; }));
+    endAnswering();
+    server.resetAll();
+    EXPECT_TRUE(eventually([&] { return mgr->getTotalDataSize() == 0; })) << mgr->getTotalDataSize();
+    EXPECT_EQ(0, mgr->getNetworkAgent(&client)->queueCount());
+    EXPECT_FALSE(mgr->isConnected(&client));
+}
+
+TEST_F(NetworkTest, ResetByTimeOpensANewStream) {
+    const struct {
+        const char *milliseconds;
+        uint32_t seconds; // 0: never
+    } rows[] = {{"1000", 300}, {"600000", 600}, {"0", 0}, {"-1", 0}};
+    for (const auto &row : rows) {
+        properties.set("networkagent.socket.resettime", row.milliseconds);
+        PeerServer server;
+        const int callsBefore = listener.calls;
+        start();
+        answerWith(server.port());
+        ASSERT_TRUE(eventually([&] { return afterInitialBlock(server.bytes(0)) == ALIVE_PACKET; }));
+        const uint32_t now = static_cast<uint32_t>(time(nullptr));
+        NetworkClient client;
+        NetworkAgent *agent = mgr->getNetworkAgent(&client);
+        mgr->stopNetworkAgent(nullptr, 0); // its steps are this thread's now
+        agent->resetConnectionOnExpiry(now - 30);
+        agent->resetConnectionOnExpiry(now + (row.seconds != 0 ? row.seconds - 20 : 1000000));
+        EXPECT_FALSE(agent->socketDown_) << row.milliseconds;
+        EXPECT_TRUE(agent->connected_);
+        if (row.seconds != 0) {
+            agent->resetConnectionOnExpiry(now + row.seconds + 20);
+            EXPECT_TRUE(agent->socketDown_);
+            EXPECT_FALSE(agent->connected_);
+            agent->resetConnectionOnExpiry(now + row.seconds + 40);
+            EXPECT_EQ(callsBefore + 1, listener.calls) << "once";
+            runAgent(0);
+            ASSERT_TRUE(eventually([&] { return afterInitialBlock(server.bytes(1)) == ALIVE_PACKET; }));
+        }
+        stop();
+        NetworkAgentMgr::destroy();
+    }
+}
+
+// ---------------------------------------------------------------- servers that are not there
+
+TEST_F(NetworkTest, UnreachableServerIsTriedAgainUntilItComes) {
+    uint16_t port = 0;
+    const int silent = boundSocket(&port);
+    start();
+    answerWith(port);
+    ASSERT_TRUE(eventually([&] { return log.messages(1064) > 5; }));
+    EXPECT_LE(log.messages(1064), log.messages(1059));
+    EXPECT_EQ(log.messages(1064), log.lines("Failed to connect to PS socket") / 2)
+        << "message and trace line";
+    const int descriptors = openDescriptors();
+    listen(silent, 4);
+    ASSERT_TRUE(eventually([&] { return log.messages(1063) == 1; }));
+    EXPECT_LE(openDescriptors(), descriptors + 1);
+    stop();
+    close(silent);
+}
+
+TEST_F(NetworkTest, SaysSixTimesThatNobodyKnowsTheServer) {
+    start();
+    ASSERT_TRUE(eventually([&] { return log.messages(1065) == 1; }));
+    std::this_thread::sleep_for(milliseconds(50));
+    EXPECT_EQ(1, log.messages(1065));
+    EXPECT_EQ(5, log.lines("Could not obtain PS proxy details from Kernel."));
+    EXPECT_LT(10, log.lines("Reconnect wait %lu seconds")) << "but it goes on asking";
+    EXPECT_LT(stop(), STOP_MS);
+}
+
+TEST_F(NetworkTest, UnknownHostFailsWithoutAMessageOfItsOwn) {
+    start();
+    answerWith(80, 4096, "256.256.256.256"); // no lookup is needed to refuse this name
+    ASSERT_TRUE(eventually([&] { return log.messages(1064) > 0; }));
+    EXPECT_LT(0, log.lines("Error Msg: %s at %s line %d"));
+    EXPECT_EQ(0, log.messages(1059));
+}
+
+// ---------------------------------------------------------------- stopping
+
+TEST_F(NetworkTest, StopCutsThePauseShort) {
+    properties.set("networkagent.ps.reconnect.frequency", "120000");
+    start();
+    ASSERT_TRUE(eventually([&] { return log.lines("Reconnect wait %lu seconds") == 1; }));
+    EXPECT_LT(stop(), STOP_MS);
+
+    NetworkAgentMgr::destroy();
+    properties.set("networkagent.ps.reconnect.frequency", "0");
+    properties.set("networkagent.publish.frequency", "60000");
+    PeerServer server;
+    start();
+    answerWith(server.port());
+    ASSERT_TRUE(eventually([&] { return initialBlock(server.bytes(0)) != 0; }));
+    EXPECT_LT(stop(), STOP_MS);
+}
+
+TEST_F(NetworkTest, StopEndsAConnectThatNobodyAnswers) {
+    uint16_t port = 0;
+    const int full = boundSocket(&port);
+    listen(full, 0);
+    std::vector<int> fillers; // once the backlog is full, further attempts hear nothing
+    for (int i = 0; i < 3; ++i) {
+        fillers.push_back(socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK, 0));
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_port = htons(port);
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        connect(fillers.back(), reinterpret_cast<sockaddr *>(&address), sizeof(address));
+    }
+    start();
+    answerWith(port);
+    ASSERT_TRUE(
+        eventually([&] { return log.lines("NAID(%d): Socket creation successful at %s line %d") > 0; }));
+    std::this_thread::sleep_for(milliseconds(300));
+    EXPECT_EQ(0, log.messages(1064)) << "it was to hang in the connect";
+    EXPECT_LT(stop(), STOP_MS);
+    EXPECT_EQ(1, log.messages(1059));
+    fillers.push_back(full);
+    for (const int fd : fillers) {
+        close(fd);
+    }
+}
+
+TEST_F(NetworkTest, StalledServerHoldsUpNeitherSendersNorTheStop) {
+    PeerServer server(true);
+    start();
+    answerWith(server.port(), 4096);
+    NetworkClient client;
+    ASSERT_TRUE(eventually([&] { return mgr->isConnected(&client); }));
+    const std::string big = packet(1, 1000000);
+    const auto begin = Clock::now();
+    while (mgr->send(&client, big.data(), static_cast<int>(big.size()))) {
+    }
+    EXPECT_LT(millisSince(begin), 2000);
+    EXPECT_LE(mgr->getTotalDataSize(), 11 * 1000000) << "ten queued and one on its way";
+    std::this_thread::sleep_for(milliseconds(300));
+    EXPECT_EQ(0, log.messages(1061)) << "no time-out is set";
+    EXPECT_LT(stop(), STOP_MS);
+    EXPECT_EQ(1, log.messages(1061));
+}
+
+TEST_F(NetworkTest, SocketTimeoutTurnsAStalledServerIntoALostOne) {
+    properties.set("networkagent.socket.timeout", "1");
+    properties.set("networkagent.socket.nagleoff", "True");
+    PeerServer server(true);
+    start();
+    answerWith(server.port(), 4096);
+    NetworkClient client;
+    const std::string big = packet(1, 1000000);
+    const auto begin = Clock::now();
+    ASSERT_TRUE(eventually([&] {
+        mgr->send(&client, big.data(), static_cast<int>(big.size()));
+        return listener.calls > 0;
+    }));
+    EXPECT_GT(millisSince(begin), 900);
+    EXPECT_LT(millisSince(begin), 5000);
+    for (const char *done : {"Successful in setting PS socket buffer size: %d",
+                             "Successful in setting PS socket Nagle Algorithm to Off",
+                             "Successful in setting PS socket send time out: %d (secs)",
+                             "Successful in setting PS socket read time out: %d (secs)"}) {
+        EXPECT_LE(1, log.lines(done)) << done;
+    }
+    EXPECT_LT(stop(), STOP_MS);
+}
+
+TEST_F(NetworkTest, SecondThreadForAnAgentIsSentAway) {
+    PeerServer server;
+    start();
+    answerWith(server.port());
+    NetworkClient client;
+    ASSERT_TRUE(eventually([&] { return mgr->isConnected(&client); }));
+    mgr->startNetworkAgent(nullptr, 0);
+    EXPECT_EQ(1, log.messages(1062));
+    EXPECT_TRUE(mgr->isConnected(&client));
+}
+
+// ---------------------------------------------------------------- bind address
+
+TEST_F(NetworkTest, BindAddressEndsEveryAttemptAndKeepsNoDescriptor) {
+    uint16_t port = 0;
+    const int server = boundSocket(&port);
+    listen(server, 64);
+    const struct {
+        const char *use;
+        const char *address;
+        const char *line;
+        bool connects;
+    } rows[] = {
+        {"false", "127.0.0.1", "Successfully connected to PS Host: %s Port: %d Buffer Size: %d", true},
+        {"true", "127.0.0.1", "Socket bind successful [%s:%d]", false},
+        {"true", "192.0.2.1", "Socket bind() failure [%s:%d] Error: %s ErrorNO: %d", false},
+        {"true", "256.256.256.256", "Error Msg: %s at %s line %d", false},
+    };
+    for (const auto &row : rows) {
+        properties.set("networkagent.useclient.bindaddress", row.use);
+        properties.set("am.socket.bindip", row.address);
+        LoneAgent lone;
+        const int before = openDescriptors();
+        for (int attempt = 0; attempt < 20; ++attempt) {
+            const int linesBefore = log.lines(row.line);
+            EXPECT_EQ(row.connects, lone.agent.connect2ps(LOOPBACK, port, 4096)) << row.line;
+            EXPECT_LT(linesBefore, log.lines(row.line)) << row.line;
+            EXPECT_TRUE(lone.agent.disconnect2ps());
+        }
+        EXPECT_EQ(before, openDescriptors()) << row.line;
+    }
+    EXPECT_EQ(0, log.messages(1059));
+    close(server);
+}

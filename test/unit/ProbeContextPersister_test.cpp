@@ -1,0 +1,213 @@
+#include "ProbeContextPersister.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <optional>
+#include <sstream>
+#include <string>
+#include <vector>
+
+namespace {
+
+namespace fs = std::filesystem;
+using Persister = ProbeContextPersister;
+using Text = std::optional<std::string>; // a file's content, or no file
+
+class ProbeContextPersisterTest : public testing::Test {
+protected:
+    ProbeContextPersisterTest() {
+        std::string name = (fs::temp_directory_path() / "am-context-XXXXXX").string();
+        root = mkdtemp(name.data());
+        fs::create_directories(root / "home/etc");
+        fs::create_directories(root / "runtime");
+    }
+    ~ProbeContextPersisterTest() override { fs::remove_all(root); }
+
+    fs::path base() const { return root / "home/etc/am.mod"; }
+    fs::path bound() const { return root / "runtime/am.mod"; }
+
+    static void put(const fs::path &path, const Text &text) {
+        fs::remove(path);
+        if (text) {
+            std::ofstream(path, std::ios::binary) << *text;
+        }
+    }
+    static Text get(const fs::path &path) {
+        std::ifstream file(path, std::ios::binary);
+        if (!file) {
+            return std::nullopt;
+        }
+        std::ostringstream text;
+        text << file.rdbuf();
+        return text.str();
+    }
+
+    // No file can be made where a file stands in the directory's place: true for root as well.
+    void spoilRuntimeDir() const {
+        fs::remove_all(root / "runtime");
+        put(root / "runtime", "");
+    }
+    void mendRuntimeDir() const {
+        fs::remove(root / "runtime");
+        fs::create_directories(root / "runtime");
+    }
+
+    static std::vector<int32_t> values(const Persister &persister) {
+        int32_t *elements = persister.ctx_getElems();
+        std::vector<int32_t> copy(elements, elements + persister.ctx_getElemCount());
+        delete[] elements;
+        return copy;
+    }
+
+    fs::path root;
+};
+
+TEST_F(ProbeContextPersisterTest, ReadsWhatTheFilesHold) {
+    const struct {
+        Text base, bound;
+        std::vector<int32_t> expected;
+        Text boundAfter;
+    } cases[] = {
+        {"1", "2", {2, 0, 0, 0}, "2"},
+        {std::nullopt, "1D", {1, 1, 0, 0}, "1D"},
+        {std::nullopt, "3S", {3, 0, 1, 0}, "3S"},
+        {std::nullopt, "2R", {2, 0, 0, 1}, "2R"},
+        {std::nullopt, "2SR", {2, 0, 1, 1}, "2SR"},
+        {std::nullopt, "2\n", {2, 0, 0, 0}, "2\n"},
+        {std::nullopt, "2D\n", {2, 1, 0, 0}, "2D\n"},
+        // The line read sees three bytes: a fourth letter is lost.
+        {std::nullopt, "2DSR", {2, 1, 1, 0}, "2DSR"},
+        {"2DSR", std::nullopt, {2, 1, 1, 0}, "2DS"},
+        // The base file makes the bound one, and mends a bad one.
+        {"3", std::nullopt, {3, 0, 0, 0}, "3"},
+        {"3D", "", {3, 1, 0, 0}, "3D"},
+        {"2S", "1X", {2, 0, 1, 0}, "2S"},
+        {"2", "1SD", {2, 0, 0, 0}, "2"},
+        {"2", "1DD", {2, 0, 0, 0}, "2"},
+        {"2", "1\r\n", {2, 0, 0, 0}, "2"},
+        // What was taken before the error stays if there is no base file, or none that can be read.
+        {std::nullopt, "3SX", {3, 0, 1, 0}, "3S"},
+        {"2X", "3SX", {2, 0, 0, 0}, "2"},
+        // Anything but 1 to 3 is the default level; letters are read all the same.
+        {std::nullopt, "0", {1, 0, 0, 0}, "0"},
+        {std::nullopt, "4D", {1, 1, 0, 0}, "4D"},
+        {std::nullopt, "xS", {1, 0, 1, 0}, "xS"},
+        {std::nullopt, "\xFF", {1, 0, 0, 0}, "\xFF"},
+        {std::nullopt, std::nullopt, {1, 0, 0, 0}, "1"},
+        {"", std::nullopt, {1, 0, 0, 0}, "1"},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(testing::PrintToString(c.base) + " " + testing::PrintToString(c.bound));
+        put(base(), c.base);
+        put(bound(), c.bound);
+        Persister persister((root / "home").c_str(), (root / "runtime").c_str());
+        EXPECT_EQ(persister.getLastReadFilePath(), nullptr);
+        EXPECT_TRUE(persister.ctx_direct(Persister::CTX_READ));
+        EXPECT_EQ(values(persister), c.expected);
+        EXPECT_EQ(get(bound()), c.boundAfter);
+        EXPECT_EQ(get(base()), c.base);
+        EXPECT_EQ(persister.getLastReadFilePath(), bound().string());
+    }
+}
+
+TEST_F(ProbeContextPersisterTest, EveryChangeIsWrittenAtOnceAndReadBack) {
+    Persister persister((root / "home").c_str(), (root / "runtime").c_str());
+    ASSERT_TRUE(persister.ctx_direct(Persister::CTX_READ));
+    const struct {
+        int element;
+        int32_t value;
+        bool result;
+        const char *file;
+    } steps[] = {
+        {Persister::ctx_api_ProbeLevel, 3, true, "3"},
+        {Persister::ctx_api_ProbeLevel, 4, false, "3"},
+        {Persister::ctx_api_ProbeLevel, 0, false, "3"},
+        {Persister::ctx_api_SuppressGCEventCollection, 1, true, "3R"},
+        {Persister::ctx_api_ProbeLevelIsDefault, -7, true, "3DR"},
+        {Persister::ctx_api_SuppressL3Collection, 1, true, "3DSR"},
+        {5, 1, false, "3DSR"},
+        {0, 1, false, "3DSR"},
+        {Persister::ctx_api_ProbeLevelIsDefault, 0, true, "3SR"},
+    };
+    for (const auto &step : steps) {
+        SCOPED_TRACE(std::to_string(step.element) + "=" + std::to_string(step.value));
+        EXPECT_EQ(persister.ctx_setEnum(step.element, step.value), step.result);
+        EXPECT_EQ(get(bound()), step.file);
+    }
+    Persister other((root / "home").c_str(), (root / "runtime").c_str());
+    EXPECT_TRUE(other.ctx_direct(Persister::CTX_READ));
+    EXPECT_EQ(values(other), (std::vector<int32_t>{3, 0, 1, 1}));
+    EXPECT_TRUE(other.ctx_set(Persister::ctx_api_ProbeLevel, true));
+    EXPECT_TRUE(other.ctx_set(Persister::ctx_api_SuppressL3Collection, false));
+    EXPECT_FALSE(other.ctx_set(9, true));
+    EXPECT_EQ(get(bound()), "1R");
+    EXPECT_TRUE(persister.ctx_direct(Persister::CTX_READ_SYNCH));
+    EXPECT_EQ(values(persister), (std::vector<int32_t>{1, 0, 0, 1}));
+}
+
+TEST_F(ProbeContextPersisterTest, AnswersByElement) {
+    put(bound(), "3S");
+    Persister persister((root / "home").c_str(), (root / "runtime").c_str());
+    ASSERT_TRUE(persister.ctx_direct(Persister::CTX_READ));
+    const int32_t expected[] = {0, 3, 0, 1, 0, 0};
+    const int32_t defaults[] = {0, 1, 0, 0, 0, 0};
+    for (int element = 0; element < 6; ++element) {
+        EXPECT_EQ(persister.ctx_getEnum(element), expected[element]);
+        EXPECT_EQ(persister.ctx_get(element), expected[element] > 0);
+        EXPECT_EQ(persister.ctx_getDefaultEnum(element), defaults[element]);
+        EXPECT_EQ(persister.ctx_getDefault(element), defaults[element] > 0);
+    }
+}
+
+TEST_F(ProbeContextPersisterTest, FailureClosesTheWayUntilReadOrReset) {
+    put(base(), "2S");
+    Persister persister((root / "home").c_str(), (root / "runtime").c_str());
+    EXPECT_FALSE(persister.ctx_direct(Persister::CTX_WRITE)) << "nothing was read yet";
+    spoilRuntimeDir();
+    EXPECT_FALSE(persister.ctx_direct(Persister::CTX_READ));
+    EXPECT_EQ(values(persister), (std::vector<int32_t>{2, 0, 1, 0})) << "the base file's values hold";
+    EXPECT_EQ(persister.getLastReadFilePath(), base().string());
+    mendRuntimeDir();
+    EXPECT_FALSE(persister.ctx_direct(Persister::CTX_WRITE));
+    EXPECT_FALSE(persister.ctx_direct(Persister::CTX_READ_SYNCH));
+    EXPECT_EQ(get(bound()), std::nullopt) << "closed means no attempt";
+    EXPECT_TRUE(persister.ctx_direct(Persister::CTX_RESET));
+    EXPECT_TRUE(persister.ctx_direct(Persister::CTX_WRITE));
+    EXPECT_EQ(get(bound()), "2S");
+
+    // A write that fails, by the gateway or by a change, closes it as well; a read opens it.
+    for (const bool byChange : {false, true}) {
+        spoilRuntimeDir();
+        EXPECT_FALSE(byChange ? persister.ctx_setEnum(1, 3) : persister.ctx_direct(Persister::CTX_WRITE));
+        mendRuntimeDir();
+        EXPECT_FALSE(persister.ctx_direct(Persister::CTX_WRITE));
+        EXPECT_EQ(get(bound()), std::nullopt);
+        EXPECT_TRUE(persister.ctx_direct(Persister::CTX_READ));
+        EXPECT_TRUE(persister.ctx_direct(Persister::CTX_WRITE));
+    }
+    EXPECT_FALSE(persister.ctx_direct(4));
+    EXPECT_FALSE(persister.ctx_direct(-1));
+}
+
+TEST_F(ProbeContextPersisterTest, UnknownDirectoriesAreNeverTheRootOfTheFileSystem) {
+    Persister persister(nullptr, "");
+    EXPECT_FALSE(persister.ctx_direct(Persister::CTX_READ));
+    EXPECT_FALSE(persister.ctx_setEnum(Persister::ctx_api_ProbeLevel, 2));
+    EXPECT_EQ(persister.ctx_getEnum(Persister::ctx_api_ProbeLevel), 2);
+    EXPECT_EQ(persister.getLastReadFilePath(), nullptr);
+    EXPECT_FALSE(fs::exists("/am.mod"));
+    Persister withoutManager;
+    EXPECT_FALSE(withoutManager.ctx_direct(Persister::CTX_READ));
+}
+
+TEST_F(ProbeContextPersisterTest, PathsAreCutAtTheirBuffer) {
+    const std::string longDir = "/" + std::string(5000, 'd');
+    Persister persister(longDir.c_str(), longDir.c_str());
+    EXPECT_FALSE(persister.ctx_direct(Persister::CTX_READ));
+    EXPECT_EQ(values(persister), (std::vector<int32_t>{1, 0, 0, 0}));
+}
+
+} // namespace

@@ -1,0 +1,255 @@
+#include "PropertyMgr.h"
+
+#include "FakeVm.h"
+#include "cmdline.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+namespace {
+
+std::string trimmed(std::string text) {
+    return strtrim(text.data());
+}
+
+class PropertyMgrTest : public testing::Test {
+protected:
+    PropertyMgrTest() : manager(new PropertyMgr) {}
+    ~PropertyMgrTest() override { PropertyMgr::destroy(); }
+
+    void parse(std::string line, bool nullValsOK) { manager->parseProperty(line.data(), nullValsOK); }
+
+    PropertyMgr *manager;
+};
+
+TEST(PropertyText, TrimsEverythingThatIsNotPlainAscii) {
+    const struct {
+        const char *text, *expected;
+    } cases[] = {
+        {"  a b\t\r\n", "a b"},
+        {"", ""},
+        {" \t\x01 ", ""},
+        {"x", "x"},
+        {"caf\xC3\xA9", "caf"},
+        {"\xC3\xA9t\xC3\xA9", "t"},
+        {"a\xC3\xA9z", "a\xC3\xA9z"},
+        {"\x7F!", "\x7F!"},
+    };
+    for (const auto &c : cases) {
+        EXPECT_EQ(trimmed(c.text), c.expected);
+    }
+    EXPECT_EQ(strtrim(nullptr), nullptr);
+}
+
+TEST_F(PropertyMgrTest, ReadsLinesOfEveryShape) {
+    const struct {
+        const char *line;
+        bool nullValsOK;
+        const char *key;
+        bool stored;
+        const char *value;
+    } cases[] = {
+        {"plain=1", false, "plain", true, "1"},
+        {" blanks \t=  in and out ", false, "blanks", true, "in and out"},
+        {"cut=b=c", false, "cut", true, "b"},
+        {"double==v", false, "double", true, "v"},
+        {"#comment=1", true, "#comment", false, nullptr},
+        {"#comment=1", true, "comment", false, nullptr},
+        {"refused=", false, "refused", false, nullptr},
+        {"allowed=", true, "allowed", true, nullptr},
+        {"wordOnly", true, "wordOnly", true, nullptr},
+        {"=lone", false, "lone", false, nullptr},
+        {"=loneToo", true, "loneToo", false, nullptr},
+        {"empty= =x", false, "empty", true, ""},
+        {"  =blankKey", true, "", false, nullptr},
+        {"", true, "", false, nullptr},
+        {"===", true, "", false, nullptr},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.line);
+        parse(c.line, c.nullValsOK);
+        EXPECT_STREQ(manager->getProperty(c.key), c.value);
+        const char *absent = "absent";
+        EXPECT_EQ(manager->getStringProperty(c.key, absent) != absent, c.stored);
+    }
+    manager->parseProperty(nullptr, true);
+}
+
+TEST_F(PropertyMgrTest, LastValueWinsAndOwnsItsText) {
+    std::string key = "k";
+    std::string value = "first";
+    EXPECT_TRUE(manager->putInternalProp(key.c_str(), value.c_str()));
+    value = "xxxxx";
+    EXPECT_STREQ(manager->getProperty("k"), "first");
+    EXPECT_TRUE(manager->putInternalProp("k", nullptr));
+    EXPECT_EQ(manager->getStringProperty("k", "def"), nullptr);
+    EXPECT_TRUE(manager->putInternalProp("k", "last"));
+    EXPECT_STREQ(manager->getInternalProp("k"), "last");
+    EXPECT_FALSE(manager->putInternalProp(nullptr, "v"));
+    EXPECT_EQ(manager->getProperty(nullptr), nullptr);
+    EXPECT_EQ(manager->getIntProperty(nullptr, 7), 7);
+    for (int i = 0; i < 1000; ++i) { // many more keys than buckets
+        manager->putInternalProp(("key" + std::to_string(i)).c_str(), std::to_string(i).c_str());
+    }
+    for (int i = 0; i < 1000; ++i) {
+        ASSERT_EQ(manager->getIntProperty(("key" + std::to_string(i)).c_str(), -1), i);
+    }
+}
+
+TEST_F(PropertyMgrTest, ReadsWholeNumbers) {
+    const struct {
+        const char *line;
+        int32_t expected;
+    } cases[] = {
+        {"n=42", 42},  {"n=-1", -1},
+        {"n=+5", 5},   {"n=12abc", 12},
+        {"n=abc", 0},  {"n=", 0},
+        {"n= =x", 0},  {"n=2147483647", INT32_MAX},
+        {"n=0x10", 0}, {"n=99999999999", INT32_MAX},
+        {"n=010", 10}, {"n=-99999999999999999999999", INT32_MIN},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.line);
+        parse(c.line, true);
+        EXPECT_EQ(manager->getIntProperty("n", 17), c.expected);
+        EXPECT_EQ(manager->getLongProperty("n", 17), c.expected);
+    }
+    EXPECT_EQ(manager->getIntProperty("absent", 17), 17);
+    EXPECT_EQ(manager->getLongProperty("absent", 17), 17);
+}
+
+TEST_F(PropertyMgrTest, ReadsFractionsBetweenZeroAndOne) {
+    const float def = 0.4F;
+    const struct {
+        const char *line;
+        float expected;
+    } cases[] = {
+        {"f=0.9", 0.9F}, {"f=.5", 0.5F},     {"f=1.0", 1.0F}, {"f=0.", 0.0F},  {"f=0.75", 0.75F},
+        {"f=1.5", def},  {"f=.5x", def},     {"f=1", def},    {"f=-0.5", def}, {"f=0.5.5", def},
+        {"f=", def},     {"f=1.00001", def}, {"f= =x", def},  {"f=0,5", def},  {"f=1e-1", def},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.line);
+        parse(c.line, true);
+        EXPECT_FLOAT_EQ(manager->getFloatProperty("f", def), c.expected);
+    }
+    // Longer than any number that a double holds.
+    manager->putInternalProp("f", ("0." + std::string(5000, '9')).c_str());
+    EXPECT_FLOAT_EQ(manager->getFloatProperty("f", def), def);
+    EXPECT_FLOAT_EQ(manager->getFloatProperty("absent", def), def);
+    EXPECT_FLOAT_EQ(getFloat("2.5", def), 2.5F);
+    EXPECT_FLOAT_EQ(getFloat(nullptr, def), def);
+}
+
+TEST_F(PropertyMgrTest, ReadsBooleans) {
+    for (const bool def : {false, true}) {
+        const struct {
+            const char *line;
+            bool expected;
+        } cases[] = {
+            {"b=true", true}, {"b=TRUE", true}, {"b=False", false}, {"b=yes", def},
+            {"b=1", def},     {"b=", def},      {"b=true x", def},  {"absent=true", def},
+        };
+        for (const auto &c : cases) {
+            SCOPED_TRACE(c.line);
+            manager->putInternalProp("b", "neither");
+            parse(c.line, true);
+            EXPECT_EQ(manager->getBoolProperty("b", def), c.expected);
+        }
+    }
+}
+
+TEST_F(PropertyMgrTest, ReadersWithoutManagerGetTheirDefaults) {
+    manager->putInternalProp("i", "3");
+    manager->putInternalProp("empty", nullptr);
+    EXPECT_EQ(intProperty("i", 1), 3);
+    EXPECT_EQ(longProperty("i", 1), 3);
+    EXPECT_STREQ(stringProperty("i", "d"), "3");
+    EXPECT_STREQ(stringProperty("empty", "d"), "");
+    EXPECT_EQ(stringProperty("empty", nullptr), nullptr);
+    EXPECT_STREQ(stringProperty("absent", "d"), "d");
+    PropertyMgr::destroy();
+    EXPECT_EQ(propertyMgr.get(), nullptr);
+    EXPECT_EQ(propertyMgrInstance.get(), nullptr);
+    EXPECT_EQ(intProperty("i", 1), 1);
+    EXPECT_EQ(longProperty("i", 1), 1);
+    EXPECT_TRUE(boolProperty("i", true));
+    EXPECT_FLOAT_EQ(floatProperty("i", 0.5F), 0.5F);
+    EXPECT_STREQ(stringProperty("i", "d"), "d");
+    PropertyMgr::destroy();
+}
+
+TEST_F(PropertyMgrTest, StartMakesTheMonitorThatGuardsWrites) {
+    FakeVm vm;
+    const int before = vm.monitorsAlive();
+    EXPECT_TRUE(manager->start());
+    EXPECT_EQ(vm.monitorsAlive(), before + 1);
+    EXPECT_TRUE(manager->start());
+    EXPECT_TRUE(manager->putInternalProp("k", "v"));
+    EXPECT_EQ(vm.monitorsAlive(), before + 1);
+    PropertyMgr::destroy();
+    EXPECT_EQ(vm.monitorsAlive(), before);
+}
+
+// Puts a command line in place of the process's own and empties what it is copied to.
+class CommandLineTest : public testing::Test {
+protected:
+    CommandLineTest() : oldArgs(commandLineArgs), oldCount(commandLineArgCount) { clearBuffers(); }
+    ~CommandLineTest() override {
+        commandLineArgs = oldArgs;
+        commandLineArgCount = oldCount;
+        clearBuffers();
+    }
+
+    void read(std::vector<std::string> words) {
+        std::vector<char *> args;
+        for (std::string &word : words) {
+            args.push_back(word.data());
+        }
+        commandLineArgCount = static_cast<int>(args.size());
+        args.push_back(nullptr);
+        commandLineArgs = args.data();
+        initCommandLineArgs();
+    }
+
+private:
+    static void clearBuffers() {
+        for (char *buffer :
+             {rawHome, rawNorakHome, rawPlatform, rawNodeName, rawAppServer, rawProfileName, rawExtDirs}) {
+            *buffer = '\0';
+        }
+    }
+
+    char **oldArgs;
+    int oldCount;
+};
+
+TEST_F(CommandLineTest, TakesTheFirstWordForEachBuffer) {
+    read({"java", "-Dam.home=/one", "am.home=/two", "-Dam.nodename=", "am.nodename=node", "xam.appserver=no",
+          "-Dam.appserver=server", "am.profilename=profile", "-Dam.ext.dirs=/x:/y", "norak61.home=/norak",
+          "-Dappserver.platform=tomcat", "-D-Dam.home=/three"});
+    EXPECT_STREQ(rawHome, "/one");
+    EXPECT_STREQ(rawNodeName, "node");
+    EXPECT_STREQ(rawAppServer, "server");
+    EXPECT_STREQ(rawProfileName, "profile");
+    EXPECT_STREQ(rawExtDirs, "/x:/y");
+    EXPECT_STREQ(rawNorakHome, "/norak");
+    EXPECT_STREQ(rawPlatform, "tomcat");
+}
+
+TEST_F(CommandLineTest, KeepsWhatIsThereAndCutsWhatIsTooLong) {
+    snprintf(rawHome, sizeof(rawHome), "/from/a/system/property");
+    read({"-Dam.home=/from/the/command/line", "-Dappserver.platform=" + std::string(500, 'p')});
+    EXPECT_STREQ(rawHome, "/from/a/system/property");
+    EXPECT_EQ(std::string(rawPlatform), std::string(99, 'p'));
+}
+
+TEST_F(CommandLineTest, SaysThatThereIsNone) {
+    testing::internal::CaptureStdout();
+    read({});
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "Failed to retrieve command arguments for BRS\n");
+}
+
+} // namespace

@@ -1,0 +1,606 @@
+#include "ProtocolVisitor.h"
+
+#include "FakeVm.h"
+
+#include <cstdio>
+#include <ctime>
+#include <functional>
+#include <gtest/gtest.h>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace {
+
+constexpr char UNTOUCHED = '\x5A';
+constexpr uint32_t LEVEL = 2;
+
+using EventPtr = std::unique_ptr<Event>;
+using Make = EventPtr (*)();
+
+char *text(const char *value) {
+    return strdup(value);
+}
+
+template <typename T>
+T *heapArray(std::initializer_list<T> values) {
+    T *array = static_cast<T *>(malloc(values.size() * sizeof(T)));
+    std::copy(values.begin(), values.end(), array);
+    return array;
+}
+
+// Every byte of the common fields differs, so that a swap of two bytes or two fields shows.
+template <typename E>
+std::unique_ptr<E> stamped(E *event) {
+    event->threadId = 0x01020304;
+    event->timeSec = 0x11121314;
+    event->timeUSec = 0x15161718;
+    event->cpuTime = 0x2122232425262728;
+    return std::unique_ptr<E>(event);
+}
+
+template <typename E>
+std::unique_ptr<E> nested(E *event) {
+    event->requestDepth = 0xA05; // goes out as its low byte
+    return stamped(event);
+}
+
+// Bytes in hexadecimal; 'text' stands for its characters, @ for the prefix behind its type, blanks for
+// nothing.
+std::string bytes(const std::string &notation) {
+    std::string out;
+    for (size_t i = 0; i < notation.size(); ++i) {
+        if (notation[i] == '\'') {
+            const size_t end = notation.find('\'', i + 1);
+            out += notation.substr(i + 1, end - i - 1);
+            i = end;
+        } else if (notation[i] == '@') {
+            out += bytes("01020304 05 11121314 15161718 2122232425262728");
+        } else if (notation[i] != ' ') {
+            out += static_cast<char>(std::stoi(notation.substr(i, 2), nullptr, 16));
+            ++i;
+        }
+    }
+    return out;
+}
+
+template <typename E>
+void fillNames(E *event, const char *request, const char *application, const char *url) {
+    event->requestName = text(request);
+    event->applicationName = text(application);
+    event->url = text(url);
+}
+
+template <typename E, typename... Args>
+EventPtr named(const char *request, const char *application, const char *url, Args... args) {
+    auto event = nested(new E(args...));
+    fillNames(event.get(), request, application, url);
+    event->userId = text("me");
+    return event;
+}
+
+template <typename E>
+EventPtr plain(Event::EventSubType sub) {
+    return nested(new E(sub));
+}
+
+EventPtr jms(Event::EventSubType sub, int action) {
+    auto event = nested(new JMSEvent(sub));
+    event->action = static_cast<Event::JMS_ACTION>(action);
+    event->server = text("s");
+    event->queue = text("qq");
+    event->selector = text("x=1");
+    return event;
+}
+
+EventPtr ejb(int sub) {
+    auto event = nested(new EJBEvent(static_cast<Event::EventSubType>(sub)));
+    event->data = heapArray<int8_t>({0x7F, 0x7F, 0, -1});
+    event->count = 4;
+    return event;
+}
+
+EventPtr xq(int sub) {
+    auto event = nested(new XQEvent(static_cast<Event::EventSubType>(sub)));
+    event->queueName = text("Q");
+    event->queueMgrName = text("QM");
+    event->action = 0x10B;
+    return event;
+}
+
+template <typename E>
+EventPtr common(Event::EventSubType sub) {
+    auto event = nested(new E(sub));
+    event->className = text("C");
+    event->methodName = text("m()");
+    return event;
+}
+
+EventPtr generic(Event::EventType type) {
+    auto event = nested(new GenericEvent(type, 0x1FE, 3));
+    event->ctxValues[1] = text("");
+    event->ctxValues[2] = text("v");
+    return event;
+}
+
+EventPtr genericException() {
+    auto event = stamped(new GenericExceptionEvent(9, 3));
+    event->ctxValues[1] = text("");
+    event->ctxValues[2] = text("v");
+    return event;
+}
+
+EventPtr gps(int sub, int32_t tokenLength) {
+    auto event = nested(new GPSEvent(static_cast<Event::EventSubType>(sub)));
+    event->gateway = text("gw");
+    event->requestName = reinterpret_cast<char *>(heapArray<int8_t>({1, 0, 0x7F, 4}));
+    event->tokenLength = tokenLength;
+    return event;
+}
+
+EventPtr gpsXq(Event::EventSubType sub, int32_t action) {
+    auto event = nested(new GPSXQEvent(sub));
+    event->queueName = text("Q");
+    event->gpsToken = heapArray<int8_t>({0, 2});
+    event->tokenLength = 2;
+    event->action = action;
+    return event;
+}
+
+EventPtr sampling(int32_t useDefault) {
+    auto event = stamped(new SamplingEvent);
+    const int32_t levels[] = {0x01020304, -1, 0, 100};
+    std::copy(levels, levels + 4, event->levels);
+    event->useDefault = useDefault;
+    return event;
+}
+
+EventPtr dropped() {
+    auto event = stamped(new DroppedEvent);
+    event->otherStarts = 1;
+    event->otherEnds = 2;
+    event->methodStarts = 3;
+    event->methodEnds = 4;
+    event->sqlStarts = 5;
+    event->sqlEnds = 0x06070809;
+    return event;
+}
+
+EventPtr status(const char *message) {
+    auto event = stamped(new PSStatusEvent);
+    event->message = message != nullptr ? text(message) : nullptr;
+    return event;
+}
+
+EventPtr exception() {
+    auto event = stamped(new ExceptionEvent);
+    event->exception = text("E");
+    event->className = text("C");
+    event->stackTrace = text("at x\n");
+    return event;
+}
+
+EventPtr gc(Event::EventSubType sub) {
+    auto event = stamped(new GCEvent(sub));
+    event->usedObjects = 1;
+    event->usedObjectSpace = 0x0102030405060708;
+    event->totalObjectSpace = UINT64_MAX;
+    return event;
+}
+
+EventPtr gwx() {
+    auto event = stamped(new GWXEvent);
+    event->gatewayName = text("g");
+    event->serverName = text("s");
+    event->progName = text("p");
+    event->snapShotTime = 0x0102030405060708;
+    event->count = 3;
+    event->avgTimeTaken = -2;
+    return event;
+}
+
+EventPtr xqi(int32_t length) {
+    auto event = stamped(new XQIEvent);
+    event->mgrName = text("m");
+    event->queueName = text("q");
+    event->snapShotTime = 7;
+    event->types = heapArray<int8_t>({1, -2});
+    event->counts = heapArray<int32_t>({3, 0x01020304});
+    event->avgTimes = heapArray<int64_t>({5, 0x0102030405060708});
+    event->arrLength = length;
+    return event;
+}
+
+// The fields get "a", "bb", "ccc" in the order told.
+template <typename E, typename... Field>
+EventPtr texts(Event::EventSubType sub, Field... fields) {
+    auto event = nested(new E(sub));
+    const char *values[] = {"a", "bb", "ccc"};
+    const char **next = values;
+    const auto fill = [&](auto field) { event.get()->*field = text(*next++); };
+    (fill(fields), ...);
+    return event;
+}
+
+constexpr auto START = Event::SUB_START;
+constexpr auto END = Event::SUB_END;
+constexpr auto FAILED = Event::SUB_FAILED;
+
+EventPtr sql(Event::EventSubType sub) {
+    return texts<SQLEvent>(sub, &SQLEvent::dataSourceName, &SQLEvent::sql);
+}
+EventPtr jndi(Event::EventSubType sub) {
+    return texts<JNDIEvent>(sub, &JNDIEvent::url, &JNDIEvent::lookup);
+}
+EventPtr mail(Event::EventSubType sub) {
+    return texts<MailEvent>(sub, &MailEvent::url, &MailEvent::subject);
+}
+EventPtr jca(Event::EventSubType sub) {
+    return texts<JCAEvent>(sub, &JCAEvent::eis);
+}
+EventPtr jdo(Event::EventSubType sub) {
+    return texts<JDOEvent>(sub, &JDOEvent::className, &JDOEvent::methodName, &JDOEvent::argumentString);
+}
+template <typename E>
+EventPtr service(Event::EventSubType sub) {
+    return texts<E>(sub, &E::applicationName, &E::requestName, &E::url);
+}
+EventPtr fault(Event::EventSubType sub) {
+    return texts<WSFaultEvent>(sub, &WSFaultEvent::appName, &WSFaultEvent::faultCode,
+                               &WSFaultEvent::faultString);
+}
+
+struct Golden {
+    const char *name;
+    Make make;
+    const char *expected;
+};
+
+const Golden RECORDS[] = {
+    // Written out in full once; the others use @ for the prefix.
+    {"http begin", [] { return named<HttpEvent>("r", "app", "/u", START); },
+     "04 01020304 05 11121314 15161718 2122232425262728 01 0001'r' 0003'app' 0002'/u' 0002'me' 02 7F7F"},
+    {"http begin, names equal the url", [] { return named<HttpEvent>("/u", "/u", "/u", START); },
+     "04 @ 00 0000 0000 0002'/u' 0002'me' 02 7F7F"},
+    {"http begin, only the application differs", [] { return named<HttpEvent>("/u", "/v", "/u", START); },
+     "04 @ 01 0002'/u' 0002'/v' 0002'/u' 0002'me' 02 7F7F"},
+    {"http begin, only the name differs", [] { return named<HttpEvent>("/", "/u", "/u", START); },
+     "04 @ 01 0001'/' 0002'/u' 0002'/u' 0002'me' 02 7F7F"},
+    {"http begin, nothing filled", [] { return plain<HttpEvent>(START); },
+     "04 @ 00 0000 0000 0000 0000 02 7F7F"},
+    {"http end", [] { return named<HttpEvent>("r", "a", "u", END); }, "05 @ 02 7F7F"},
+    {"http failed", [] { return named<HttpEvent>("r", "a", "u", FAILED); }, "32 @ 02 7F7F"},
+    {"http, other subtype", [] { return named<HttpEvent>("r", "a", "u", Event::SUB_ALONE); }, "32 @ 02 7F7F"},
+    {"do verb begin", [] { return named<DoVerbForEvent>("r", "a", "/u", START); },
+     "70 @ 01 0001'r' 0001'a' 0002'/u' 02 7F7F"},
+    {"do verb begin, names equal the url", [] { return named<DoVerbForEvent>("u", "u", "u", START); },
+     "70 @ 00 0000 0000 0001'u' 02 7F7F"},
+    {"do verb end", [] { return plain<DoVerbForEvent>(END); }, "71 @ 02 7F7F"},
+    {"poll begin", [] { return named<PollForEvent>("r", "a", "/u", START); },
+     "72 @ 01 0001'r' 0001'a' 0002'/u' 02 7F7F"},
+    {"poll end", [] { return plain<PollForEvent>(END); }, "73 @ 02 7F7F"},
+    {"trace request", [] { return named<TraceEvent>("req", "a", "u"); },
+     "08 11121314 15161718 0003'req' 02 7F7F"},
+    {"ejb begin", [] { return ejb(0); }, "06 @ 7F7F00FF 02 7F7F"},
+    {"ejb begin, no data", [] { return plain<EJBEvent>(START); }, "06 @ 02 7F7F"},
+    {"ejb end", [] { return ejb(1); }, "07 @ 02 7F7F"},
+    {"ejb, other subtype", [] { return ejb(2); }, "00 @ 02 7F7F"},
+    {"sql begin", [] { return sql(START); }, "09 @ 02 0001'a' 0002'bb' 7F7F"},
+    {"sql end", [] { return sql(END); }, "0A @ 02 7F7F"},
+    {"jndi begin", [] { return jndi(START); }, "21 @ 02 0001'a' 0002'bb' 7F7F"},
+    {"jndi end", [] { return jndi(END); }, "22 @ 02 7F7F"},
+    {"mail begin", [] { return mail(START); }, "23 @ 02 0001'a' 0002'bb' 7F7F"},
+    {"mail end", [] { return mail(END); }, "24 @ 02 7F7F"},
+    {"jms 1 begin", [] { return jms(START, 1); }, "19 @ 0001's' 0002'qq' 0003'x=1' 02 7F7F"},
+    {"jms 1 end", [] { return jms(END, 1); }, "1A @ 02 7F7F"},
+    {"jms 2 begin", [] { return jms(START, 2); }, "1B @ 0001's' 0002'qq' 0003'x=1' 02 7F7F"},
+    {"jms 2 end", [] { return jms(END, 2); }, "1C @ 02 7F7F"},
+    {"jms 3 begin", [] { return jms(START, 3); }, "1D @ 0001's' 0002'qq' 02 7F7F"},
+    {"jms 3 end", [] { return jms(END, 3); }, "1E @ 02 7F7F"},
+    {"jms 4 begin", [] { return jms(START, 4); }, "1F @ 0001's' 0002'qq' 02 7F7F"},
+    {"jms 4 end", [] { return jms(END, 4); }, "20 @ 02 7F7F"},
+    {"jms 5 begin", [] { return jms(START, 5); }, "00 @ 0001's' 0002'qq' 02 7F7F"},
+    {"jms 0 end", [] { return jms(END, 0); }, "00 @ 02 7F7F"},
+    {"jca begin", [] { return jca(START); }, "25 @ 0001'a' 02 7F7F"},
+    {"jca end", [] { return jca(END); }, "26 @ 02 7F7F"},
+    {"jdo begin", [] { return jdo(START); }, "93 @ 0001'a' 0002'bb' 0003'ccc' 02 7F7F"},
+    {"jdo end", [] { return jdo(END); }, "94 @ 02 7F7F"},
+    {"xq begin", [] { return xq(0); }, "6E @ 0001'Q' 0002'QM' 0B 02 7F7F"},
+    {"xq end", [] { return xq(1); }, "6F @ 0B 02 7F7F"},
+    {"xq, other subtype", [] { return xq(2); }, ""},
+    {"iiop client begin", [] { return common<CommonEvent>(START); },
+     "96 @ 0001'C' 00000000 0003'm()' 02 7F7F"},
+    {"iiop client end", [] { return common<CommonEvent>(END); }, "97 @ 02 7F7F"},
+    {"iiop server begin", [] { return common<IIOPServerEvent>(START); },
+     "98 @ 0001'C' 00000000 0003'm()' 02 7F7F"},
+    {"iiop server end", [] { return common<IIOPServerEvent>(END); }, "99 @ 02 7F7F"},
+    {"ws client begin", [] { return service<WSClientEvent>(START); },
+     "C7 @ 0001'a' 0002'bb' 0003'ccc' 02 7F7F"},
+    {"ws client end", [] { return service<WSClientEvent>(END); }, "C8 @ 02 7F7F"},
+    {"ws provider begin", [] { return service<WSProviderEvent>(START); },
+     "C9 @ 0001'a' 0002'bb' 0003'ccc' 02 7F7F"},
+    {"ws provider end", [] { return service<WSProviderEvent>(END); }, "CA @ 02 7F7F"},
+    {"ws fault begin", [] { return fault(START); }, "CB @ 0001'a' 0002'bb' 0003'ccc' 02 7F7F"},
+    {"ws fault end", [] { return fault(END); }, "CC @ 02 7F7F"},
+    {"generic start", [] { return generic(Event::TYPE_GENERIC_START); },
+     "63 FE @ 03 0001' ' 0000 0001'v' 02 7F7F"},
+    {"generic stop", [] { return generic(Event::TYPE_GENERIC_STOP); }, "64 FE @ 02 7F7F"},
+    {"generic exception", [] { return genericException(); }, "6C 09 01020304 03 0000 0000 0001'v' 02 7F7F"},
+    {"gps invocation start", [] { return gps(0, 4); }, "33 @ 0004 01007F04 02 7F7F"},
+    {"gps invocation start, no token", [] { return gps(0, 0); }, "33 @ 0000 02 7F7F"},
+    {"gps invocation end", [] { return gps(1, 4); }, "34 @ 02 7F7F"},
+    {"gps receive start", [] { return gps(5, 2); }, "35 @ 0002 0100 02 7F7F"},
+    {"gps receive complete", [] { return gps(6, 4); }, "36 @ 02 7F7F"},
+    {"gps monitor invocation", [] { return gps(7, 1); }, "9A @ 0002'gw' 0001 01 02 7F7F"},
+    {"gps, other subtype", [] { return gps(8, 4); }, "00 @ 02 7F7F"},
+    {"gps xq 10 begin", [] { return gpsXq(START, 10); }, "37 @ 0001'Q' 0002 0002 00 02 7F7F"},
+    {"gps xq 11 end", [] { return gpsXq(END, 11); }, "38 @ 02 7F7F"},
+    {"gps xq 7 begin", [] { return gpsXq(START, 7); }, "39 @ 0001'Q' 0002 0002 01 02 7F7F"},
+    {"gps xq 13 begin", [] { return gpsXq(START, 13); }, "39 @ 0001'Q' 0002 0002 00 02 7F7F"},
+    {"gps xq 7 end", [] { return gpsXq(END, 7); }, "3A @ 02 7F7F"},
+    {"gps xq, other action", [] { return gpsXq(END, 8); }, "00 @ 02 7F7F"},
+    {"sampling", [] { return sampling(1); }, "27 01020304 FFFFFFFF 00000000 00000064 01 7F7F"},
+    {"sampling, not the default", [] { return sampling(2); },
+     "27 01020304 FFFFFFFF 00000000 00000064 00 7F7F"},
+    {"dropped", [] { return dropped(); },
+     "0B 01020304 00000001 00000002 00000003 00000004 00000005 06070809 7F7F"},
+    {"status", [] { return status("up"); }, "2C 0002'up' 7F7F"},
+    {"status, no message", [] { return status(nullptr); }, "2C 0000 7F7F"},
+    {"exception", [] { return exception(); }, "2D 0001'E' 0001'C' 0000 0005'at x' 0A 7F7F"},
+    {"gc start", [] { return gc(START); }, "0D 01020304 11121314 15161718 7F7F"},
+    {"gc end", [] { return gc(END); },
+     "0E 01020304 11121314 15161718 0000000000000001 0102030405060708 FFFFFFFFFFFFFFFF 7F7F"},
+    {"gateway figures", [] { return gwx(); },
+     "28 0001'g' 0001's' 0001'p' 0102030405060708 00000003 FFFFFFFFFFFFFFFE 7F7F"},
+    {"queue figures", [] { return xqi(2); },
+     "29 0001'm' 0001'q' 0000000000000007 00000002 01 00000003 0000000000000005 FE 01020304 0102030405060708"
+     "7F7F"},
+    {"queue figures, none", [] { return xqi(0); }, "29 0001'm' 0001'q' 0000000000000007 00000000 7F7F"},
+    {"queue figures, negative count", [] { return xqi(-3); },
+     "29 0001'm' 0001'q' 0000000000000007 00000000 7F7F"},
+};
+
+// An area with guard bytes behind its limit, and a visitor over it.
+struct Area {
+    explicit Area(size_t room, size_t guard = 64)
+        : memory(room + guard, UNTOUCHED),
+          visitor(memory.data(), memory.data(), memory.data() + room, nullptr) {}
+    size_t used() const { return static_cast<size_t>(visitor.getCursor() - visitor.getStart()); }
+    std::string written() const { return memory.substr(0, used()); }
+
+    std::string memory;
+    ProtocolVisitor visitor;
+};
+
+class ProtocolVisitorTest : public ::testing::Test {
+protected:
+    ProtocolVisitorTest() : oldLevel(probeLevel) { probeLevel = LEVEL; }
+    ~ProtocolVisitorTest() override { probeLevel = oldLevel; }
+
+    FakeVm vm;
+    uint32_t oldLevel;
+};
+
+TEST_F(ProtocolVisitorTest, EachRecordHasItsBytes) {
+    for (const Golden &record : RECORDS) {
+        SCOPED_TRACE(record.name);
+        Area area(500);
+        EXPECT_TRUE(record.make()->addToBuffer(&area.visitor));
+        EXPECT_FALSE(area.visitor.hasOverflowed());
+        EXPECT_EQ(bytes(record.expected), area.written());
+    }
+}
+
+TEST_F(ProtocolVisitorTest, TooSmallAnAreaIsNeverLeftAndItsNeedIsCounted) {
+    for (const Golden &record : RECORDS) {
+        SCOPED_TRACE(record.name);
+        const std::string whole = bytes(record.expected);
+        const EventPtr event = record.make();
+        for (size_t room = 0; room < whole.size(); ++room) {
+            Area area(room, whole.size());
+            event->addToBuffer(&area.visitor);
+            ASSERT_TRUE(area.visitor.hasOverflowed()) << room;
+            ASSERT_EQ(whole.size(), area.used()) << room;
+            // The record as far as it was stored, and nothing behind that.
+            const size_t stored = area.memory.find_last_not_of(UNTOUCHED) + 1;
+            ASSERT_LE(stored, room);
+            ASSERT_EQ(whole.substr(0, stored), area.memory.substr(0, stored)) << room;
+        }
+    }
+}
+
+TEST_F(ProtocolVisitorTest, RolledBackRecordComesOutTheSameInTheNextPacket) {
+    for (const Golden &record : RECORDS) {
+        SCOPED_TRACE(record.name);
+        const std::string whole = bytes(record.expected);
+        if (whole.empty()) {
+            continue;
+        }
+        const EventPtr event = record.make();
+        Area area(2 * whole.size() - 1);
+        event->addToBuffer(&area.visitor);
+        char *mark = area.visitor.getCursor();
+        event->addToBuffer(&area.visitor);
+        ASSERT_TRUE(area.visitor.hasOverflowed());
+        EXPECT_EQ(1, area.visitor.getCursor() - area.visitor.getLimit());
+        area.visitor.setCursor(mark);
+        area.visitor.clearOverflow();
+        EXPECT_EQ(whole, area.written());
+        area.visitor.setCursor(area.visitor.getStart());
+        event->addToBuffer(&area.visitor);
+        EXPECT_EQ(whole, area.written());
+        EXPECT_FALSE(area.visitor.hasOverflowed());
+    }
+}
+
+TEST_F(ProtocolVisitorTest, OncePastTheLimitNothingIsStoredAnyMore) {
+    Area area(3);
+    area.visitor.addU8(1);
+    area.visitor.addU32(0x02030405);
+    area.visitor.addU8(6); // would have fitted
+    EXPECT_TRUE(area.visitor.hasOverflowed());
+    EXPECT_EQ(6u, area.used());
+    EXPECT_EQ('\x01', area.memory[0]);
+    area.visitor.setCursor(area.visitor.getStart() + 1);
+    area.visitor.addU8(7); // the flag holds until it is cleared
+    EXPECT_TRUE(area.visitor.hasOverflowed());
+    EXPECT_EQ(2u, area.used());
+    EXPECT_EQ(std::string::npos, area.memory.find_first_not_of(UNTOUCHED, 1));
+}
+
+TEST_F(ProtocolVisitorTest, TextsBeyondSixteenBitsKeepAllBytesAndTheLowPartOfTheirLength) {
+    const struct {
+        size_t length;
+        const char *prefix;
+    } cases[] = {{0, "0000"},     {1, "0001"},     {255, "00FF"},  {256, "0100"},
+                 {65535, "FFFF"}, {65536, "0000"}, {65539, "0003"}};
+    for (const auto &c : cases) {
+        const std::string value(c.length, 'x');
+        Area area(70000);
+        area.visitor.addString(value.c_str());
+        EXPECT_EQ(bytes(c.prefix) + value, area.written()) << c.length;
+    }
+}
+
+TEST_F(ProtocolVisitorTest, TokenLongerThanSixteenBitsKeepsAllBytes) {
+    Area area(70000);
+    const std::string token(65537, 't');
+    area.visitor.addBlob(token.data(), static_cast<int64_t>(token.size()));
+    EXPECT_EQ(bytes("0001") + token, area.written());
+    for (const int64_t length : {-1, -70000}) {
+        Area small(10);
+        small.visitor.addBlob(token.data(), length);
+        EXPECT_EQ(bytes("0000"), small.written());
+    }
+    Area none(10);
+    none.visitor.addBlob(nullptr, 5);
+    EXPECT_EQ(bytes("0000"), none.written());
+}
+
+TEST_F(ProtocolVisitorTest, LevelIsTheOneAtTheTimeOfWriting) {
+    JCAEvent event(END);
+    for (const uint32_t level : {1u, 3u, 0x102u}) {
+        probeLevel = level;
+        Area area(50);
+        event.addToBuffer(&area.visitor);
+        EXPECT_EQ(static_cast<char>(level), area.memory[22]);
+    }
+}
+
+TEST_F(ProtocolVisitorTest, CountOfContextValuesIsNotCapped) {
+    GenericEvent event(Event::TYPE_GENERIC_START, 1, 300);
+    Area area(2000);
+    event.addToBuffer(&area.visitor);
+    EXPECT_EQ(static_cast<char>(44), area.memory[23]);
+    EXPECT_EQ(24u + 300 * 3 + 3, area.used());
+}
+
+// ---------------------------------------------------------------- initial block and packets
+
+TEST_F(ProtocolVisitorTest, PacketHeaderAndAlivePacket) {
+    Area header(7);
+    header.visitor.addPacketHeaderRecord(0x01020304);
+    EXPECT_EQ(bytes("00 01020304 7F7F"), header.written());
+    EXPECT_FALSE(header.visitor.hasOverflowed());
+
+    Area alive(100);
+    PSStatusEvent empty;
+    alive.visitor.addPacketHeaderRecord(1);
+    alive.visitor.addToBuffer(&empty);
+    EXPECT_EQ(bytes("00 00000001 7F7F 2C 0000 7F7F"), alive.written());
+}
+
+TEST_F(ProtocolVisitorTest, InitRecordCarriesTheLowHalfOfTheMilliseconds) {
+    const auto lowMillis = [] {
+        timespec now{};
+        clock_gettime(CLOCK_REALTIME, &now);
+        return static_cast<uint32_t>(static_cast<uint64_t>(now.tv_sec) * 1000 +
+                                     static_cast<uint64_t>(now.tv_nsec) / 1000000);
+    };
+    Area area(17);
+    const uint32_t before = lowMillis();
+    area.visitor.addInitRecord();
+    const uint32_t after = lowMillis();
+    ASSERT_EQ(17u, area.used());
+    EXPECT_FALSE(area.visitor.hasOverflowed());
+    const std::string record = area.written();
+    EXPECT_EQ(bytes("000007D0 64"), record.substr(0, 5));
+    EXPECT_NE(1, record[5]); // the number of another platform
+    EXPECT_EQ(bytes("01 00000000"), record.substr(6, 5));
+    EXPECT_EQ(bytes("7F7F"), record.substr(15));
+    uint32_t sent = 0;
+    for (size_t i = 11; i < 15; ++i) {
+        sent = sent << 8 | static_cast<unsigned char>(record[i]);
+    }
+    EXPECT_LE(sent - before, after - before);
+}
+
+TEST_F(ProtocolVisitorTest, ServerInitRecordWithNothingConfigured) {
+    const struct {
+        const char *version;
+        const char *numbers;
+    } cases[] = {{"8.5.23", "08 05 17"},
+                 {"6.300.1", "06 2C 01"},
+                 {"7.1", "07 01 00"},
+                 {"beta", "00 00 00"},
+                 {"", "00 00 00"}};
+    const ServerFacts old = serverFacts;
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.version);
+        snprintf(serverFacts.appServerVersion, sizeof(serverFacts.appServerVersion), "%s", c.version);
+        snprintf(serverFacts.componentId, sizeof(serverFacts.componentId), "agent-7");
+        serverFacts.adminServerPort = 8880;
+        Area area(200);
+        area.visitor.addJ2EEInitRecord(nullptr);
+        EXPECT_EQ(bytes(std::string("65 C8") + c.numbers +
+                        "0007'agent-7' 0011'<NO CLUSTER NAME>' 0000 0000 000022B0 7F7F"),
+                  area.written());
+    }
+    serverFacts = old;
+}
+
+// ---------------------------------------------------------------- events that write themselves
+
+class CachedNameEvent : public CommonEvent {
+public:
+    using CommonEvent::CommonEvent;
+    bool isNameCachedByType() override { return true; }
+    bool addExtraFields(ProtocolVisitor *visitor) override {
+        visitor->addU16(0xEEEE);
+        return true;
+    }
+};
+
+TEST_F(ProtocolVisitorTest, CachedNameGoesOutOnceUntilTheCacheIsCleared) {
+    const std::string withName = bytes("96 @ 0000 0000002D 0001'm' EEEE 02 7F7F");
+    const std::string withoutName = bytes("96 @ 0000 0000002D 0000 EEEE 02 7F7F");
+    const auto write = [] {
+        auto event = nested(new CachedNameEvent(START));
+        event->methodName = text("m");
+        Area area(100);
+        event->addToBuffer(&area.visitor);
+        return area.written();
+    };
+    ProtocolVisitor::clearCommonNameCache();
+    EXPECT_EQ(withName, write());
+    EXPECT_EQ(withoutName, write());
+    ProtocolVisitor::clearCommonNameCache();
+    EXPECT_EQ(withName, write());
+    ProtocolVisitor::clearCommonNameCache();
+}
+
+TEST_F(ProtocolVisitorTest, RecordTypesAreToldForSelfWritingEventsOnly) {
+    const struct {
+        int type;
+        int sub;
+        int record;
+    } cases[] = {{45, 0, 150}, {45, 1, 151}, {45, 8, 151}, {46, 0, 152},
+                 {46, 1, 153}, {7, 0, -1},   {0, 0, -1}};
+    for (const auto &c : cases) {
+        EXPECT_EQ(c.record, ProtocolVisitor::getRecordType(static_cast<Event::EventType>(c.type),
+                                                           static_cast<Event::EventSubType>(c.sub)))
+            << c.type << " " << c.sub;
+    }
+}
+
+} // namespace
