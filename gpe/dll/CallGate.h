@@ -10,7 +10,7 @@ public:
     void open() { opened = true; }
     void close() { opened = false; }
     bool isOpen() const { return opened; }
-    // After `close`: true once no admitted caller is inside, and then none comes any more.
+    // After `close`: true once nobody is inside. A caller that is refused counts for that moment too.
     bool isEmpty() const { return inside == 0; }
 
     // One call. It counts itself in first and looks at the gate afterwards, `close` and `isEmpty` go the

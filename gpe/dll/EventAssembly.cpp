@@ -12,10 +12,9 @@ namespace assembly {
 
 namespace {
 
-// A longer text could not be read back: its length has 16 bits on the wire.
-constexpr int32_t WIRE_TEXT_LIMIT = 65535 + 1;
-
-bool suppressionIsOn() { return disableNestedRequests && probeLevel == 1; }
+bool suppressionIsOn() {
+    return disableNestedRequests && probeLevel == 1;
+}
 
 } // namespace
 
@@ -58,10 +57,10 @@ bool mayEnd(ThreadData *td, Rule rule) {
     if (td == nullptr) {
         return true;
     }
-    if (td->requestDepth == 0) {
-        return rule == Rule::Any;
+    if (rule == Rule::Any) {
+        return td->requestDepth < 1 || !suppressEnd(td);
     }
-    return rule == Rule::Plain || !suppressEnd(td);
+    return td->requestDepth != 0 && (rule == Rule::Plain || !suppressEnd(td));
 }
 
 void leave(ThreadData *td) {

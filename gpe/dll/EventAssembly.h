@@ -46,6 +46,8 @@ void takeClocks(Event &event, ThreadData *td, Clocks order);
 // The calling thread's CPU time in nanoseconds, never running backwards; 0 without a JVM interface.
 int64_t threadCpuTime(ThreadData *td);
 
+// A longer text (bytes, the NUL included) could not be read back: its length has 16 bits on the wire.
+constexpr int32_t WIRE_TEXT_LIMIT = 65535 + 1;
 // A copy of a text as far as the wire can carry it.
 char *textCopy(JNIEnv *env, jstring text);
 
@@ -86,8 +88,8 @@ E *newEvent(const ThreadData *td, Args... args) {
 
 // Clocks, strings, weight, queue: what every begin and end has in common.
 template <typename E, typename Fill>
-void completeAndAppend(JNIEnv *env, ThreadData *td, E *event, Fill fill) {
-    takeClocks(*event, td, clocksOf(event->subType));
+void completeAndAppend(JNIEnv *env, ThreadData *td, E *event, Clocks order, Fill fill) {
+    takeClocks(*event, td, order);
     Texts texts(env);
     fill(*event, texts);
     addWeight(*event, texts.weight());
@@ -99,7 +101,7 @@ template <typename E, typename Fill>
 void beginRequest(JNIEnv *env, Rule rule, Fill fill) {
     ThreadData *td = callingThread(env);
     if (enter(td, rule)) {
-        completeAndAppend(env, td, newEvent<E>(td, Event::SUB_START), fill);
+        completeAndAppend(env, td, newEvent<E>(td, Event::SUB_START), Clocks::WallFirst, fill);
     }
 }
 
@@ -107,19 +109,20 @@ template <typename E, typename Fill>
 void endRequest(JNIEnv *env, Rule rule, Fill fill) {
     ThreadData *td = callingThread(env);
     if (mayEnd(td, rule)) {
-        completeAndAppend(env, td, newEvent<E>(td, Event::SUB_END), fill);
+        completeAndAppend(env, td, newEvent<E>(td, Event::SUB_END), Clocks::CpuFirst, fill);
         leave(td);
     }
 }
 
-// The families that are counted without any test: their depth may go below 0.
+// The families that are counted without any test: their depth may go below 0. Both of their records take the
+// wall clock first.
 template <typename E, typename Fill>
 void countedRequest(JNIEnv *env, Event::EventSubType subType, Fill fill) {
     ThreadData *td = callingThread(env);
     if (td != nullptr && subType == Event::SUB_START) {
         ++td->requestDepth;
     }
-    completeAndAppend(env, td, newEvent<E>(td, subType), fill);
+    completeAndAppend(env, td, newEvent<E>(td, subType), Clocks::WallFirst, fill);
     if (td != nullptr && subType == Event::SUB_END) {
         --td->requestDepth;
     }

@@ -43,9 +43,13 @@ void setNotifyTarget(JNIEnv *env, jclass cls) {
     }
 }
 
-void setListenerCount(jint count) { listenerCount = count; }
+void setListenerCount(jint count) {
+    listenerCount = count;
+}
 
-void setEntryExitNotification(bool on) { notificationOn = on; }
+void setEntryExitNotification(bool on) {
+    notificationOn = on;
+}
 
 void appendRequestEvent(JNIEnv *env, ThreadData *thr, Event *request) {
     if (!listenersAgree(env, *request)) {
@@ -75,11 +79,13 @@ bool hasStorage(const ThreadData *storage, const char *signature) {
 }
 
 char *nameCopy(JNIEnv *env, jstring name, int32_t *kept = nullptr) {
-    return jniStringCopyLimited(env, name, urlLimit, CutAt::AnyByte, kept);
+    return jniStringCopyLimited(env, name, std::min<int32_t>(urlLimit, WIRE_TEXT_LIMIT), CutAt::AnyByte,
+                                kept);
 }
 
 // Names of an end stay null: nothing of them goes out.
-void copyNames(JNIEnv *env, RequestEvent &request, jstring requestName, jstring applicationName, jstring url) {
+void copyNames(JNIEnv *env, RequestEvent &request, jstring requestName, jstring applicationName,
+               jstring url) {
     constexpr char signature[] = "sendRequest( JNIEnv *env, ThreadData *storage, RequestEvent *request )";
     if (requestName != nullptr || request.requestName == nullptr) {
         request.requestName = nameCopy(env, requestName);
@@ -153,7 +159,8 @@ void copyStatement(JNIEnv *env, SQLEvent &event, jstring sql, jstring dataSrcNam
         AM_TRACE(ccTracer, LGK_DEBUG_MAX, signature, "data source name is null");
     }
     int32_t kept = 0;
-    event.sql = jniStringCopyLimited(env, sql, sqlLimit, CutAt::Character, &kept);
+    event.sql =
+        jniStringCopyLimited(env, sql, std::min<int32_t>(sqlLimit, WIRE_TEXT_LIMIT), CutAt::Character, &kept);
     if (sql != nullptr) {
         sqlSamples.add(kept);
     }
@@ -181,12 +188,15 @@ void endInternalSQLRequest(JNIEnv *env, ThreadData *td) {
     leave(td);
 }
 
-bool reportedByWrapper(const ThreadData *td) { return td != nullptr && td->sqlWrapperDepth >= 1; }
+bool reportedByWrapper(const ThreadData *td) {
+    return td != nullptr && td->sqlWrapperDepth >= 1;
+}
 
 } // namespace
 
 void beginSQLRequest(JNIEnv *env, jobject, jstring sql, jstring dataSrcName) {
-    AM_TRACE_SCOPE(ccTracer, LGK_DEBUG_MAX, "beginSQLRequest( JNIEnv *env, jobject thisObject, jstring sql )");
+    AM_TRACE_SCOPE(ccTracer, LGK_DEBUG_MAX,
+                   "beginSQLRequest( JNIEnv *env, jobject thisObject, jstring sql )");
     ThreadData *td = callingThread(env);
     if (td != nullptr) {
         if (suppressBegin(td)) {
@@ -280,8 +290,12 @@ void endJMSRequest(JNIEnv *env, Event::JMS_ACTION act, jstring server, jstring q
     endRequest<JMSEvent>(env, Rule::Nested, jmsTexts(act, server, queue, sel));
 }
 
-void beginJCARequest(JNIEnv *env, jstring eis) { beginRequest<JCAEvent>(env, Rule::Nested, jcaTexts(eis)); }
-void endJCARequest(JNIEnv *env, jstring eis) { endRequest<JCAEvent>(env, Rule::Nested, jcaTexts(eis)); }
+void beginJCARequest(JNIEnv *env, jstring eis) {
+    beginRequest<JCAEvent>(env, Rule::Nested, jcaTexts(eis));
+}
+void endJCARequest(JNIEnv *env, jstring eis) {
+    endRequest<JCAEvent>(env, Rule::Nested, jcaTexts(eis));
+}
 
 void beginJNDIRequest(JNIEnv *env, jstring url, jstring lookup) {
     beginRequest<JNDIEvent>(env, Rule::Nested, jndiTexts(url, lookup));
@@ -308,7 +322,7 @@ void endXQRequest(JNIEnv *env, jstring queueName, jstring queueMgrName, jint act
 void beginJDORequest(JNIEnv *env, jstring className, jstring methodName, jstring argumentString) {
     ThreadData *td = callingThread(env);
     if (enter(td, Rule::Any) && (td == nullptr || td->requestDepth > 1)) {
-        completeAndAppend(env, td, newEvent<JDOEvent>(td, Event::SUB_START),
+        completeAndAppend(env, td, newEvent<JDOEvent>(td, Event::SUB_START), Clocks::WallFirst,
                           jdoTexts(className, methodName, argumentString));
     }
 }
@@ -319,7 +333,7 @@ void endJDORequest(JNIEnv *env, jstring className, jstring methodName, jstring a
         return;
     }
     if (td == nullptr || td->requestDepth > 1) {
-        completeAndAppend(env, td, newEvent<JDOEvent>(td, Event::SUB_END),
+        completeAndAppend(env, td, newEvent<JDOEvent>(td, Event::SUB_END), Clocks::CpuFirst,
                           jdoTexts(className, methodName, argumentString));
     }
     leave(td);
@@ -342,7 +356,7 @@ void processGpsXQRequest(JNIEnv *env, jstring queueName, jstring, jint act, int8
     begin->gpsToken = gpsToken;
     begin->tokenLength = gpsToken != nullptr ? len : 0;
     appendRequestEvent(env, td, begin);
-    completeAndAppend(env, td, newEvent<GPSXQEvent>(td, Event::SUB_END),
+    completeAndAppend(env, td, newEvent<GPSXQEvent>(td, Event::SUB_END), Clocks::CpuFirst,
                       [=](GPSXQEvent &event, Texts &) { event.action = act; });
     leave(td);
 }
@@ -399,9 +413,17 @@ int32_t usableValues(JNIEnv *env, jint nCtxProps, jobjectArray ctxValues) {
     return std::max(0, std::min({nCtxProps, env->GetArrayLength(ctxValues), MOST}));
 }
 
+jclass stringClass(JNIEnv *env) {
+    static Relaxed<jclass> known(nullptr);
+    if (known == nullptr) {
+        known = findGlobalClass(env, "java/lang/String");
+    }
+    return known;
+}
+
 void copyContextValues(JNIEnv *env, jobjectArray source, ContextValues &target, Texts &texts) {
-    const LocalRef<jclass> stringClass(env, env->FindClass("java/lang/String"));
-    if (clearException(env)) {
+    const jclass strings = stringClass(env);
+    if (strings == nullptr) {
         return;
     }
     for (int32_t i = 0; i < target.nCtxProps; ++i) {
@@ -409,7 +431,7 @@ void copyContextValues(JNIEnv *env, jobjectArray source, ContextValues &target, 
         if (clearException(env)) {
             return;
         }
-        if (value && env->IsInstanceOf(value.get(), stringClass.get()) == JNI_TRUE) {
+        if (value && env->IsInstanceOf(value.get(), strings) == JNI_TRUE) {
             texts.weigh(target.ctxValues[i], static_cast<jstring>(value.get()));
         }
     }
@@ -426,8 +448,8 @@ void beginGenericEvent(JNIEnv *env, jint id, jint nCtxProps, jobjectArray ctxVal
     if (!enter(td, Rule::Any)) {
         return;
     }
-    GenericEvent *event = newEvent<GenericEvent>(td, Event::TYPE_GENERIC_START, id,
-                                                 usableValues(env, nCtxProps, ctxValues));
+    GenericEvent *event =
+        newEvent<GenericEvent>(td, Event::TYPE_GENERIC_START, id, usableValues(env, nCtxProps, ctxValues));
     takeClocks(*event, td, Clocks::WallFirst);
     Texts texts(env);
     copyContextValues(env, ctxValues, *event, texts);

@@ -42,10 +42,16 @@ public:
 
 // ---------------------------------------------------------------- JVM events
 
-JVMTIAgent *activeAgent() { return dcDisabledOption || vmDeadSeen ? nullptr : jvmtiAgent.get(); }
+JVMTIAgent *activeAgent() {
+    return dcDisabledOption || vmDeadSeen ? nullptr : jvmtiAgent.get();
+}
 
 // The one thing that "disableDC" still does: events flow into handlers that ignore them.
+// A command line that names the library twice has two environments: the last one counts.
 void JNICALL vmInitHandler(jvmtiEnv *jvmti_env, JNIEnv *env, jthread thread) {
+    if (jvmti_env != jvmti) {
+        return;
+    }
     if (dcDisabledOption) {
         enableThreadAndClassEvents();
         return;
@@ -176,22 +182,9 @@ bool disabledByCommandLine() {
     return false;
 }
 
-// True if `word` stands anywhere in the text. The word is expected first, with a comma behind it: that many
-// characters are dropped from the front, if the text is longer.
-bool takeWord(const char *&text, const char *word) {
-    if (strstr(text, word) == nullptr) {
-        return false;
-    }
-    const size_t skipped = strlen(word) + 1;
-    if (strlen(text) > skipped) {
-        text += skipped;
-    }
-    return true;
-}
-
 void handleDebugOption(const char *&text) {
     const char *rest = text;
-    if (takeWord(rest, "am.debug=on")) {
+    if (takeOptionWord(rest, "am.debug=on")) {
         printf("## Sleeping for 30 seconds \n");
         fflush(stdout);
         thread_sleep(DEBUG_SLEEP_MS);
@@ -244,7 +237,7 @@ JNIEXPORT jint JNICALL Agent_OnLoad(JavaVM *vm, char *options, void *reserved) {
     if (disabledByCommandLine()) {
         return 0;
     }
-    if (takeWord(text, "disableDC")) {
+    if (takeOptionWord(text, "disableDC")) {
         dcDisabledOption = true;
     }
     if (!obtainJvmti(vm)) {

@@ -6,6 +6,7 @@
 #include "PropertyMgr.h"
 #include "ThreadData.h"
 #include "ThreadMgr.h"
+#include "platform.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -29,6 +30,8 @@ constexpr int32_t TURBO_ULIMIT_FALLBACK = 75000000;
 constexpr int32_t TURBO_LLIMIT_FALLBACK = 40000000;
 constexpr uint16_t SAMPLES_WANTED = 254;
 constexpr uint16_t SAMPLES_FROZEN = 65535;
+constexpr int GATE_POLL_MS = 5;
+constexpr int GATE_PATIENCE_MS = 10000;
 
 enum TurboState : int { NORMAL = 1, TURBO = 2 };
 
@@ -42,11 +45,17 @@ int32_t queueCounterResetIterations = 1800;
 int turboState = NORMAL;
 
 // More bytes than 32 bits can hold count as the most they can.
-int32_t bounded(int64_t bytes) {
-    return static_cast<int32_t>(std::clamp<int64_t>(bytes, INT32_MIN, INT32_MAX));
+int32_t bounded(double bytes) {
+    return static_cast<int32_t>(std::clamp<double>(bytes, INT32_MIN, INT32_MAX));
 }
 
-int32_t megabytes(int32_t count) { return bounded(static_cast<int64_t>(count) * MEGABYTE); }
+int32_t megabytes(int32_t count) {
+    return bounded(static_cast<double>(count) * MEGABYTE);
+}
+
+int32_t difference(int32_t from, int32_t amount) {
+    return bounded(static_cast<double>(from) - amount);
+}
 
 int32_t truncated(float bytes) {
     return bytes >= 2147483648.0F ? INT32_MAX : static_cast<int32_t>(bytes);
@@ -63,14 +72,16 @@ void appendMarker(ThreadData *td) {
 // ---------------------------------------------------------------- weights of texts
 
 void TextSamples::add(int32_t bytes) {
-    if (samples == SAMPLES_FROZEN) {
+    const uint16_t before = samples;
+    if (before == SAMPLES_FROZEN) {
         return;
     }
     sampleBytes += static_cast<uint32_t>(bytes);
-    samples += 1;
-    if (samples == SAMPLES_WANTED) {
+    if (before + 1 == SAMPLES_WANTED) {
         samples = SAMPLES_FROZEN;
         average = static_cast<int32_t>(sampleBytes / SAMPLES_WANTED);
+    } else {
+        samples = static_cast<uint16_t>(before + 1);
     }
 }
 
@@ -86,7 +97,6 @@ MemoryMonitor::MemoryMonitor() : NamedObject("MemoryMonitor"), lock(new ZykLock(
 }
 
 MemoryMonitor::~MemoryMonitor() {
-    memoryMonitor = nullptr;
     delete lock;
 }
 
@@ -96,11 +106,30 @@ void MemoryMonitor::create() {
     }
 }
 
-void MemoryMonitor::destroy() { delete memoryMonitor.get(); }
+// Turbo mode is over by then: those that have waited only have to be scheduled once more. If one does not
+// come out, the monitor stays in memory: better than a thread inside a lock that is gone.
+void MemoryMonitor::destroy() {
+    MemoryMonitor *monitor = memoryMonitor;
+    if (monitor == nullptr) {
+        return;
+    }
+    memoryMonitor = nullptr;
+    for (int waited = 0; monitor->waitingAtGate > 0; waited += GATE_POLL_MS) {
+        if (waited >= GATE_PATIENCE_MS) {
+            return;
+        }
+        thread_sleep(GATE_POLL_MS);
+    }
+    delete monitor;
+}
 
-void MemoryMonitor::setEventPool(AgentPool *pool) { eventPool = pool; }
+void MemoryMonitor::setEventPool(AgentPool *pool) {
+    eventPool = pool;
+}
 
-void MemoryMonitor::setNetworkPool(AgentPool *pool) { networkPool = pool; }
+void MemoryMonitor::setNetworkPool(AgentPool *pool) {
+    networkPool = pool;
+}
 
 void MemoryMonitor::start() {
     initializeSizes();
@@ -130,7 +159,7 @@ void MemoryMonitor::initializeSizes() {
 }
 
 void MemoryMonitor::readProperties() {
-    const int64_t packetBytes = longProperty("internal.probe.event.packet.size", 2000) * int64_t{1024};
+    const double packetBytes = longProperty("internal.probe.event.packet.size", 2000) * 1024.0;
     minimumMemory = bounded(BASE_FOOTPRINT + intProperty("eventagent.pool.size", 1) * packetBytes);
     allowNew = boolProperty("turbomode.allownew", true);
     urlLimit = longProperty("internal.url.limit", 1000);
@@ -156,8 +185,8 @@ void MemoryMonitor::readMemoryLimits() {
                     minimumMemory);
     }
     acceptThreshold = megabytes(longProperty("internal.memory.accept.threshold", 2));
-    if (acceptThreshold > memoryLimit - minimumMemory) {
-        acceptThreshold = (memoryLimit - minimumMemory) / 2;
+    if (acceptThreshold > difference(memoryLimit, minimumMemory)) {
+        acceptThreshold = difference(memoryLimit, minimumMemory) / 2;
         AM_TRACE(ccTracer, LGK_DEBUG_MIN, "MemoryMonitor::readProperties()",
                  "Accept threshold is greater than Max Limit - Min Limit, using %d", acceptThreshold);
     }
@@ -214,8 +243,7 @@ void MemoryMonitor::setResetTimer() {
 bool MemoryMonitor::checkForULimit(uint32_t eventBytes) {
     AgentPool *network = networkPool;
     ThreadMgr *threads = threadMgr;
-    const uint32_t networkBytes =
-        network != nullptr ? static_cast<uint32_t>(network->getTotalDataSize()) : 0;
+    const uint32_t networkBytes = network != nullptr ? static_cast<uint32_t>(network->getTotalDataSize()) : 0;
     const uint32_t threadCount = threads != nullptr ? static_cast<uint32_t>(threads->getThreadCount()) : 0;
     const uint32_t total =
         eventBytes + networkBytes + threadCount * THREAD_RECORD_SIZE + static_cast<uint32_t>(minimumMemory);
@@ -228,7 +256,7 @@ bool MemoryMonitor::checkForULimit(uint32_t eventBytes) {
                         static_cast<long>(memoryLimit), static_cast<long>(total));
             notAccepting = true;
         }
-    } else if (notAccepting && total <= static_cast<uint32_t>(memoryLimit - acceptThreshold)) {
+    } else if (notAccepting && total <= static_cast<uint32_t>(difference(memoryLimit, acceptThreshold))) {
         notAccepting = false;
         messageInfo(1055,
                     "Memory Utlization below Limit, datacollector is accepting data, Limit: %ld Memory "
@@ -336,10 +364,13 @@ bool MemoryMonitor::refusedInTurbo(ThreadData *td) {
     return true;
 }
 
-// Waits at the gate. False if the probe was stopped meanwhile: the thread's record may be about to go.
+// Waits at the gate. False if the probe was stopped meanwhile: the thread's record may be gone, and once it
+// is counted out the monitor too.
 bool MemoryMonitor::passTurboLock() {
+    ++waitingAtGate;
     turboLock.lock();
     turboLock.unlock();
+    --waitingAtGate;
     return !probeDisabled;
 }
 

@@ -8,6 +8,7 @@
 #include "Relaxed.h"
 #include "ZykLock.h"
 
+#include <atomic>
 #include <cstdint>
 #include <jni.h>
 
@@ -15,10 +16,10 @@
 class AgentPool {
 public:
     virtual ~AgentPool() = default;
-    virtual int32_t getSleepTime() = 0;                             // of the first agent, ms; 0 with none
-    virtual bool setSleepTime(long ms) = 0;                         // of all agents
+    virtual int32_t getSleepTime() = 0;                            // of the first agent, ms; 0 with none
+    virtual bool setSleepTime(long ms) = 0;                        // of all agents
     virtual bool setThreadPriority(JNIEnv *env, int priority) = 0; // of the Java threads; false on failure
-    virtual int32_t getTotalDataSize() = 0;                         // bytes queued
+    virtual int32_t getTotalDataSize() = 0;                        // bytes queued
 };
 
 class ThreadData;
@@ -30,6 +31,8 @@ public:
 
     // Makes the singleton if it does not exist.
     static void create();
+    // Waits until the last thread has left the gate, 10 seconds at most. The probe must be disabled and turbo
+    // mode left before.
     static void destroy();
 
     void start();
@@ -87,6 +90,7 @@ private:
     int32_t naNormalSleep = 2000;
     const int32_t eaNormalSleep = 2000; // the event agents' own sleep is never read back
     Relaxed<bool> allowNew{true};
+    std::atomic<int32_t> waitingAtGate{0};
 };
 
 extern Relaxed<MemoryMonitor *> memoryMonitor;

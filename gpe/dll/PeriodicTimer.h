@@ -1,5 +1,6 @@
-// Paces a recurring line of statistics by the wall clock, in 32-bit microseconds that may wrap.
-// For one thread. The first question is answered with true, unless the interval is longer than the clock.
+// Paces a recurring line of statistics by the wall clock, in 32-bit microseconds that wrap every 71 minutes.
+// For one thread. Until it has fired once it counts from the last wrap: the first question is nearly always
+// answered with true.
 #pragma once
 
 #include "platform.h"

@@ -102,6 +102,7 @@ void ProbeContextPersister::closeFiles() {
 
 bool ProbeContextPersister::ctx_direct(int direction) {
     AM_TRACE_SCOPE(ccTracer, LGK_DEBUG_MID, "ProbeContextPersister::ctx_direct( int direction )");
+    const ZykLockGuard guard(lock);
     bool result = false;
     switch (direction) {
     case CTX_READ:
@@ -126,6 +127,7 @@ bool ProbeContextPersister::ctx_direct(int direction) {
 }
 
 bool ProbeContextPersister::ctx_read() {
+    const ZykLockGuard guard(lock);
     closeFiles();
     readOk = ctx_read_bound();
     if (!readOk) {
@@ -144,20 +146,22 @@ bool ProbeContextPersister::ctx_read() {
     return readOk;
 }
 
-// A failure closes the way at once, whoever asked for the write.
+// Only the gateway looks at what this means for the way: a change that could not be written, and was followed
+// by one that could, leaves it open.
 bool ProbeContextPersister::ctx_write() {
+    const ZykLockGuard guard(lock);
     readOk = ctx_write_bound();
-    ctxAccessible = ctxAccessible && readOk;
     return readOk;
 }
 
 // ---------------------------------------------------------------- elements
 
 bool ProbeContextPersister::ctx_get(int element) const {
-    return values.element(element) > 0;
+    return ctx_getEnum(element) > 0;
 }
 
 int32_t ProbeContextPersister::ctx_getEnum(int element) const {
+    const ZykLockGuard guard(lock);
     return values.element(element);
 }
 
@@ -175,6 +179,7 @@ bool ProbeContextPersister::ctx_set(int element, bool value) {
 }
 
 bool ProbeContextPersister::ctx_setEnum(int element, int32_t value) {
+    const ZykLockGuard guard(lock);
     bool *flag = values.flag(element);
     if (flag != nullptr) {
         *flag = value != 0;
@@ -188,10 +193,16 @@ bool ProbeContextPersister::ctx_setEnum(int element, int32_t value) {
 
 int32_t *ProbeContextPersister::ctx_getElems() const {
     int32_t *elements = new (std::nothrow) int32_t[elementCount];
+    const ZykLockGuard guard(lock);
     for (int32_t i = 0; elements != nullptr && i < elementCount; ++i) {
         elements[i] = values.element(i + 1);
     }
     return elements;
+}
+
+const char *ProbeContextPersister::getLastReadFilePath() const {
+    const ZykLockGuard guard(lock);
+    return ctxLastReadFilePath;
 }
 
 // ---------------------------------------------------------------- files

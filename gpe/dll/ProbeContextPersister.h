@@ -1,8 +1,9 @@
 // Keeps the monitoring level and its suppress flags in a one-line text file, "am.mod", so that they survive
 // a restart: level digit, then the letters "D", "S", "R" for each flag that is set. The base file of the
 // installation is only read; the bound file in the server's runtime directory is made from it on first use
-// and rewritten at every change. No lock: callers come one at a time. A failed read or write closes the way
-// for `ctx_direct` until a read with CTX_READ or a reset works.
+// and rewritten at every change. Each operation holds the object's own lock, and goes on without it where
+// there is no JVM to lock with. A read or write by `ctx_direct` that fails closes that way until a read with
+// CTX_READ or a reset works.
 #pragma once
 
 #include "NamedObject.h"
@@ -46,10 +47,10 @@ public:
 
     // A new array of the four values, the caller deletes it with delete[]; null when memory is out.
     int32_t *ctx_getElems() const;
-    int32_t ctx_getElemCount() const { return elementCount; }
+    static int32_t ctx_getElemCount() { return elementCount; }
 
-    // The file that the values were last read from; null until a read succeeded.
-    const char *getLastReadFilePath() const { return ctxLastReadFilePath; }
+    // The file that the values were last read from, owned by this object; null until a read succeeded.
+    const char *getLastReadFilePath() const;
 
 private:
     struct Values {
@@ -73,7 +74,7 @@ private:
     bool packCtxBuffer();
     void dumpCtxState(const char *locator) const;
 
-    ZykLock lock; // held by nothing so far: callers come one at a time
+    mutable ZykLock lock; // re-entrant: operations use one another
     bool ctxAccessible = false;
     bool readOk = false;
     bool namesOk = false;

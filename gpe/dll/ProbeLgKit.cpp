@@ -143,7 +143,8 @@ void chooseQualifier(const LgKitPaths &paths) {
     if (chosen != nullptr && *chosen != '\0') {
         snprintf(qualifierCopy, sizeof(qualifierCopy), "%s", chosen);
     } else {
-        snprintf(qualifierCopy, sizeof(qualifierCopy), "%.126s.%.126s", paths.nodeName, paths.appServerName);
+        const std::string own = std::string(paths.nodeName) + '.' + paths.appServerName;
+        snprintf(qualifierCopy, sizeof(qualifierCopy), "%s", own.c_str());
     }
     // One log directory for each instance of a clustered database client.
     const char *instance = findCommandLineValue("-Doracle.ons.indexid=");

@@ -1,5 +1,6 @@
 #include "ProbeMgr.h"
 
+#include "EventUtils.h"
 #include "EvtAgentMgr.h"
 #include "JVMTIUtils.h"
 #include "LockAgentMgr.h"
@@ -18,10 +19,10 @@
 #include <cstring>
 #include <new>
 #include <strings.h>
+#include <utility>
 
 Relaxed<ProbeMgr *> instance(nullptr);
 Relaxed<ProbeMgr *> instanceCheck(nullptr);
-ProbeContextPersister *contextPersister = nullptr;
 JavaVM *jvm = nullptr;
 Relaxed<JVMPIWrapper *> jvmpi(nullptr);
 bool useMethodLocks = false;
@@ -97,8 +98,8 @@ ProbeMgr *ProbeMgr::initialize() {
 
 void ProbeMgr::destroy() {
     delete instance.get();
-    delete contextPersister;
-    contextPersister = nullptr;
+    const ContextHold hold;
+    delete std::exchange(contextPersister, nullptr);
 }
 
 void ProbeMgr::onLoadInitialize(JavaVM *givenJvm, const char *options) {
@@ -155,9 +156,12 @@ void f_useMethodLocks() {
     methodHashCleanupInterval = intProperty("method.hash.cleanupinterval", 5000);
 }
 
-void f_disableNestedRequests() { disableNestedRequests = saysYes("internal.disable.nestedrequests"); }
+void f_disableNestedRequests() {
+    disableNestedRequests = saysYes("internal.disable.nestedrequests");
+}
 
 void readSavedLevel() {
+    const ContextHold hold;
     if (contextPersister == nullptr) {
         contextPersister = new (std::nothrow) ProbeContextPersister();
     }
@@ -169,8 +173,7 @@ void readSavedLevel() {
     ProbeMgr::setProbeLevel(static_cast<uint32_t>(contextPersister->ctx_getEnum(Ctx::ctx_api_ProbeLevel)));
     ProbeMgr::setProbeLevelIsDefault(contextPersister->ctx_get(Ctx::ctx_api_ProbeLevelIsDefault));
     ProbeMgr::setSuppressL3Collection(contextPersister->ctx_get(Ctx::ctx_api_SuppressL3Collection));
-    ProbeMgr::setSuppressGCEventCollection(
-        contextPersister->ctx_get(Ctx::ctx_api_SuppressGCEventCollection));
+    ProbeMgr::setSuppressGCEventCollection(contextPersister->ctx_get(Ctx::ctx_api_SuppressGCEventCollection));
 }
 
 void readBootClassName() {
@@ -223,6 +226,7 @@ void ProbeMgr::createManagers() {
     NetworkAgentMgr::getInstance();
     EvtAgentMgr::create();
     ThreadMgr::create();
+    resendSamplingRatesHook = resendSamplingRates;
 }
 
 bool ProbeMgr::customServiceStart(JNIEnv *) {
@@ -386,7 +390,9 @@ void ProbeMgr::setComponentId(const char *id) const {
     copyFact(serverFacts.componentId, sizeof(serverFacts.componentId), id);
 }
 
-void ProbeMgr::setAdminServerPort(int32_t port) const { serverFacts.adminServerPort = port; }
+void ProbeMgr::setAdminServerPort(int32_t port) const {
+    serverFacts.adminServerPort = port;
+}
 
 // ---------------------------------------------------------------- class filter
 

@@ -66,10 +66,14 @@ public:
     static bool updateSuppressGCEventCollectionContext(bool suppress);
 
     // The context file as Java drives it. The arrays have ctx_getElemCount() elements and are the caller's
-    // (delete[]); null without a persister.
+    // (delete[]); null without a persister. `resetProbeContext` clears an earlier failure of the file, so that
+    // it is tried again; false without a persister. The path is a heap copy for the caller to free, null until a
+    // file was read.
     static int32_t *initProbeContext();
     static int32_t *synchInProbeContext();
     static bool synchOutProbeContext(const int32_t *ids, const int32_t *values, int count);
+    static bool resetProbeContext();
+    static char *copyContextFilePath();
 
     // Switches nothing: method events come through the instrumented Java side. It only tells why.
     static void turnMethodTrace(bool on);
@@ -92,7 +96,19 @@ private:
 extern Relaxed<ProbeMgr *> instance;
 extern Relaxed<ProbeMgr *> instanceCheck;
 
+// Null until VM init, and again once the service was shut down. To be touched only while a ContextHold lives.
 extern ProbeContextPersister *contextPersister;
+
+// While one lives, the persister is not deleted. Nests, and may be taken under any other lock of this module;
+// nothing waits long behind it.
+class ContextHold {
+public:
+    ContextHold();
+    ~ContextHold();
+    ContextHold(const ContextHold &) = delete;
+    ContextHold &operator=(const ContextHold &) = delete;
+};
+
 extern JavaVM *jvm; // the substitute
 extern Relaxed<JVMPIWrapper *> jvmpi;
 

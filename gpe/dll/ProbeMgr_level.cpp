@@ -1,12 +1,31 @@
 // The probe level and its suppress flags: setters, the saved context, the transition rules.
+#include "JVMTIUtils.h"
 #include "ProbeContextPersister.h"
 #include "ProbeLgKit.h"
 #include "ProbeMgr.h"
 #include "PropertyMgr.h"
+#include "ZykLock.h"
 
 #include <strings.h>
 
 using Ctx = ProbeContextPersister;
+
+ProbeContextPersister *contextPersister = nullptr;
+
+namespace {
+
+// Not the lock of the life cycle, which is held for the seconds that a stop takes.
+ZykLock contextLock(false);
+
+} // namespace
+
+ContextHold::ContextHold() {
+    contextLock.lock();
+}
+
+ContextHold::~ContextHold() {
+    contextLock.unlock();
+}
 
 uint32_t ProbeMgr::convertMonitoringLevelToProbeLevel(uint32_t level) {
     if (level >= 1001 && level <= 1003) {
@@ -66,6 +85,7 @@ bool ProbeMgr::updateProbeLevelContext(uint32_t level) {
         return false;
     }
     setProbeLevel(newLevel);
+    const ContextHold hold;
     if (contextPersister != nullptr) {
         contextPersister->ctx_setEnum(Ctx::ctx_api_ProbeLevel, static_cast<int32_t>(newLevel));
     }
@@ -94,6 +114,7 @@ bool updateFlag(bool current, bool wanted, int element, void (*setter)(bool), co
         return false;
     }
     setter(wanted);
+    const ContextHold hold;
     if (contextPersister != nullptr) {
         contextPersister->ctx_set(element, wanted);
     }
@@ -119,6 +140,7 @@ bool ProbeMgr::updateSuppressGCEventCollectionContext(bool suppress) {
 }
 
 int32_t *ProbeMgr::initProbeContext() {
+    const ContextHold hold;
     if (contextPersister == nullptr) {
         return nullptr;
     }
@@ -127,6 +149,7 @@ int32_t *ProbeMgr::initProbeContext() {
 }
 
 int32_t *ProbeMgr::synchInProbeContext() {
+    const ContextHold hold;
     if (contextPersister == nullptr) {
         return nullptr;
     }
@@ -142,6 +165,7 @@ int32_t *ProbeMgr::synchInProbeContext() {
 }
 
 bool ProbeMgr::synchOutProbeContext(const int32_t *ids, const int32_t *values, int count) {
+    const ContextHold hold;
     if (contextPersister == nullptr || ids == nullptr || values == nullptr || count <= 0) {
         return false;
     }
@@ -164,6 +188,16 @@ bool ProbeMgr::synchOutProbeContext(const int32_t *ids, const int32_t *values, i
         }
     }
     return contextPersister->ctx_direct(Ctx::CTX_WRITE);
+}
+
+bool ProbeMgr::resetProbeContext() {
+    const ContextHold hold;
+    return contextPersister != nullptr && contextPersister->ctx_direct(Ctx::CTX_RESET);
+}
+
+char *ProbeMgr::copyContextFilePath() {
+    const ContextHold hold;
+    return contextPersister != nullptr ? dupString(contextPersister->getLastReadFilePath()) : nullptr;
 }
 
 void ProbeMgr::turnMethodTrace(bool) {

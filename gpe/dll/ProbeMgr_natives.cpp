@@ -4,6 +4,7 @@
 #include "ProbeMgr.h"
 #include "jnihelp.h"
 
+#include <cstdlib>
 #include <new>
 
 #define UTILS(name) Java_com_zykora_probe_ProbeUtils_##name
@@ -14,9 +15,9 @@ namespace {
 
 // Takes over `elements`; null becomes a Java null.
 jintArray toJavaArray(JNIEnv *env, int32_t *elements) {
-    const int32_t count = contextPersister != nullptr ? contextPersister->ctx_getElemCount() : 0;
+    const int32_t count = ProbeContextPersister::ctx_getElemCount();
     jintArray array = nullptr;
-    if (elements != nullptr && count > 0) {
+    if (elements != nullptr) {
         array = env->NewIntArray(count);
         if (!clearException(env) && array != nullptr) {
             env->SetIntArrayRegion(array, 0, count, elements);
@@ -114,9 +115,6 @@ JNIEXPORT jintArray JNICALL CONTEXT(synchInProbeContext)(JNIEnv *env, jclass) {
 // Sets `count` pairs of element id and value and writes the file. Always true.
 JNIEXPORT jboolean JNICALL CONTEXT(synchOutProbeContext)(JNIEnv *env, jclass, jintArray ids, jintArray values,
                                                          jint count) {
-    if (contextPersister == nullptr) {
-        return JNI_TRUE;
-    }
     int32_t *nativeIds = toNativeArray(env, ids, count);
     bool failed = clearException(env);
     int32_t *nativeValues = toNativeArray(env, values, count);
@@ -131,15 +129,14 @@ JNIEXPORT jboolean JNICALL CONTEXT(synchOutProbeContext)(JNIEnv *env, jclass, ji
 
 // Clears an earlier failure of the file, so that it is tried again; false without a context.
 JNIEXPORT jboolean JNICALL CONTEXT(resetProbeContext)(JNIEnv *, jclass) {
-    return contextPersister != nullptr && contextPersister->ctx_direct(ProbeContextPersister::CTX_RESET)
-               ? JNI_TRUE
-               : JNI_FALSE;
+    return ProbeMgr::resetProbeContext() ? JNI_TRUE : JNI_FALSE;
 }
 
 // Null until a file has been read.
 JNIEXPORT jstring JNICALL CONTEXT(getProbeContextLastReadFilePath)(JNIEnv *env, jclass) {
-    const char *path = contextPersister != nullptr ? contextPersister->getLastReadFilePath() : nullptr;
+    char *path = ProbeMgr::copyContextFilePath();
     jstring text = path != nullptr ? env->NewStringUTF(path) : nullptr;
+    free(path);
     clearException(env);
     return text;
 }

@@ -211,7 +211,8 @@ private:
 
     template <typename T, typename Pick>
     T *snapshot(Pick pick) {
-        const int32_t room = count > 0 ? count.get() : 0;
+        const int32_t counted = count; // once: racing writers may lower it, and even below 0
+        const int32_t room = counted > 0 ? counted : 0;
         T *slots = new T[static_cast<size_t>(room) + 1]();
         int32_t copied = 0;
         for (uint32_t i = 0; i < size && copied < room; ++i) {

@@ -71,3 +71,14 @@ const char *findCommandLineValue(const char *prefix) {
     }
     return nullptr;
 }
+
+bool takeOptionWord(const char *&text, const char *word) {
+    if (strstr(text, word) == nullptr) {
+        return false;
+    }
+    const size_t skipped = strlen(word) + 1;
+    if (strlen(text) > skipped) {
+        text += skipped;
+    }
+    return true;
+}

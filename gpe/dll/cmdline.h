@@ -11,3 +11,7 @@ void getCommandLineArgs();
 // The text after `prefix` in the first argument that begins with it and has more text behind it;
 // null if there is none. The result points into `commandLineArgs`.
 const char *findCommandLineValue(const char *prefix);
+
+// True if `word` stands anywhere in the agent's option text. The word is expected first, with a comma behind
+// it: that many characters are dropped from the front, wherever it stood, if the text is longer.
+bool takeOptionWord(const char *&text, const char *word);

@@ -15,12 +15,13 @@ char *jniStringCopy(JNIEnv *env, jstring text);
 // How a text is cut that exceeds its limit.
 enum class CutAt { AnyByte, Character };
 
-// As `jniStringCopy`, but at most `limit` bytes, the NUL included; `*kept` is the number of bytes kept
-// before a broken character is trimmed, the NUL included. `limit` below 1 counts as 1. Only the part that
-// can be kept is taken from the JVM.
+// As `jniStringCopy`, but at most `limit` bytes, the NUL included; `*kept` is the number of bytes kept, the
+// NUL included, and is left alone for a null or unreadable string. `kept` may be null. `limit` below 1 counts
+// as 1. Only the part that can be kept is taken from the JVM.
 char *jniStringCopyLimited(JNIEnv *env, jstring text, int32_t limit, CutAt cut, int32_t *kept);
 
-// Copies a Java string into a fixed buffer, at most `room - 1` bytes, terminated. A null string changes nothing.
+// Copies a Java string into a fixed buffer, at most `room - 1` bytes, terminated. A null string changes
+// nothing.
 void jniStringToBuffer(JNIEnv *env, jstring text, char *buffer, size_t room);
 
 // Removes one local reference at the end of a scope; null is accepted.
@@ -62,7 +63,7 @@ void getJavaSystemProperty(JNIEnv *env, const char *name, char *value, size_t ma
 void setJavaSystemProperty(JNIEnv *env, const char *name, const char *value);
 
 // The application server's name from ProbeSystem.getAppServerName(): 0 on success, also for a Java null,
-// which leaves the buffer unchanged; 1 after any exception. The buffer is not terminated here if shorter.
+// which leaves the buffer unchanged; 1 after any exception. A longer name is cut to `bufLength - 1` bytes.
 int getFullAppServerName(char *buffer, size_t bufLength, JNIEnv *env);
 
 // The class that describes the server on the Java side.

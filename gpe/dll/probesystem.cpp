@@ -156,13 +156,15 @@ bool takeIdentity(JNIEnv *env, jclass cls, const ProbeMgr *probe) {
     if (!takeString(env, cls, id)) {
         return false;
     }
+    if (probe != nullptr) {
+        probe->setComponentId(systemSettings.commandAgentId);
+    }
     const IntField port = {"adminServerPort", &systemSettings.adminServerPort, 0,
                            "adminserverport defined: %d", "exiting with error. adminserverport not defined"};
     if (!takeInt(env, cls, port)) {
         return false;
     }
     if (probe != nullptr) {
-        probe->setComponentId(systemSettings.commandAgentId);
         probe->setAdminServerPort(systemSettings.adminServerPort);
     }
     return takeCopy(env, cls, "jvmVersion", &systemSettings.jvmVersion, "java_version defined: %s") ||

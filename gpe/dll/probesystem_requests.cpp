@@ -12,8 +12,10 @@
 #include "jnihelp.h"
 #include "platform.h"
 
+#include <atomic>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 
 #define EVENT_AGENT(name) Java_com_qel_morvex_norak_dc_eventagent_NativeEventAgentImpl_##name
 
@@ -29,8 +31,6 @@ jint lookedUpId(JNIEnv *env) {
     return threads != nullptr ? static_cast<jint>(threads->getThreadId(env)) : 0;
 }
 
-jint idOf(const ThreadData *td) { return td != nullptr ? static_cast<jint>(td->threadId.get()) : 0; }
-
 // The gate for a native with a result: runs `action` and answers with the thread's number.
 template <typename Action>
 jint gatedWithId(JNIEnv *env, Action action) {
@@ -38,7 +38,8 @@ jint gatedWithId(JNIEnv *env, Action action) {
         return lookedUpId(env);
     }
     action();
-    return idOf(callingThread(env));
+    const ThreadData *td = callingThread(env);
+    return td != nullptr ? static_cast<jint>(td->threadId.get()) : lookedUpId(env);
 }
 
 // ---------------------------------------------------------------- arrays
@@ -80,14 +81,13 @@ int8_t *copyBean(JNIEnv *env, jbyteArray data, jint *count) {
 
 void startHttp(JNIEnv *env, jstring requestName, jstring applicationName, jstring url, jstring userId) {
     ThreadData *td = callingThread(env);
-    if (td == nullptr) {
-        return;
+    if (td != nullptr) {
+        td->lastCpuTime = 0;
+        if (assembly::suppressBegin(td)) {
+            return;
+        }
+        ++td->requestDepth;
     }
-    td->lastCpuTime = 0;
-    if (assembly::suppressBegin(td)) {
-        return;
-    }
-    ++td->requestDepth;
     HttpEvent *event = assembly::newEvent<HttpEvent>(td, Event::SUB_START);
     event->userId = assembly::textCopy(env, userId);
     sendRequest(env, td, event, requestName, applicationName, url);
@@ -97,37 +97,39 @@ void startHttp(JNIEnv *env, jstring requestName, jstring applicationName, jstrin
 void endHttp(JNIEnv *env, ThreadData *td, Event::EventSubType subType, jstring requestName,
              jstring applicationName, jstring url) {
     HttpEvent *event = assembly::newEvent<HttpEvent>(td, subType);
-    event->requestDepth = td->requestDepth + 1;
+    ++event->requestDepth;
     sendRequest(env, td, event, requestName, applicationName, url);
 }
 
 bool isCancelledPage(JNIEnv *env, jstring requestName) {
-    char name[32] = "";
+    constexpr char CANCEL[] = "JSP_CANCEL_REQUEST";
+    if (requestName == nullptr || env->GetStringLength(requestName) != sizeof(CANCEL) - 1) {
+        return false;
+    }
+    char name[sizeof(CANCEL)] = "";
     jniStringToBuffer(env, requestName, name, sizeof(name));
-    return strcmp(name, "JSP_CANCEL_REQUEST") == 0;
+    return strcmp(name, CANCEL) == 0;
+}
+
+void closeLevel(JNIEnv *env, ThreadData *td, jstring requestName) {
+    td->requestDepth = isCancelledPage(env, requestName) ? 0 : td->requestDepth - 1;
 }
 
 void finishHttp(JNIEnv *env, jstring requestName) {
     ThreadData *td = callingThread(env);
-    if (td == nullptr) {
-        return;
-    }
-    if (td->requestDepth >= 1) {
+    if (td != nullptr && td->requestDepth >= 1) {
         if (assembly::suppressEnd(td)) {
             return;
         }
-        td->requestDepth = isCancelledPage(env, requestName) ? 0 : td->requestDepth - 1;
+        closeLevel(env, td, requestName);
     }
     endHttp(env, td, Event::SUB_END, nullptr, nullptr, nullptr);
 }
 
 void failHttp(JNIEnv *env, jstring requestName, jstring applicationName, jstring err) {
     ThreadData *td = callingThread(env);
-    if (td == nullptr) {
-        return;
-    }
-    if (td->requestDepth >= 1) {
-        td->requestDepth = isCancelledPage(env, requestName) ? 0 : td->requestDepth - 1;
+    if (td != nullptr && td->requestDepth >= 1) {
+        closeLevel(env, td, requestName);
     }
     endHttp(env, td, Event::SUB_FAILED, requestName, applicationName, err);
 }
@@ -148,43 +150,52 @@ struct TimesFields {
     jfieldID timeUSec = nullptr;
 };
 
-bool findTimesFields(JNIEnv *env, jobject times, TimesFields &fields) {
+bool lookUpTimesFields(JNIEnv *env, jobject times, TimesFields &fields) {
     const LocalRef<jclass> cls(env, env->GetObjectClass(times));
-    fields.cpuTime = env->GetFieldID(cls.get(), "cpuTime", "J");
-    if (!clearException(env)) {
-        fields.timeSec = env->GetFieldID(cls.get(), "timeSec_", "I");
-    }
-    if (!clearException(env)) {
-        fields.timeUSec = env->GetFieldID(cls.get(), "timeUSec_", "I");
-    }
-    if (clearException(env) || fields.timeSec == nullptr || fields.timeUSec == nullptr) {
+    const auto find = [&](const char *name, const char *signature) {
+        const jfieldID field = env->GetFieldID(cls.get(), name, signature);
+        return clearException(env) ? nullptr : field;
+    };
+    fields.cpuTime = find("cpuTime", "J");
+    fields.timeSec = fields.cpuTime != nullptr ? find("timeSec_", "I") : nullptr;
+    fields.timeUSec = fields.timeSec != nullptr ? find("timeUSec_", "I") : nullptr;
+    if (fields.timeUSec == nullptr) {
         return false;
     }
     fields.cls = static_cast<jclass>(env->NewGlobalRef(cls.get()));
     return fields.cls != nullptr;
 }
 
-void fillThreadTimes(JNIEnv *env, jobject times) {
-    static TimesFields fields;
-    static Relaxed<bool> found(false);
-    if (!found) {
-        TimesFields wanted;
-        if (!findTimesFields(env, times, wanted)) {
-            return;
-        }
-        fields = wanted;
-        found = true;
+// Null if the object has no such fields. Of two threads that look them up at once the first is believed.
+const TimesFields *timesFields(JNIEnv *env, jobject times) {
+    static std::atomic<const TimesFields *> known{nullptr};
+    const TimesFields *fields = known.load(std::memory_order_acquire);
+    if (fields != nullptr) {
+        return fields;
     }
-    if (env->IsInstanceOf(times, fields.cls) == JNI_FALSE) {
+    auto found = std::make_unique<TimesFields>();
+    if (!lookUpTimesFields(env, times, *found)) {
+        return nullptr;
+    }
+    if (known.compare_exchange_strong(fields, found.get(), std::memory_order_acq_rel)) {
+        return found.release();
+    }
+    env->DeleteGlobalRef(found->cls);
+    return fields;
+}
+
+void fillThreadTimes(JNIEnv *env, jobject times) {
+    const TimesFields *fields = timesFields(env, times);
+    if (fields == nullptr || env->IsInstanceOf(times, fields->cls) == JNI_FALSE) {
         return;
     }
     ThreadData *td = callingThread(env);
     uint32_t sec = 0;
     uint32_t usec = 0;
-    env->SetLongField(times, fields.cpuTime, assembly::threadCpuTime(td));
+    env->SetLongField(times, fields->cpuTime, assembly::threadCpuTime(td));
     getCurrentTime(&sec, &usec);
-    env->SetIntField(times, fields.timeSec, static_cast<jint>(sec));
-    env->SetIntField(times, fields.timeUSec, static_cast<jint>(usec));
+    env->SetIntField(times, fields->timeSec, static_cast<jint>(sec));
+    env->SetIntField(times, fields->timeUSec, static_cast<jint>(usec));
     clearException(env);
 }
 
@@ -389,8 +400,9 @@ JNIEXPORT jint JNICALL EVENT_AGENT(endEJBRequestNative)(JNIEnv *env, jclass cls)
 
 JNIEXPORT jint JNICALL EVENT_AGENT(startIIOPClientRequestNative)(JNIEnv *env, jclass, jstring className,
                                                                  jstring methodName) {
-    return gatedWithId(
-        env, [=] { appendCommonEvent(env, Event::TYPE_IIOP_CLIENT, Event::SUB_START, className, methodName); });
+    return gatedWithId(env, [=] {
+        appendCommonEvent(env, Event::TYPE_IIOP_CLIENT, Event::SUB_START, className, methodName);
+    });
 }
 
 JNIEXPORT jint JNICALL EVENT_AGENT(finishIIOPClientRequestNative)(JNIEnv *env, jclass, jstring, jstring) {
@@ -400,8 +412,9 @@ JNIEXPORT jint JNICALL EVENT_AGENT(finishIIOPClientRequestNative)(JNIEnv *env, j
 
 JNIEXPORT jint JNICALL EVENT_AGENT(startIIOPServerRequestNative)(JNIEnv *env, jclass, jstring className,
                                                                  jstring methodName) {
-    return gatedWithId(
-        env, [=] { appendCommonEvent(env, Event::TYPE_IIOP_SERVER, Event::SUB_START, className, methodName); });
+    return gatedWithId(env, [=] {
+        appendCommonEvent(env, Event::TYPE_IIOP_SERVER, Event::SUB_START, className, methodName);
+    });
 }
 
 JNIEXPORT jint JNICALL EVENT_AGENT(finishIIOPServerRequestNative)(JNIEnv *env, jclass, jstring, jstring) {
@@ -471,9 +484,9 @@ JNIEXPORT void JNICALL EVENT_AGENT(sendGWXRecordNative)(JNIEnv *env, jclass, jst
 
 // Nothing unless all arrays are there and `arrLength` is positive and that of `type`.
 JNIEXPORT void JNICALL EVENT_AGENT(sendXQIRecordNative)(JNIEnv *env, jclass, jstring mgrName,
-                                                        jstring queueName, jlong snapShotTime, jbyteArray type,
-                                                        jintArray count, jlongArray avgTimeTaken,
-                                                        jint arrLength) {
+                                                        jstring queueName, jlong snapShotTime,
+                                                        jbyteArray type, jintArray count,
+                                                        jlongArray avgTimeTaken, jint arrLength) {
     if (shouldReject(env) || type == nullptr || arrLength <= 0 || env->GetArrayLength(type) != arrLength) {
         return;
     }
@@ -519,7 +532,9 @@ JNIEXPORT jint JNICALL EVENT_AGENT(getNumPendingRequests)(JNIEnv *env, jclass) {
 }
 
 // The thread's number, given if it has none.
-JNIEXPORT jint JNICALL EVENT_AGENT(getEnvNative)(JNIEnv *env, jclass) { return lookedUpId(env); }
+JNIEXPORT jint JNICALL EVENT_AGENT(getEnvNative)(JNIEnv *env, jclass) {
+    return lookedUpId(env);
+}
 
 // Fills `cpuTime` (nanoseconds), `timeSec_` and `timeUSec_` of `times`; null is left alone.
 JNIEXPORT void JNICALL EVENT_AGENT(getThreadTimesNative)(JNIEnv *env, jclass, jobject times) {
@@ -543,6 +558,8 @@ JNIEXPORT void JNICALL EVENT_AGENT(indicateNumberOfListeners)(JNIEnv *, jclass, 
 }
 
 // Keeps the calling class as the target of `notifyListeners`; only the first call counts.
-JNIEXPORT void JNICALL EVENT_AGENT(initNative)(JNIEnv *env, jclass cls) { setNotifyTarget(env, cls); }
+JNIEXPORT void JNICALL EVENT_AGENT(initNative)(JNIEnv *env, jclass cls) {
+    setNotifyTarget(env, cls);
+}
 
 } // extern "C"

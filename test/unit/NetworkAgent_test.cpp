@@ -160,9 +160,8 @@ TEST_F(NetworkTest, AccountReturnsToZeroUnderManyWriters) {
 
 // ---------------------------------------------------------------- lost connections
 
-TEST_F(NetworkTest, ServerKilledMidStreamGetsANewInitialBlock) {
-    for (const char *batch : {"1", "5"}) {
-        properties.set("na.popbuffer.size", batch);
+TEST_F(NetworkTest, ServerGoneMidStreamGetsANewInitialBlock) {
+    for (const bool hard : {true, false}) { // after an orderly end the second write meets a broken pipe
         PeerServer server;
         const int errorsBefore = log.messages(1061);
         const int callsBefore = listener.calls;
@@ -173,14 +172,14 @@ TEST_F(NetworkTest, ServerKilledMidStreamGetsANewInitialBlock) {
         sendSurely(client, packet(1));
         ASSERT_TRUE(eventually([&] { return !afterInitialBlock(server.bytes(0)).empty(); }));
         EXPECT_FALSE(agent->socketDown_);
-        server.resetAll();
+        hard ? server.resetAll() : server.closeAll();
         ASSERT_TRUE(eventually([&] {
             mgr->send(&client, packet(2).data(), 64);
             return server.count() == 2;
         }));
         EXPECT_TRUE(agent->socketDown_);
         EXPECT_EQ(callsBefore + 1, listener.calls);
-        EXPECT_LT(errorsBefore, log.messages(1061));
+        EXPECT_EQ(errorsBefore + 1, log.messages(1061));
         sendSurely(client, packet(3));
         ASSERT_TRUE(eventually(
             [&] { return afterInitialBlock(server.bytes(1)).find(packet(3)) != std::string::npos; }));
@@ -191,20 +190,26 @@ TEST_F(NetworkTest, ServerKilledMidStreamGetsANewInitialBlock) {
 }
 
 TEST_F(NetworkTest, DataQueuedForALostConnectionIsDropped) {
+    properties.set("networkagent.publish.frequency", "200"); // all is queued before the first batch is taken
+    properties.set("na.popbuffer.size", "5");
     PeerServer server(true);
+    const std::string big = packet(1, 1000000);
     start();
     answerWith(server.port(), 4096);
     NetworkClient client;
     ASSERT_TRUE(eventually([&] { return mgr->isConnected(&client); }));
-    for (int i = 0; i < 10; ++i) { // the first ones fill the socket, the others stay in the queue
-        mgr->send(&client, packet(i, 1000000).data(), 1000000);
+    for (int i = 0; i < 10; ++i) {
+        mgr->send(&client, big.data(), static_cast<int>(big.size()));
     }
     ASSERT_TRUE(eventually([&] { return mgr->getTotalDataSize() > 0; }));
     endAnswering();
+    std::this_thread::sleep_for(milliseconds(700)); // the first buffer fills the socket
+    EXPECT_EQ(5, mgr->getNetworkAgent(&client)->queueCount());
     server.resetAll();
     EXPECT_TRUE(eventually([&] { return mgr->getTotalDataSize() == 0; })) << mgr->getTotalDataSize();
     EXPECT_EQ(0, mgr->getNetworkAgent(&client)->queueCount());
     EXPECT_FALSE(mgr->isConnected(&client));
+    EXPECT_EQ(1, log.messages(1061)) << "the rest of the batch is not tried";
 }
 
 TEST_F(NetworkTest, ResetByTimeOpensANewStream) {

@@ -15,6 +15,7 @@
 #include <atomic>
 #include <chrono>
 #include <cstdarg>
+#include <cstring>
 #include <fcntl.h>
 #include <functional>
 #include <map>
@@ -107,18 +108,9 @@ public:
         const std::lock_guard<std::mutex> guard(mutex);
         return index < connections.size() ? connections[index].received : std::string();
     }
-    // Ends every open connection the hard way.
-    void resetAll() {
-        const std::lock_guard<std::mutex> guard(mutex);
-        for (Connection &connection : connections) {
-            if (connection.fd >= 0) {
-                const linger hard{1, 0};
-                setsockopt(connection.fd, SOL_SOCKET, SO_LINGER, &hard, sizeof(hard));
-                close(connection.fd);
-                connection.fd = -1;
-            }
-        }
-    }
+    // End every open connection: the hard way, or in order.
+    void resetAll() { endAll(true); }
+    void closeAll() { endAll(false); }
 
 private:
     struct Connection {
@@ -147,6 +139,18 @@ private:
             ssize_t got = 0;
             while (connection.fd >= 0 && (got = recv(connection.fd, chunk, sizeof(chunk), 0)) > 0) {
                 connection.received.append(chunk, static_cast<size_t>(got));
+            }
+        }
+    }
+
+    void endAll(bool hard) {
+        const std::lock_guard<std::mutex> guard(mutex);
+        for (Connection &connection : connections) {
+            if (connection.fd >= 0) {
+                const linger reset{hard, 0};
+                setsockopt(connection.fd, SOL_SOCKET, SO_LINGER, &reset, sizeof(reset));
+                close(connection.fd);
+                connection.fd = -1;
             }
         }
     }
@@ -213,6 +217,7 @@ private:
         if (*text == '\0') {
             return 0;
         }
+        text += strspn(text, ".0123456789");
         const bool wide = *text == 'l';
         text += wide ? 2 : 1;
         return text[-1] == 's' ? 507 : wide ? 503 : 502;

@@ -1,0 +1,91 @@
+package am.test.families;
+
+import com.qel.morvex.norak.dc.eventagent.NativeEventAgentImpl;
+import com.zykora.jdbc.ZykoraStatement;
+import java.lang.reflect.InvocationTargetException;
+import java.lang.reflect.Method;
+import java.lang.reflect.Modifier;
+import oracle.jdbc.driver.OracleStatement;
+
+/** Calls every native that application code can reach with arguments that no careful caller would pass. */
+public final class BadInput {
+    private static final String LONG_TEXT = "\u00e9\u20ac\ud83d\ude00x".repeat(2_000_000);
+
+    private BadInput() {
+    }
+
+    /** What was thrown, a line each; empty if all is well. */
+    public static String callAll() {
+        StringBuilder thrown = new StringBuilder();
+        for (Kind kind : Kind.values()) {
+            for (Object target : new Object[] {null, new ZykoraStatement(), new OracleStatement()}) {
+                Class<?> type = target == null ? NativeEventAgentImpl.class : target.getClass();
+                for (Method method : type.getDeclaredMethods()) {
+                    if (Modifier.isNative(method.getModifiers()) && !isOfThePool(method)) {
+                        call(method, target, kind, thrown);
+                    }
+                }
+            }
+        }
+        return thrown.toString();
+    }
+
+    private static boolean isOfThePool(Method method) {
+        return method.getName().matches("(start|stop)ThreadNative");
+    }
+
+    private static void call(Method method, Object target, Kind kind, StringBuilder thrown) {
+        Class<?>[] types = method.getParameterTypes();
+        Object[] arguments = new Object[types.length];
+        for (int i = 0; i < types.length; i++) {
+            arguments[i] = kind.of(types[i]);
+        }
+        try {
+            method.invoke(target, arguments);
+        } catch (InvocationTargetException | IllegalAccessException e) {
+            thrown.append(kind).append(' ').append(method.getName()).append(": ").append(e.getCause()).append('\n');
+        }
+    }
+
+    private enum Kind {
+        NOTHING(null, 0, null),
+        EMPTY("", -1, 0),
+        HUGE(LONG_TEXT, Integer.MAX_VALUE, 3),
+        BROKEN("\ud800\u0000\udfff", Integer.MIN_VALUE, 1);
+
+        private final String text;
+        private final int number;
+        private final Integer arrayLength;
+
+        Kind(String text, int number, Integer arrayLength) {
+            this.text = text;
+            this.number = number;
+            this.arrayLength = arrayLength;
+        }
+
+        private Object of(Class<?> type) {
+            if (type == String.class) {
+                return text;
+            } else if (type == int.class) {
+                return number;
+            } else if (type == long.class) {
+                return (long) number;
+            } else if (type == boolean.class) {
+                return false;
+            } else if (type == Object.class) {
+                return text;
+            } else if (type.isArray()) {
+                return arrayLength == null ? null : array(type.getComponentType());
+            }
+            throw new AssertionError("no argument of " + type);
+        }
+
+        private Object array(Class<?> element) {
+            Object array = java.lang.reflect.Array.newInstance(element, arrayLength);
+            if (element == Object.class && arrayLength > 0) {
+                ((Object[]) array)[0] = this == HUGE ? new Object[0] : text;
+            }
+            return array;
+        }
+    }
+}

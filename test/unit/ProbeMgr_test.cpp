@@ -1,0 +1,340 @@
+#include "ProbeMgr.h"
+
+#include "FakeVm.h"
+#include "ProbeContextPersister.h"
+#include "PropertyMgr.h"
+#include "RecordedJvmti.h"
+#include "RecordedLog.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+extern "C" {
+JNIEXPORT jboolean JNICALL Java_com_zykora_probe_ProbeController_setModLevel(JNIEnv *, jclass, jint);
+JNIEXPORT jint JNICALL Java_com_zykora_probe_ProbeController_getMonitoringLevel(JNIEnv *, jclass);
+JNIEXPORT jboolean JNICALL Java_com_zykora_probe_ProbeController_isNativeProbeEnabled(JNIEnv *, jclass);
+}
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+namespace {
+
+namespace fs = std::filesystem;
+
+bool setModLevel(int level) {
+    return Java_com_zykora_probe_ProbeController_setModLevel(nullptr, nullptr, level) == JNI_TRUE;
+}
+int monitoringLevel() {
+    return Java_com_zykora_probe_ProbeController_getMonitoringLevel(nullptr, nullptr);
+}
+
+// Level 0, no flag set, gate closed, no context; with `keepContext` a context in a directory of its own.
+class Levels : public testing::Test {
+protected:
+    Levels() { reset(); }
+    ~Levels() override {
+        reset();
+        delete contextPersister;
+        contextPersister = nullptr;
+        if (!root.empty()) {
+            fs::remove_all(root);
+        }
+    }
+    static void reset() {
+        probeLevel = 0;
+        probeLevelIsDefault = false;
+        suppressL3Collection = false;
+        suppressGCEventCollection = false;
+        probeDisabled = true;
+    }
+    void keepContext(const std::string &content) {
+        std::string name = (fs::temp_directory_path() / "am-context-XXXXXX").string();
+        root = mkdtemp(name.data());
+        fs::create_directories(root / "home/etc");
+        fs::create_directories(root / "runtime");
+        std::ofstream(root / "home/etc/am.mod") << content << "\n";
+        contextPersister = new ProbeContextPersister((root / "home").c_str(), (root / "runtime").c_str());
+        ASSERT_TRUE(contextPersister->ctx_direct(ProbeContextPersister::CTX_READ));
+    }
+    std::string saved() const {
+        std::string line;
+        for (const auto &entry : fs::recursive_directory_iterator(root / "runtime")) {
+            if (entry.path().filename() == "am.mod") {
+                std::getline(std::ifstream(entry.path()) >> std::ws, line);
+            }
+        }
+        return line;
+    }
+
+    fs::path root;
+};
+
+TEST_F(Levels, Conversions) {
+    struct Case {
+        uint32_t given, probe, monitoring;
+    };
+    const Case cases[] = {{0, 0, 0},       {1, 1, 1001},    {2, 2, 1002}, {3, 3, 1003},
+                          {4, 0, 0},       {999, 0, 0},     {1000, 0, 0}, {1001, 1, 1001},
+                          {1002, 2, 1002}, {1003, 3, 1003}, {1004, 0, 0}, {0xFFFFFFFF, 0, 0}};
+    for (const Case &c : cases) {
+        EXPECT_EQ(c.probe, ProbeMgr::convertMonitoringLevelToProbeLevel(c.given)) << c.given;
+        EXPECT_EQ(c.monitoring, ProbeMgr::convertProbeLevelToMonitoringLevel(c.given)) << c.given;
+    }
+}
+
+TEST_F(Levels, Transitions) {
+    const uint32_t expected[4][5] = {
+        {0, 1, 2, 3, 0}, {0, 11, 12, 13, 0}, {0, 21, 22, 23, 0}, {0, 31, 32, 33, 0}};
+    for (uint32_t current = 0; current < 4; ++current) {
+        for (uint32_t next = 0; next < 5; ++next) {
+            probeLevel = current;
+            EXPECT_EQ(expected[current][next], ProbeMgr::getProbeLevelTransitionType(next));
+        }
+    }
+    EXPECT_EQ(0U, ProbeMgr::getProbeLevelTransitionType(1003));
+}
+
+TEST_F(Levels, JavaChangesThemOnlyWhileTheProbeRuns) {
+    EXPECT_EQ(0, monitoringLevel());
+    for (const int level : {1, 3, 1002}) {
+        EXPECT_FALSE(setModLevel(level));
+    }
+    EXPECT_EQ(0, monitoringLevel());
+    EXPECT_EQ(JNI_FALSE, Java_com_zykora_probe_ProbeController_isNativeProbeEnabled(nullptr, nullptr));
+    probeDisabled = false;
+    EXPECT_EQ(JNI_TRUE, Java_com_zykora_probe_ProbeController_isNativeProbeEnabled(nullptr, nullptr));
+    EXPECT_TRUE(setModLevel(1003));
+    EXPECT_EQ(1003, monitoringLevel());
+    EXPECT_FALSE(setModLevel(3)); // the same
+    for (const int invalid : {4, 0, -1, 1004, 1000}) {
+        EXPECT_FALSE(setModLevel(invalid));
+        EXPECT_EQ(1003, monitoringLevel());
+    }
+    EXPECT_TRUE(setModLevel(1));
+    EXPECT_EQ(1001, monitoringLevel());
+}
+
+// The method trace is never switched by a change of level.
+TEST_F(Levels, AreSavedAndTold) {
+    keepContext("1");
+    probeLevel = 1;
+    const RecordedLog log(LGK_DEBUG_MIN);
+    EXPECT_TRUE(ProbeMgr::updateProbeLevelContext(1003));
+    EXPECT_EQ("3", saved());
+    EXPECT_TRUE(ProbeMgr::updateProbeLevelContext(2));
+    EXPECT_EQ("2", saved());
+    EXPECT_FALSE(ProbeMgr::updateProbeLevelContext(1002));
+    EXPECT_FALSE(ProbeMgr::updateProbeLevelContext(7));
+    EXPECT_EQ("2", saved());
+    for (const char *line :
+         {"Native probe level changed from (1) to (3)", "Native probe level changed from (3) to (2)",
+          "Current Native probe level is same as new level (2)",
+          "Invalid Native probe level (7). Keeping current MOD level (2)"}) {
+        EXPECT_TRUE(log.has(line)) << line;
+    }
+    for (const std::string &text : log.texts()) {
+        EXPECT_EQ(std::string::npos, text.find("method events")) << text;
+    }
+}
+
+TEST_F(Levels, FlagsAreSavedOnAChange) {
+    keepContext("1");
+    const RecordedLog log(LGK_DEBUG_MIN);
+    struct Case {
+        bool (*update)(bool);
+        const Relaxed<bool> &flag;
+        char letter;
+        const char *changed, *unchanged;
+    };
+    const Case cases[] = {
+        {ProbeMgr::updateProbeLevelIsDefaultContext, probeLevelIsDefault, 'D',
+         "Native MOD DefaultLevelCondition changed from (0) to (1)",
+         "Current Native Default Level Condition is same as new level"},
+        {ProbeMgr::updateSuppressL3CollectionContext, suppressL3Collection, 'S',
+         "Native MOD Suppress L3 Collection changed from (0) to (1)",
+         "Current Native Suppress L3 Collection is same as new level"},
+        {ProbeMgr::updateSuppressGCEventCollectionContext, suppressGCEventCollection, 'R',
+         "Native MOD Suppress GC Event Collection changed from (0) to (1)",
+         "Current Native Suppress GC Event Collection is same as new level"},
+    };
+    for (const Case &c : cases) {
+        EXPECT_FALSE(c.update(false));
+        EXPECT_TRUE(log.has(c.unchanged));
+        EXPECT_TRUE(c.update(true));
+        EXPECT_TRUE(log.has(c.changed));
+        EXPECT_TRUE(c.flag);
+        EXPECT_NE(std::string::npos, saved().find(c.letter)) << saved();
+        EXPECT_FALSE(c.update(true));
+        EXPECT_TRUE(c.update(false));
+        EXPECT_EQ(std::string::npos, saved().find(c.letter)) << saved();
+    }
+}
+
+TEST_F(Levels, ContextGoesInAndOut) {
+    EXPECT_EQ(nullptr, ProbeMgr::initProbeContext());
+    EXPECT_EQ(nullptr, ProbeMgr::synchInProbeContext());
+    const int32_t ids[] = {9, 1, 2, 0, 3, 4};
+    const int32_t values[] = {1, 1002, 5, 1, -1, 0};
+    EXPECT_FALSE(ProbeMgr::synchOutProbeContext(ids, values, 6));
+
+    keepContext("3S");
+    const auto taken = [](int32_t *elements) {
+        const std::vector<int32_t> result(elements, elements + 4);
+        delete[] elements;
+        return result;
+    };
+    EXPECT_THAT(taken(ProbeMgr::initProbeContext()), ElementsAre(3, 0, 1, 0));
+    EXPECT_EQ(0U, probeLevel); // only read
+    EXPECT_THAT(taken(ProbeMgr::synchInProbeContext()), ElementsAre(3, 0, 1, 0));
+    EXPECT_EQ(3U, probeLevel);
+    EXPECT_TRUE(suppressL3Collection);
+
+    EXPECT_TRUE(ProbeMgr::synchOutProbeContext(ids, values, 6));
+    EXPECT_EQ(2U, probeLevel);
+    EXPECT_TRUE(probeLevelIsDefault);
+    EXPECT_TRUE(suppressL3Collection);
+    EXPECT_FALSE(suppressGCEventCollection);
+    EXPECT_EQ("2DS", saved());
+    // Unknown ids are skipped, and the file is written all the same.
+    fs::remove_all(root / "runtime");
+    fs::create_directories(root / "runtime");
+    EXPECT_TRUE(ProbeMgr::synchOutProbeContext(ids, values, 1));
+    EXPECT_EQ("2DS", saved());
+    EXPECT_FALSE(ProbeMgr::synchOutProbeContext(nullptr, values, 1));
+    EXPECT_FALSE(ProbeMgr::synchOutProbeContext(ids, nullptr, 1));
+    EXPECT_FALSE(ProbeMgr::synchOutProbeContext(ids, values, 0));
+    EXPECT_FALSE(ProbeMgr::synchOutProbeContext(ids, values, -3));
+}
+
+TEST_F(Levels, MethodTraceTellsWhyItIsNotSwitched) {
+    const auto reason = [] {
+        const RecordedLog log(LGK_DEBUG_MIN);
+        ProbeMgr::turnMethodTrace(true);
+        return log.texts();
+    };
+    EXPECT_THAT(reason(), ElementsAre("L3 collection skipped. No longer handled by native probe"));
+    suppressL3Collection = true;
+    EXPECT_THAT(reason(), ElementsAre("L3 collection suppressed. Not enabling method events"));
+    new PropertyMgr;
+    propertyMgr->putInternalProp("internal.disableL3", "yes");
+    EXPECT_THAT(reason(), ElementsAre("L3 disabled. Not enabling method events"));
+    PropertyMgr::destroy();
+}
+
+TEST(ServerFactsOfJava, AreCut) {
+    const ProbeMgr manager;
+    const ServerFacts old = serverFacts;
+    manager.setAppServerVersion(nullptr);
+    manager.setAppServerVersion("");
+    EXPECT_STREQ("0.0.0", serverFacts.appServerVersion);
+    manager.setAppServerVersion(std::string(200, '9').c_str());
+    EXPECT_EQ(std::string(99, '9'), serverFacts.appServerVersion);
+    manager.setComponentId(std::string(300, 'c').c_str());
+    EXPECT_EQ(std::string(255, 'c'), serverFacts.componentId);
+    serverFacts = old;
+}
+
+// ---------------------------------------------------------------- event interface
+
+jint answers[2] = {};
+std::vector<jint> asked;
+void *interfaceGiven = nullptr;
+
+jint JNICALL giveInterface(JavaVM *, void **out, jint version) {
+    asked.push_back(version);
+    const jint answer = answers[version == 0x10000002 ? 0 : 1];
+    if (answer >= 0) {
+        *out = interfaceGiven;
+    }
+    return answer;
+}
+
+class EventInterface : public testing::Test {
+protected:
+    EventInterface() {
+        asked.clear();
+        interfaceGiven = &vm.wrapper;
+        table.GetEnv = giveInterface;
+        jvmpi = nullptr;
+        eventInterface = nullptr;
+    }
+    ~EventInterface() override {
+        ProbeMgr::onLoadInitialize(nullptr, nullptr);
+        jvmpi = nullptr;
+        unsetenv("am.use.jvmpi.v1");
+    }
+
+    FakeVm vm;
+    JNIInvokeInterface_ table{};
+    JavaVM machine{&table};
+};
+
+TEST_F(EventInterface, IsAskedForInTwoVersions) {
+    struct Case {
+        jint newer, older;
+        bool oldOnly;
+        std::vector<jint> asked;
+        bool good;
+        std::vector<int> messages;
+    };
+    const Case cases[] = {{0, -1, false, {0x10000002}, true, {1016}},
+                          {-1, 0, false, {0x10000002, 0x10000001}, true, {1015, 1016}},
+                          {-3, -3, false, {0x10000002, 0x10000001}, false, {1015, 1015}},
+                          {0, 0, true, {0x10000001}, true, {1016}},
+                          {0, -1, true, {0x10000001}, false, {1015}}};
+    for (const Case &c : cases) {
+        asked.clear();
+        jvmpi = nullptr;
+        eventInterface = nullptr;
+        answers[0] = c.newer;
+        answers[1] = c.older;
+        if (c.oldOnly) {
+            setenv("am.use.jvmpi.v1", "", 1);
+        }
+        ProbeMgr::onLoadInitialize(&machine, "");
+        const RecordedLog log(LGK_INFO);
+        testing::internal::CaptureStdout();
+        EXPECT_EQ(c.good, ProbeMgr::initializeJVMPI());
+        EXPECT_EQ(c.good ? "" : "ProbeMgr::initializeJVMPI() Failed during interface initialization\n",
+                  testing::internal::GetCapturedStdout());
+        EXPECT_EQ(c.asked, asked);
+        EXPECT_EQ(c.messages, log.numbers());
+        EXPECT_EQ(c.good ? &vm.wrapper : nullptr, jvmpi.get());
+        EXPECT_EQ(jvmpi.get(), eventInterface.get());
+        if (c.good) {
+            EXPECT_TRUE(ProbeMgr::initializeJVMPI());
+            EXPECT_EQ(c.asked, asked); // not asked again
+        }
+    }
+}
+
+TEST_F(EventInterface, NoJvmCountsAsSuccessAndEnablesNothing) {
+    const RecordedJvmti recorded;
+    ProbeMgr::onLoadInitialize(nullptr, "");
+    EXPECT_TRUE(ProbeMgr::initializeJVMPI());
+    EXPECT_EQ(nullptr, jvmpi.get());
+    ProbeMgr::enableClassLoadHook();
+    ProbeMgr::enableJVMInitDone();
+    EXPECT_THAT(RecordedJvmti::switches, IsEmpty());
+}
+
+TEST_F(EventInterface, EnablesTheClassHookAndFillsTheSlot) {
+    const RecordedJvmti recorded;
+    answers[0] = 0;
+    ProbeMgr::onLoadInitialize(&machine, "");
+    ProbeMgr::enableJVMInitDone();
+    EXPECT_THAT(RecordedJvmti::switches, IsEmpty());
+    ProbeMgr::enableClassLoadHook();
+    EXPECT_THAT(RecordedJvmti::switches,
+                ElementsAre(RecordedJvmti::Switch(JVMTI_ENABLE, JVMTI_EVENT_CLASS_FILE_LOAD_HOOK)));
+    ASSERT_NE(nullptr, vm.wrapper.notifyEvent);
+    vm.wrapper.notifyEvent(nullptr);
+}
+
+} // namespace

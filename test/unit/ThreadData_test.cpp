@@ -1,0 +1,123 @@
+#include "pump_test_support.h"
+
+#include <gtest/gtest.h>
+
+using namespace pump_test;
+
+namespace {
+
+constexpr int LIMIT = 5000;
+
+class ThreadDataTest : public ::testing::Test {
+protected:
+    ThreadDataTest() { fixAppendLimit(); }
+    ~ThreadDataTest() override { td.isAlive = false; }
+
+    void fill(int count) {
+        for (int i = 0; i < count; ++i) {
+            ASSERT_TRUE(td.appendEvent(new SQLEvent(Event::SUB_START)));
+        }
+    }
+    bool appendSql() { return td.appendEvent(new SQLEvent(Event::SUB_END)); }
+    Event *pop() { return td.eventQueue->removeFirst(); }
+
+    FakeVm vm;
+    LogRecorder log;
+    ThreadData td{fakeEnv(1)};
+};
+
+} // namespace
+
+TEST_F(ThreadDataTest, RefusesAtTheLimitAndMarksTheGapOnce) {
+    fill(LIMIT - 1);
+    EXPECT_TRUE(appendSql());
+    for (int refusal = 1; refusal <= 3; ++refusal) {
+        EXPECT_FALSE(appendSql());
+        EXPECT_EQ(refusal, td.droppedAtAppend);
+        EXPECT_EQ(LIMIT + 1, td.queueSize()) << "one marker, behind the last event";
+    }
+    int position = 0;
+    while (Event *evt = pop()) {
+        ++position;
+        if (evt->type == Event::TYPE_DROPPED) {
+            const DroppedEvent *marker = static_cast<DroppedEvent *>(evt);
+            EXPECT_EQ(LIMIT + 1, position);
+            EXPECT_EQ(Event::SUB_ALONE, marker->subType);
+            EXPECT_EQ(0u, marker->threadId);
+            EXPECT_EQ(0, marker->otherStarts + marker->otherEnds + marker->sqlStarts + marker->sqlEnds +
+                             marker->methodStarts + marker->methodEnds);
+        }
+        delete evt;
+    }
+}
+
+TEST_F(ThreadDataTest, WhatTheReceiverNeedsMayExceedTheLimit) {
+    fill(LIMIT);
+    const std::vector<Event *> needed = {new ClassEvent(Event::SUB_CLASS_LOAD), new SamplingEvent,
+                                         new DroppedEvent, new PortalMethodConstantEvent};
+    for (Event *evt : needed) {
+        EXPECT_TRUE(td.appendEvent(evt)) << evt->type;
+    }
+    EXPECT_EQ(LIMIT + 4, td.queueSize());
+    EXPECT_EQ(0, td.droppedAtAppend);
+    EXPECT_FALSE(td.droppedMarkerSent) << "nothing was refused";
+}
+
+TEST_F(ThreadDataTest, ANewOverflowGetsANewMarker) {
+    fill(LIMIT);
+    EXPECT_FALSE(appendSql());
+    delete pop();
+    EXPECT_FALSE(appendSql()) << "the marker takes the place";
+    EXPECT_TRUE(td.droppedMarkerSent);
+    delete pop();
+    EXPECT_TRUE(appendSql());
+    EXPECT_FALSE(td.droppedMarkerSent);
+    EXPECT_FALSE(appendSql());
+    EXPECT_TRUE(td.droppedMarkerSent);
+    EXPECT_EQ(LIMIT + 1, td.queueSize());
+}
+
+TEST_F(ThreadDataTest, AccountsTellWhatIsQueued) {
+    std::vector<Event *> events = {new ClassEvent(Event::SUB_CLASS_LOAD), new MethodEvent(Event::SUB_START),
+                                   new SQLEvent(Event::SUB_START), new HttpEvent(Event::SUB_START)};
+    uint32_t bytes = 0;
+    for (Event *evt : events) {
+        evt->size = static_cast<int16_t>(evt->size + 1000);
+        bytes += static_cast<uint32_t>(evt->size);
+    }
+    const uint32_t classBytes = static_cast<uint32_t>(events[0]->size + events[1]->size);
+    for (Event *evt : events) {
+        td.appendEvent(evt);
+    }
+    EXPECT_EQ(classBytes, td.bytesAddedClassMethod);
+    EXPECT_EQ(bytes - classBytes, td.bytesAddedOther);
+    EXPECT_EQ(bytes, td.bytesQueued());
+    while (Event *evt = pop()) {
+        td.addToConsumed(*evt);
+        delete evt;
+    }
+    EXPECT_EQ(classBytes, td.bytesConsumedClassMethod);
+    EXPECT_EQ(0u, td.bytesQueued());
+}
+
+TEST_F(ThreadDataTest, AnEndedThreadTakesNothingMore) {
+    fill(2);
+    td.requestDepth = 3;
+    td.inFlightBuffer1 = strdup("begun");
+    td.deleteInFlightData();
+    EXPECT_EQ(0, td.requestDepth);
+    td.resetOnThreadEnd();
+    EXPECT_FALSE(td.acceptsEvents());
+    EXPECT_FALSE(td.appendEvent(new SQLEvent(Event::SUB_START)));
+    EXPECT_EQ(2, td.queueSize()) << "what was queued before stays, to be sent";
+    EXPECT_FALSE(td.appendEvent(nullptr));
+    EXPECT_EQ(1, log.lines("Append Event Thread is dead: %d, EvtType: %d Evt SubType: %d TID: %d"));
+}
+
+TEST_F(ThreadDataTest, CpuTimeNeverRunsBackwards) {
+    const long long given[] = {5, 3, 5, 9, 0, -1, 10};
+    const long long shown[] = {5, 5, 5, 9, 9, 9, 10};
+    for (int i = 0; i < 7; ++i) {
+        EXPECT_EQ(shown[i], td.monotonicCpuTime(given[i]));
+    }
+}

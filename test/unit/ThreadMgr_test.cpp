@@ -1,0 +1,233 @@
+#include "pump_test_support.h"
+
+#include <gtest/gtest.h>
+
+using namespace pump_test;
+
+extern "C" {
+JNIEXPORT jint JNICALL Java_com_zykora_probe_ThreadManager_getNativeThreadStatus(JNIEnv *, jclass, jint);
+JNIEXPORT void JNICALL Java_com_zykora_probe_ThreadManager_setThreadStatus(JNIEnv *, jclass, jint, jint);
+}
+
+namespace {
+
+jint statusOf(uint32_t threadId) {
+    return Java_com_zykora_probe_ThreadManager_getNativeThreadStatus(nullptr, nullptr,
+                                                                     static_cast<jint>(threadId));
+}
+
+void setStatus(uint32_t threadId, jint status) {
+    Java_com_zykora_probe_ThreadManager_setThreadStatus(nullptr, nullptr, static_cast<jint>(threadId),
+                                                        status);
+}
+
+// Lists what it is given, as an event agent does, and destroys what has ended.
+class RecordingTaker : public ThreadTaker {
+public:
+    bool canTakeThreads() override { return ready; }
+    bool manageThreadData(ThreadData *thr) override {
+        const std::lock_guard<std::mutex> guard(mutex);
+        if (takes) {
+            listed.push_back(thr);
+        }
+        return takes;
+    }
+    void destroyEnded() {
+        const std::lock_guard<std::mutex> guard(mutex);
+        listed.erase(std::remove_if(listed.begin(), listed.end(),
+                                    [](ThreadData *thr) {
+                                        return !thr->acceptsEvents() &&
+                                               threadMgr.get()->deleteThreadData(thr);
+                                    }),
+                     listed.end());
+    }
+    size_t count() {
+        const std::lock_guard<std::mutex> guard(mutex);
+        return listed.size();
+    }
+
+    std::atomic<bool> ready{true};
+    std::atomic<bool> takes{true};
+
+private:
+    std::mutex mutex;
+    std::vector<ThreadData *> listed;
+};
+
+class ThreadMgrTest : public ::testing::Test {
+protected:
+    ThreadMgrTest() {
+        ThreadMgr::create();
+        ThreadMgr::setThreadTaker(&taker);
+        threads()->start();
+    }
+    ~ThreadMgrTest() override {
+        taker.destroyEnded();
+        threads()->stop();
+        ThreadMgr::setThreadTaker(nullptr);
+    }
+
+    static ThreadMgr *threads() { return threadMgr; }
+    ThreadData *get(int number) { return threads()->getThreadData(fakeEnv(number)); }
+
+    FakeVm vm;
+    LogRecorder log;
+    RecordingTaker taker;
+};
+
+} // namespace
+
+TEST_F(ThreadMgrTest, GivesNothingUntilEverythingIsThere) {
+    EXPECT_EQ(nullptr, threads()->getThreadData(nullptr));
+    EXPECT_EQ(nullptr, threads()->findThreadData(fakeEnv(1))) << "finding makes nothing";
+    taker.ready = false;
+    EXPECT_EQ(nullptr, get(1));
+    taker.ready = true;
+    taker.takes = false;
+    EXPECT_EQ(nullptr, get(1));
+    EXPECT_EQ(0, threads()->getThreadCount()) << "a thread that nobody drains leaves no trace";
+    ThreadMgr::setThreadTaker(nullptr);
+    EXPECT_EQ(nullptr, get(1));
+    ThreadMgr::setThreadTaker(&taker);
+    taker.takes = true;
+    threads()->stop();
+    EXPECT_EQ(nullptr, get(1));
+    threads()->start();
+    ThreadData *td = get(1);
+    ASSERT_NE(nullptr, td);
+    EXPECT_EQ(1u, taker.count());
+    EXPECT_EQ(0, log.lines("Thread being deleted even before it died TID: %d"));
+}
+
+TEST_F(ThreadMgrTest, EachThreadHasOneRecordAndANumberOfItsOwn) {
+    std::map<uint32_t, JNIEnv *> seen;
+    for (int round = 0; round < 2; ++round) {
+        for (int i = 1; i <= 300; ++i) {
+            ThreadData *td = get(i);
+            ASSERT_NE(nullptr, td);
+            EXPECT_EQ(fakeEnv(i), td->envId);
+            EXPECT_EQ(td, get(i));
+            EXPECT_EQ(td->threadId, threads()->getThreadId(fakeEnv(i)));
+            EXPECT_EQ(fakeEnv(i), threads()->getEnv(td->threadId));
+            seen[td->threadId] = fakeEnv(i);
+        }
+    }
+    EXPECT_EQ(300u, seen.size());
+    EXPECT_EQ(300, threads()->getThreadCount());
+    EXPECT_EQ(300u, taker.count());
+}
+
+// The JVM gives the environment of an ended thread to a new one: no old answer may come back.
+TEST_F(ThreadMgrTest, AnEndedThreadIsForgottenByEveryThread) {
+    ThreadData *first = get(7);
+    first->appendEvent(new SQLEvent(Event::SUB_START));
+    const uint32_t firstId = first->threadId;
+    std::thread([&] { first->resetOnThreadEnd(); }).join();
+    EXPECT_EQ(nullptr, threads()->findThreadData(fakeEnv(7)));
+    EXPECT_EQ(nullptr, threads()->getEnv(firstId));
+    ThreadData *second = get(7);
+    ASSERT_NE(nullptr, second);
+    EXPECT_NE(first, second);
+    EXPECT_EQ(1, first->queueSize());
+    EXPECT_TRUE(second->acceptsEvents());
+    threads()->stop(); // destroys the second; the first is its agent's
+    threads()->start();
+    ThreadData *third = get(7);
+    ASSERT_NE(nullptr, third);
+    EXPECT_EQ(0, third->queueSize());
+    EXPECT_EQ(1, threads()->getThreadCount());
+    EXPECT_FALSE(threads()->updateOnThreadEnd(fakeEnv(8)));
+    EXPECT_EQ(1, log.lines("[%.90s (%.90s@%d)] %.90s \n")) << "no number to erase";
+}
+
+TEST_F(ThreadMgrTest, TheSpecialQueueIsOnePerEnvironmentAndNotHandedOut) {
+    ThreadData *special = threads()->createSpecialEventQueue(fakeEnv(3));
+    ASSERT_NE(nullptr, special);
+    EXPECT_EQ(special, threads()->createSpecialEventQueue(fakeEnv(3)));
+    EXPECT_EQ(special, get(3));
+    EXPECT_EQ(fakeEnv(3), threads()->getEnv(special->threadId));
+    EXPECT_EQ(0u, taker.count());
+    EXPECT_EQ(nullptr, threads()->createSpecialEventQueue(nullptr));
+}
+
+TEST_F(ThreadMgrTest, FindsByNamesExactly) {
+    char group[] = "main";
+    char worker[] = "worker-1";
+    char other[] = "worker-12";
+    ThreadData *named = get(1);
+    ThreadData *halfNamed = get(2);
+    get(3);
+    named->threadName = strdup(worker);
+    named->groupName = strdup(group);
+    halfNamed->threadName = strdup(other);
+    EXPECT_EQ(named, threads()->getThreadData(group, worker));
+    EXPECT_EQ(nullptr, threads()->getThreadData(group, other));
+    EXPECT_EQ(nullptr, threads()->getThreadData(worker, group));
+    EXPECT_EQ(nullptr, threads()->getThreadData(nullptr, worker));
+    EXPECT_EQ(nullptr, threads()->getThreadData(group, static_cast<char *>(nullptr)));
+}
+
+TEST_F(ThreadMgrTest, StatusFollowsWhatJavaSaysAndTheThreadsEnd) {
+    ThreadData *td = get(1);
+    const uint32_t id = td->threadId;
+    const struct {
+        jint set;
+        jint shown;
+    } steps[] = {{0x8000, 0x8000}, {1, 0x8000}, {0x2000, 0}, {0x8000, 0x8000}, {5, 5}, {0x2000, 5}};
+    EXPECT_EQ(0, statusOf(id));
+    for (const auto &step : steps) {
+        setStatus(id, step.set);
+        EXPECT_EQ(step.shown, statusOf(id)) << step.set;
+    }
+    EXPECT_TRUE(td->acceptsEvents()) << "only told so, the thread lives";
+    td->resetOnThreadEnd();
+    EXPECT_EQ(0, statusOf(id)) << "the number is gone with the thread";
+    setStatus(id, 5);
+}
+
+// Threads come, work and go in a crowd; ended ones are destroyed while others look at all of them.
+TEST_F(ThreadMgrTest, HoldsUnderACrowdThatComesAndGoes) {
+    constexpr int WORKERS = 6;
+    constexpr int LIVES = 60;
+    std::atomic<bool> done{false};
+    std::thread destroyer([&] {
+        while (!done) {
+            taker.destroyEnded();
+        }
+    });
+    std::thread observer([&] {
+        char name[] = "somebody";
+        while (!done) {
+            EXPECT_EQ(nullptr, threads()->getThreadData(name, name));
+            EXPECT_GE(WORKERS, threads()->getThreadCount());
+            for (int i = 0; i < WORKERS; ++i) {
+                const jint status = statusOf(threads()->getThreadId(fakeEnv(100 + i)));
+                EXPECT_TRUE(status == 0 || status == 5);
+            }
+        }
+    });
+    std::vector<std::thread> workers;
+    for (int i = 0; i < WORKERS; ++i) {
+        workers.emplace_back([&, i] {
+            for (int life = 0; life < LIVES; ++life) {
+                ThreadData *td = get(100 + i);
+                ASSERT_NE(nullptr, td);
+                for (int n = 0; n < 20; ++n) {
+                    ASSERT_EQ(td, get(100 + i));
+                    EXPECT_TRUE(td->appendEvent(new SQLEvent(Event::SUB_START)));
+                }
+                td->requestDepth = life;
+                td->resetOnThreadEnd();
+            }
+        });
+    }
+    for (std::thread &worker : workers) {
+        worker.join();
+    }
+    done = true;
+    destroyer.join();
+    observer.join();
+    taker.destroyEnded();
+    EXPECT_EQ(0u, taker.count());
+    EXPECT_EQ(0, threads()->getThreadCount());
+}

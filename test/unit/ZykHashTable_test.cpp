@@ -1,0 +1,244 @@
+#include "ZykHashTable.h"
+
+#include "FakeVm.h"
+#include "RecordedLog.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <map>
+#include <memory>
+#include <random>
+#include <string>
+#include <thread>
+#include <vector>
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+namespace {
+
+using PointerTable = ZykHashTable<void *, void *>;
+using NumberTable = ZykHashTable<uint32_t, uint32_t>;
+using TextTable = ZykHashTable<const char *, const char *>;
+
+void *pointer(uintptr_t value) {
+    return reinterpret_cast<void *>(value);
+}
+
+// A snapshot up to its terminating 0.
+template <typename T>
+std::vector<T> drained(T *snapshot) {
+    std::vector<T> result;
+    for (const T *at = snapshot; *at != T(); ++at) {
+        result.push_back(*at);
+    }
+    delete[] snapshot;
+    return result;
+}
+
+TEST(ZykHashTable, BucketCounts) {
+    const std::map<int, uint32_t> expected = {
+        {-1, 2},  {0, 2},   {1, 2},       {2, 3},       {10, 11},     {11, 13},     {15, 17},
+        {21, 23}, {64, 67}, {1257, 1259}, {1258, 1259}, {1259, 1259}, {1260, 1260}, {5000, 5000}};
+    for (const auto &[requested, buckets] : expected) {
+        EXPECT_EQ(buckets, static_cast<uint32_t>(nextPrime(requested))) << requested;
+    }
+    EXPECT_EQ(67U, PointerTable(64, false, false).bucketCount());
+}
+
+// Every step of the prime table, against the definition of a prime.
+TEST(ZykHashTable, EveryPrimeIsThere) {
+    const auto isPrime = [](int n) {
+        for (int i = 2; i * i <= n; ++i) {
+            if (n % i == 0) {
+                return false;
+            }
+        }
+        return n > 1;
+    };
+    for (int n = 0; n < 1259; ++n) {
+        int wanted = n + 1;
+        while (!isPrime(wanted)) {
+            ++wanted;
+        }
+        ASSERT_EQ(wanted, nextPrime(n));
+    }
+}
+
+TEST(ZykHashTable, TextHash) {
+    EXPECT_EQ(0U, hashString(""));
+    EXPECT_EQ(0x61U, hashString("a"));
+    EXPECT_EQ(0x672U, hashString("ab"));
+    // -23, folded: above 0x7F characters count as negative numbers.
+    EXPECT_EQ(0x0FFFFF19U, hashString("\xE9"));
+    // Longer texts overflow into the top four bits, which are folded back and cleared.
+    EXPECT_EQ(0x08888F01U, hashString("qqqqqqqq"));
+    EXPECT_EQ(0x08EA4A3DU, hashString("com.zykora.probe.ProbeSystem"));
+}
+
+TEST(ZykHashTable, PutReplacesAndCounts) {
+    NumberTable table(10, false, false);
+    EXPECT_TRUE(table.put(8, 1));
+    EXPECT_TRUE(table.put(8, 2));
+    EXPECT_EQ(1, table.entryCount());
+    EXPECT_EQ(2U, table.get(8));
+    EXPECT_THAT(drained(table.keys()), ElementsAre(8));
+    EXPECT_TRUE(table.put(16, 0));
+    EXPECT_EQ(0U, table.get(16)); // as if absent
+    EXPECT_TRUE(table.contains(16));
+    EXPECT_EQ(0U, table.get(24));
+    EXPECT_FALSE(table.contains(24));
+    EXPECT_FALSE(table.remove(24));
+    table.clear();
+    EXPECT_EQ(0, table.entryCount());
+    EXPECT_FALSE(table.contains(8));
+    EXPECT_THAT(drained(table.keys()), IsEmpty());
+    EXPECT_THAT(drained(table.values()), IsEmpty());
+}
+
+// Keys that share a bucket: 11 buckets, and the low three bits do not count.
+TEST(ZykHashTable, ChainsAreNewestFirstAndLoseAnyOfTheirEntries) {
+    const std::vector<uintptr_t> keys = {8, 8 * 12, 8 * 23, 8 * 34};
+    for (const uintptr_t removed : keys) {
+        PointerTable table(10, false, false);
+        std::vector<void *> expected;
+        for (const uintptr_t key : keys) {
+            table.put(pointer(key), pointer(key + 1));
+            if (key != removed) {
+                expected.insert(expected.begin(), pointer(key + 1));
+            }
+        }
+        EXPECT_TRUE(table.remove(pointer(removed)));
+        EXPECT_FALSE(table.remove(pointer(removed)));
+        EXPECT_EQ(expected, drained(table.values()));
+        EXPECT_EQ(3, table.entryCount());
+    }
+    PointerTable table(10, false, false);
+    table.put(pointer(16), pointer(2));
+    table.put(pointer(8 * 12), pointer(1));
+    table.put(pointer(9), pointer(9)); // the same bucket as 8 and 8 * 12, but a key of its own
+    EXPECT_THAT(drained(table.values()), ElementsAre(pointer(9), pointer(1), pointer(2)));
+}
+
+TEST(ZykHashTable, NullKeysAreLoggedNoOps) {
+    NumberTable table(10, false, false);
+    table.put(8, 1);
+    const RecordedLog log(LGK_DEBUG_MIN);
+    EXPECT_FALSE(table.put(0, 5));
+    EXPECT_EQ(0U, table.get(0));
+    EXPECT_FALSE(table.contains(0));
+    EXPECT_FALSE(table.remove(0));
+    EXPECT_EQ(1, table.entryCount());
+    EXPECT_THAT(log.texts(), ElementsAre("Inserting NULL Key into Hashtable, so ignoring",
+                                         "trying to get with NULL Key, so ignoring",
+                                         "checking contains with NULL Key, so ignoring",
+                                         "trying to remove with NULL Key, so ignoring"));
+    const RecordedLog silent(LGK_INFO);
+    TextTable texts(21, true, false);
+    EXPECT_FALSE(texts.put(nullptr, "x"));
+    EXPECT_EQ(nullptr, texts.get(nullptr));
+    EXPECT_THAT(silent.texts(), IsEmpty());
+}
+
+TEST(ZykHashTable, TextKeysAreComparedByContentAndNotCopied) {
+    TextTable table(21, true, false);
+    const std::string key = "a.key";
+    const std::string sameKey = "a.key";
+    table.put(key.c_str(), "one");
+    EXPECT_STREQ("one", table.get(sameKey.c_str()));
+    table.put(sameKey.c_str(), "two");
+    EXPECT_EQ(1, table.entryCount());
+    EXPECT_EQ(key.c_str(), drained(table.keys()).front()); // the first pointer stays
+    EXPECT_TRUE(table.put("", "empty"));                   // an empty text is no null key
+    const char nothing[4] = "";
+    EXPECT_STREQ("empty", table.get(nothing));
+
+    TextTable byPointer(21, false, false);
+    byPointer.put(key.c_str(), "one");
+    EXPECT_EQ(nullptr, byPointer.get(sameKey.c_str()));
+}
+
+TEST(ZykHashTable, NarrowAndNegativeKeys) {
+    ZykHashTable<int8_t, const char *> table(15, false, true);
+    for (int key = -128; key < 128; ++key) {
+        EXPECT_EQ(key != 0, table.put(static_cast<int8_t>(key), "name"));
+    }
+    EXPECT_EQ(255, table.entryCount());
+    EXPECT_STREQ("name", table.get(-1));
+    const RecordedLog log;
+    ZykHashTable<int8_t, const char *> wrongKind(15, true, false);
+    wrongKind.put(3, "x");
+    EXPECT_TRUE(log.has("Using strcmp for NON Char * data"));
+}
+
+TEST(ZykHashTable, WorksBeforeTheInterfaceAndAfterwards) {
+    JVMPIWrapper *old = eventInterface;
+    eventInterface = nullptr;
+    auto table = std::make_unique<PointerTable>(64, false, true);
+    EXPECT_TRUE(table->put(pointer(8), pointer(1)));
+    eventInterface = old;
+    const FakeVm vm;
+    const int before = vm.monitorsAlive();
+    table->prepareLocks();
+    EXPECT_EQ(before + 67, vm.monitorsAlive());
+    EXPECT_EQ(pointer(1), table->get(pointer(8)));
+    table.reset();
+    EXPECT_EQ(before, vm.monitorsAlive());
+}
+
+// Each thread owns its keys, which share buckets with those of the others; a reader takes snapshots
+// meanwhile.
+TEST(ZykHashTable, ManyThreads) {
+    constexpr int THREADS = 4;
+    constexpr int KEYS = 40;
+    constexpr int STEPS = 4000;
+    const FakeVm vm;
+    PointerTable table(64, false, true);
+    table.prepareLocks();
+    std::atomic<bool> done{false};
+    std::map<void *, void *> kept[THREADS];
+    const auto work = [&](int number) {
+        std::mt19937 random(static_cast<unsigned>(number));
+        std::map<void *, void *> &own = kept[number];
+        for (int step = 0; step < STEPS; ++step) {
+            void *key = pointer(8U * (1 + random() % KEYS * THREADS + static_cast<unsigned>(number)));
+            void *value = pointer(1 + random() % 1000);
+            switch (random() % 3) {
+            case 0:
+                table.put(key, value);
+                own[key] = value;
+                break;
+            case 1:
+                ASSERT_EQ(own.erase(key) == 1, table.remove(key));
+                break;
+            default:
+                ASSERT_EQ(own.count(key) != 0 ? own[key] : nullptr, table.get(key));
+            }
+        }
+    };
+    std::thread reader([&] {
+        while (!done) {
+            for (const void *value : drained(table.values())) {
+                ASSERT_LE(value, pointer(1000));
+            }
+        }
+    });
+    std::vector<std::thread> writers;
+    for (int i = 0; i < THREADS; ++i) {
+        writers.emplace_back(work, i);
+    }
+    for (std::thread &writer : writers) {
+        writer.join();
+    }
+    done = true;
+    reader.join();
+    for (const auto &own : kept) {
+        for (const auto &[key, value] : own) {
+            EXPECT_EQ(value, table.get(key));
+        }
+    }
+}
+
+} // namespace

@@ -1,0 +1,196 @@
+#include "ZykList.h"
+
+#include "FakeVm.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <memory>
+#include <thread>
+#include <vector>
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+namespace {
+
+using List = ZykList<int *>;
+int items[10000];
+
+std::vector<int> contentOf(const List &list) {
+    std::vector<int> result;
+    List::Iterator iterator(list);
+    while (const int *item = iterator.next()) {
+        result.push_back(static_cast<int>(item - items));
+    }
+    return result;
+}
+
+void fill(List &list, std::initializer_list<int> numbers) {
+    for (const int number : numbers) {
+        list.append(&items[number]);
+    }
+}
+
+// The list goes on working at both ends: head, tail and count belong together.
+void expectUsable(List &list, std::vector<int> content) {
+    EXPECT_EQ(static_cast<int32_t>(content.size()), list.size());
+    EXPECT_EQ(content, contentOf(list));
+    list.append(&items[90]);
+    list.prepend(&items[80]);
+    content.push_back(90);
+    content.insert(content.begin(), 80);
+    EXPECT_EQ(content, contentOf(list));
+}
+
+TEST(ZykList, QueuesAtBothEnds) {
+    List list(false);
+    EXPECT_FALSE(list.append(nullptr));
+    EXPECT_EQ(nullptr, list.removeFirst());
+    list.prepend(&items[1]); // the first node is the tail, too
+    fill(list, {2, 3});
+    EXPECT_EQ(&items[1], list.removeFirst());
+    list.prepend(&items[1]);
+    EXPECT_THAT(contentOf(list), ElementsAre(1, 2, 3));
+    while (list.removeFirst() != nullptr) {
+    }
+    expectUsable(list, {});
+    list.clear();
+    expectUsable(list, {});
+}
+
+TEST(ZykList, RemovesOneValueAnywhere) {
+    const std::vector<std::pair<int, std::vector<int>>> cases = {
+        {1, {2, 3, 2}}, {2, {1, 3, 2}}, {3, {1, 2, 2}}, {4, {1, 2, 3, 2}}};
+    for (const auto &[removed, rest] : cases) {
+        List list(false);
+        fill(list, {1, 2, 3, 2});
+        EXPECT_EQ(rest.size() == 3, list.remove(&items[removed])) << removed;
+        expectUsable(list, rest);
+    }
+    List tail(false);
+    fill(tail, {1, 2});
+    EXPECT_TRUE(tail.remove(&items[2]));
+    expectUsable(tail, {1});
+    List only(false);
+    fill(only, {1});
+    EXPECT_TRUE(only.remove(&items[1]));
+    expectUsable(only, {});
+}
+
+TEST(ZykList, PrependsAWholeList) {
+    struct Case {
+        std::initializer_list<int> own, other;
+        std::vector<int> result;
+    };
+    const Case cases[] = {{{}, {}, {}}, {{1, 2}, {}, {1, 2}}, {{}, {3, 4}, {3, 4}}, {{1}, {3, 4}, {3, 4, 1}}};
+    for (const Case &c : cases) {
+        List list(false);
+        List other(false);
+        fill(list, c.own);
+        fill(other, c.other);
+        list.prependAll(nullptr);
+        list.prependAll(&other);
+        expectUsable(list, c.result);
+        expectUsable(other, {});
+    }
+}
+
+TEST(ZykList, CutsFromTheFront) {
+    struct Case {
+        int most;
+        std::vector<int> rest, moved;
+    };
+    const Case cases[] = {{0, {1, 2, 3}, {9}},
+                          {-1, {1, 2, 3}, {9}},
+                          {2, {3}, {9, 1, 2}},
+                          {3, {}, {9, 1, 2, 3}},
+                          {8, {}, {9, 1, 2, 3}}};
+    for (const Case &c : cases) {
+        List list(true);
+        List other(false);
+        fill(list, {1, 2, 3});
+        fill(other, {9});
+        EXPECT_EQ(static_cast<int32_t>(c.moved.size()) - 1, list.cutFirst(c.most, other)) << c.most;
+        expectUsable(list, c.rest);
+        expectUsable(other, c.moved);
+    }
+    List empty(true);
+    List other(false);
+    EXPECT_EQ(0, empty.cutFirst(5, other));
+    expectUsable(other, {});
+}
+
+TEST(ZykList, OwnsItsLockAndMakesItOnFirstUse) {
+    JVMPIWrapper *old = eventInterface;
+    eventInterface = nullptr;
+    auto list = std::make_unique<List>(true);
+    fill(*list, {1});
+    eventInterface = old;
+    const FakeVm vm;
+    const int before = vm.monitorsAlive();
+    list->prepareLock();
+    EXPECT_EQ(before + 1, vm.monitorsAlive());
+    EXPECT_EQ(&items[1], list->removeFirst());
+    list.reset();
+    EXPECT_EQ(before, vm.monitorsAlive());
+}
+
+// Two threads append, one takes single items, one takes bundles and puts some back, one looks on: each item
+// comes out once.
+TEST(ZykList, ManyThreads) {
+    constexpr int PER_PRODUCER = 5000;
+    const FakeVm vm;
+    List list(true);
+    list.prepareLock();
+    std::atomic<int> producing{2};
+    std::atomic<int> seen[2 * PER_PRODUCER] = {};
+    const auto produce = [&](int first) {
+        for (int i = first; i < first + PER_PRODUCER; ++i) {
+            list.append(&items[i]);
+        }
+        --producing;
+    };
+    const auto count = [&](const int *item) { ++seen[item - items]; };
+    const auto takeSingly = [&] {
+        for (int *item = nullptr; (item = list.removeFirst()) != nullptr || producing > 0;) {
+            if (item != nullptr) {
+                count(item);
+            }
+        }
+    };
+    const auto takeBundles = [&] {
+        List bundle(false);
+        while (list.cutFirst(7, bundle) > 0 || producing > 0) {
+            if (bundle.size() > 3) {
+                count(bundle.removeFirst());
+                list.prependAll(&bundle);
+            }
+            while (const int *item = bundle.removeFirst()) {
+                count(item);
+            }
+        }
+    };
+    const auto lookOn = [&] {
+        while (producing > 0) {
+            list.forEachSnapshot([](const int *item) { ASSERT_NE(nullptr, item); });
+        }
+    };
+    std::vector<std::thread> threads;
+    threads.emplace_back(produce, 0);
+    threads.emplace_back(produce, PER_PRODUCER);
+    threads.emplace_back(takeSingly);
+    threads.emplace_back(takeBundles);
+    threads.emplace_back(lookOn);
+    for (std::thread &thread : threads) {
+        thread.join();
+    }
+    takeSingly();
+    EXPECT_EQ(0, list.size());
+    for (int i = 0; i < 2 * PER_PRODUCER; ++i) {
+        ASSERT_EQ(1, seen[i]) << i;
+    }
+}
+
+} // namespace

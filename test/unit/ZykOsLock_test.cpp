@@ -1,0 +1,60 @@
+#include "ZykOsLock.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <thread>
+#include <vector>
+
+namespace {
+
+TEST(ZykOsLock, WithoutAMutexAnswersAtOnce) {
+    ZykOsLock lock(false);
+    EXPECT_FALSE(lock.lock());
+    EXPECT_FALSE(lock.unlock());
+    EXPECT_TRUE(lock.ensureCreated());
+    EXPECT_TRUE(lock.lock());
+    EXPECT_TRUE(lock.unlock());
+}
+
+TEST(ZykOsLock, IsReentrantAndExcludesOthers) {
+    ZykOsLock lock;
+    std::atomic<bool> inside{false};
+    EXPECT_TRUE(lock.lock());
+    EXPECT_TRUE(lock.lock());
+    std::thread other([&] {
+        lock.lock();
+        inside = true;
+        lock.unlock();
+    });
+    EXPECT_TRUE(lock.unlock());
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    EXPECT_FALSE(inside);
+    EXPECT_TRUE(lock.unlock());
+    other.join();
+    EXPECT_TRUE(inside);
+}
+
+TEST(ZykOsLock, ThreadsRaceForTheFirstUse) {
+    for (int round = 0; round < 200; ++round) {
+        ZykOsLock lock(false);
+        int shared = 0;
+        std::vector<std::thread> threads;
+        for (int t = 0; t < 4; ++t) {
+            threads.emplace_back([&] {
+                for (int i = 0; i < 25; ++i) {
+                    lock.ensureCreated();
+                    lock.lock();
+                    ++shared;
+                    lock.unlock();
+                }
+            });
+        }
+        for (std::thread &thread : threads) {
+            thread.join();
+        }
+        ASSERT_EQ(100, shared);
+    }
+}
+
+} // namespace

@@ -1,0 +1,332 @@
+// What the pump's tests share: JNI environments without a JVM, all managers over a real socket, a way to hold
+// the leader between two passes, and a walker over the packets that arrived.
+#pragma once
+
+#include "Event.h"
+#include "EvtAgentMgr.h"
+#include "MemoryMonitor.h"
+#include "ProbeState.h"
+#include "ThreadData.h"
+#include "ThreadMgr.h"
+#include "net_test_support.h"
+
+#include <condition_variable>
+#include <cstring>
+#include <optional>
+
+namespace pump_test {
+
+using namespace net_test;
+
+// One thread's environment. Finds every class unless `classesMissing`, and counts what is called through it.
+class FakeJni {
+public:
+    JNIEnv *get() { return &env; }
+
+    static inline std::atomic<bool> classesMissing{false};
+    static inline std::atomic<int> calls{0};
+
+private:
+    static jclass JNICALL findClass(JNIEnv *, const char *) {
+        pending = classesMissing;
+        return pending ? nullptr : reinterpret_cast<jclass>(&calls);
+    }
+    static const JNINativeInterface_ *table() {
+        static const JNINativeInterface_ functions = [] {
+            JNINativeInterface_ made{};
+            made.FindClass = findClass;
+            made.ExceptionCheck = [](JNIEnv *) -> jboolean { return pending; };
+            made.ExceptionClear = [](JNIEnv *) { pending = false; };
+            made.ExceptionDescribe = [](JNIEnv *) { ADD_FAILURE() << "an exception was described"; };
+            made.DeleteLocalRef = [](JNIEnv *, jobject) {};
+            made.GetStaticMethodID = [](JNIEnv *, jclass, const char *, const char *) {
+                return reinterpret_cast<jmethodID>(&calls);
+            };
+            made.CallStaticVoidMethodV = [](JNIEnv *, jclass, jmethodID, va_list) { ++calls; };
+            return made;
+        }();
+        return &functions;
+    }
+
+    static inline thread_local bool pending = false;
+    JNIEnv env{table()};
+};
+
+// Stands in for the network's figures, which the leader asks for once a pass: there it can be held.
+class PassStepper : public AgentPool {
+public:
+    void hold() {
+        const std::lock_guard<std::mutex> guard(mutex);
+        holding = true;
+    }
+    void awaitArrival() {
+        std::unique_lock<std::mutex> guard(mutex);
+        changed.wait(guard, [this] { return waiting; });
+    }
+    // Lets the held leader go on to its next arrival, `times` over.
+    void step(int times = 1) {
+        for (int i = 0; i < times; ++i) {
+            awaitArrival();
+            std::unique_lock<std::mutex> guard(mutex);
+            const int before = arrivals;
+            admitted = true;
+            changed.notify_all();
+            changed.wait(guard, [&] { return arrivals != before; });
+        }
+    }
+    void release() {
+        const std::lock_guard<std::mutex> guard(mutex);
+        holding = false;
+        changed.notify_all();
+    }
+
+    int32_t getTotalDataSize() override {
+        std::unique_lock<std::mutex> guard(mutex);
+        ++arrivals;
+        waiting = true;
+        changed.notify_all();
+        changed.wait(guard, [this] { return admitted || !holding; });
+        admitted = false;
+        waiting = false;
+        return 0;
+    }
+    int32_t getSleepTime() override { return 0; }
+    bool setSleepTime(long) override { return true; }
+    bool setThreadPriority(JNIEnv *, int) override { return true; }
+
+private:
+    std::mutex mutex;
+    std::condition_variable changed;
+    bool holding = false;
+    bool waiting = false;
+    bool admitted = false;
+    int arrivals = 0;
+};
+
+// ---------------------------------------------------------------- what arrived
+
+struct Received {
+    int type;
+    uint32_t threadId = 0;
+    std::string text;
+    std::vector<uint32_t> counters;
+};
+
+// Walks a stream strictly by its packets. `whole` tells whether it ended at the end of a packet.
+class Walker {
+public:
+    explicit Walker(const std::string &stream) : bytes(stream), at(0) {
+        while (at < bytes.size() && readPacket()) {
+        }
+    }
+
+    std::vector<Received> records; // of all packets that are whole, alive messages left out
+    bool whole = true;
+
+private:
+    bool readPacket() {
+        const size_t kept = records.size();
+        if (number(1) != 0) {
+            return fail("no packet header", kept);
+        }
+        const uint32_t count = number(4);
+        if (!endOfRecord()) {
+            return fail("no end of header", kept);
+        }
+        for (uint32_t i = 0; i < count; ++i) {
+            if (!readRecord()) {
+                return fail("bad record", kept);
+            }
+        }
+        return true;
+    }
+
+    bool readRecord() {
+        Received record{static_cast<int>(number(1)), 0, {}, {}};
+        switch (record.type) {
+        case 9:
+        case 10: // SQL
+            record.threadId = number(4);
+            skip(1 + 4 + 4 + 8 + 1);
+            if (record.type == 9) {
+                text();
+                record.text = text();
+            }
+            break;
+        case 11: // drops
+            record.threadId = number(4);
+            for (int i = 0; i < 6; ++i) {
+                record.counters.push_back(number(4));
+            }
+            break;
+        case 39: // sampling
+            skip(4 * 4 + 1);
+            break;
+        case 44: // status
+            record.text = text();
+            break;
+        default:
+            if (!cut) {
+                ADD_FAILURE() << "record of type " << record.type << " at " << at;
+            }
+            return false;
+        }
+        if (record.type != 44 || !record.text.empty()) {
+            records.push_back(record);
+        }
+        return endOfRecord();
+    }
+
+    // A stream may be read while it grows: a cut packet is only not whole.
+    bool fail(const char *what, size_t kept) {
+        EXPECT_TRUE(cut) << what << " before " << at;
+        records.resize(kept);
+        whole = false;
+        return false;
+    }
+    uint32_t number(int width) {
+        uint32_t value = 0;
+        for (int i = 0; i < width; ++i) {
+            value = value << 8 | (have(1) ? static_cast<unsigned char>(bytes[at++]) : 0);
+        }
+        return value;
+    }
+    std::string text() {
+        const uint32_t length = number(2);
+        const std::string value = have(length) ? bytes.substr(at, length) : std::string();
+        skip(length);
+        return value;
+    }
+    void skip(size_t count) { at += have(count) ? count : 0; }
+    bool endOfRecord() { return number(2) == 0x7F7F; }
+    bool have(size_t count) {
+        cut = cut || at + count > bytes.size();
+        return !cut;
+    }
+
+    const std::string bytes;
+    size_t at;
+    bool cut = false;
+};
+
+// ---------------------------------------------------------------- the fixture
+
+inline SQLEvent *sqlStart(const ThreadData *td, const std::string &text) {
+    SQLEvent *evt = new SQLEvent(Event::SUB_START);
+    evt->threadId = td->threadId;
+    evt->sql = strdup(text.c_str());
+    return evt;
+}
+
+// The limit that appending knows is read once in a process: here, before a test changes the property.
+inline void fixAppendLimit() {
+    ThreadData td(nullptr);
+    td.appendEvent(new SQLEvent(Event::SUB_START));
+    td.isAlive = false;
+}
+
+// All managers in the order of the agent's start, each agent on a thread of its own.
+class PumpTest : public NetworkTest {
+protected:
+    PumpTest() {
+        fixAppendLimit();
+        FakeJni::classesMissing = false;
+        FakeJni::calls = 0;
+        properties.set("networkagent.publish.frequency", "1");
+        properties.set("networkagent.ps.reconnect.frequency", "0");
+        properties.set("networkagent.buffer.limit", "100000");
+        properties.set("internal.probe.publishing.frequency", "1");
+        properties.set("dc.turbomode.enabled", "false");
+    }
+    ~PumpTest() override {
+        stop();
+        delete evtAgentMgr.get();
+        MemoryMonitor::destroy();
+        resendSamplingRatesHook = nullptr;
+        probeDisabled = true;
+        eventAgentReady = false;
+        networkAgentReady = false;
+    }
+
+    // `agents` of the pool get a thread; -1 is all of them.
+    void start(int agents = -1) {
+        MemoryMonitor::create();
+        memoryMonitor.get()->start();
+        NetworkTest::start();
+        MemoryMonitor::setNetworkPool(&stepper);
+        EvtAgentMgr::create()->start();
+        ThreadMgr::create();
+        threadMgr.get()->start();
+        running = true;
+        if (server.has_value()) {
+            answerWith(server->port());
+        }
+        for (int id = 0; id < (agents < 0 ? pump()->getPoolSize() : agents); ++id) {
+            runAgent(id);
+        }
+    }
+    void runAgent(int id) {
+        threads.emplace_back([id] {
+            FakeJni jni;
+            evtAgentMgr.get()->startEvtAgent(jni.get(), id);
+        });
+    }
+    void startAndWait() {
+        start();
+        ASSERT_TRUE(eventually([this] { return pump()->canTakeThreads(); }));
+    }
+    void stop() {
+        stepper.release();
+        if (running) {
+            running = false;
+            NetworkTest::stop();
+            evtAgentMgr.get()->stop();
+            threadMgr.get()->stop();
+            memoryMonitor.get()->stop();
+        }
+        for (std::thread &thread : threads) {
+            thread.join();
+        }
+        threads.clear();
+    }
+
+    static EvtAgentMgr *pump() { return evtAgentMgr; }
+    static ThreadData *threadOf(FakeJni &jni) { return threadMgr.get()->getThreadData(jni.get()); }
+    static void endThread(FakeJni &jni) {
+        ThreadData *data = threadMgr.get()->findThreadData(jni.get());
+        if (data != nullptr) {
+            data->resetOnThreadEnd();
+        }
+    }
+
+    // All records of all connections; the streams are walked strictly.
+    std::vector<Received> received(bool wantWhole = false) {
+        std::vector<Received> all;
+        for (size_t i = 0; i < server->count(); ++i) {
+            Walker walker(afterInitialBlock(server->bytes(i)));
+            EXPECT_TRUE(walker.whole || !wantWhole);
+            all.insert(all.end(), walker.records.begin(), walker.records.end());
+        }
+        return all;
+    }
+    std::vector<std::string> receivedTexts() {
+        std::vector<std::string> texts;
+        for (const Received &record : received()) {
+            texts.push_back(record.text);
+        }
+        return texts;
+    }
+    bool receivesText(const std::string &text) {
+        return eventually([&] {
+            const std::vector<std::string> texts = receivedTexts();
+            return std::find(texts.begin(), texts.end(), text) != texts.end();
+        });
+    }
+
+    PassStepper stepper;
+    std::optional<PeerServer> server;
+    bool running = false;
+    std::vector<std::thread> threads;
+};
+
+} // namespace pump_test
