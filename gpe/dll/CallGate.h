@@ -1,5 +1,6 @@
 // Lets calls into an object that has a start and a stop: while the gate is open callers pass, and whoever
-// closes it can tell when the last of them has left. Any thread. Nobody waits in here.
+// closes it can tell when the last of them has left. A gate that outlives its object guards the deletion too.
+// Any thread. Nobody waits in here.
 #pragma once
 
 #include <atomic>

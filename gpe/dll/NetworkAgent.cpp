@@ -83,15 +83,18 @@ bool NetworkAgent::sendData(const char *data, const int size) {
     if (data == nullptr || size < 0) {
         return true;
     }
-    NetworkAgentData *buffer = new NetworkAgentData(data, size);
+    std::unique_ptr<NetworkAgentData> buffer = NetworkAgentData::copyOf(data, size);
+    if (buffer == nullptr) {
+        return false;
+    }
     // Counted before it can be seen: the thread may send and settle it at once, and a settling that comes
     // ahead of the count would leave the account too high for good.
     addQueuedBytes(size);
-    if (dataQueue_.append(buffer)) {
+    if (dataQueue_.append(buffer.get())) {
+        buffer.release();
         return true;
     }
     addQueuedBytes(-size);
-    delete buffer;
     AM_TRACE(naTracer, LGK_DEBUG_MID, "NetworkAgent::sendData( const char* data, const int size )",
              "Queue full detected");
     return false;
@@ -123,7 +126,7 @@ void NetworkAgent::flushDataQueue() {
 
 void NetworkAgent::stopThread() {
     AM_TRACE_SCOPE(naTracer, LGK_DEBUG_MIN, "NetworkAgent::stopThread()");
-    AM_TRACE(naTracer, LGK_DEBUG_MIN, "NetworkAgent::stopThread()", "Network Agent Thread being stopped");
+    traceInfo("Network Agent Thread being stopped");
     requestStop();
     while (started_) {
         requestStop(); // again in each round: the thread may just have entered and raised the flag

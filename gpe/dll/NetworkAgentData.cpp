@@ -4,6 +4,7 @@
 
 #include <cstring>
 #include <new>
+#include <utility>
 
 NetworkAgentData::NetworkAgentData(const char *bytes, int32_t length)
     : NamedObject("NetworkAgentData"), size(length) {
@@ -21,3 +22,8 @@ NetworkAgentData::NetworkAgentData(const char *bytes, int32_t length)
 }
 
 NetworkAgentData::~NetworkAgentData() = default;
+
+std::unique_ptr<NetworkAgentData> NetworkAgentData::copyOf(const char *bytes, int32_t length) {
+    std::unique_ptr<NetworkAgentData> copy(new (std::nothrow) NetworkAgentData(bytes, length));
+    return copy != nullptr && copy->getData() != nullptr ? std::move(copy) : nullptr;
+}

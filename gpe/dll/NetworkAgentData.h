@@ -12,6 +12,8 @@ public:
     // Copies `length` bytes. When memory is out the object keeps its size and has no data.
     NetworkAgentData(const char *bytes, int32_t length);
     ~NetworkAgentData() override;
+    // Null, with nothing left behind, when there is no memory for the copy.
+    static std::unique_ptr<NetworkAgentData> copyOf(const char *bytes, int32_t length);
 
     int32_t getSize() const { return size; }
     const char *getData() const { return data.get(); } // null if nothing could be copied

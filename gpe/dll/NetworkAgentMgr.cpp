@@ -1,5 +1,6 @@
 #include "NetworkAgentMgr.h"
 
+#include "CallGate.h"
 #include "NetworkAgent.h"
 #include "ProbeLgKit.h"
 #include "ProbeState.h"
@@ -16,10 +17,19 @@ Relaxed<NetworkAgentMgr *> networkAgentMgr(nullptr);
 namespace {
 
 constexpr int64_t STOP_POLL_MS = 1000;
-constexpr int VISITOR_POLL_MS = 1;
+constexpr int CALLS_POLL_MS = 1;
 constexpr int CLIENT_BUCKETS = 11;
+constexpr int32_t MAX_POOL_SIZE = 256; // a slip in the configuration must not cost a server its threads
 
 Relaxed<int32_t> nextAgentIndex(0);
+
+// Open from start to stop: whoever is let in finds the manager. It is no member, as callers may come while
+// the manager goes.
+CallGate gate;
+
+int32_t configuredPoolSize() {
+    return std::clamp(intProperty("networkagent.pool.size", 1), 0, MAX_POOL_SIZE);
+}
 
 void debugPointers(const char *signature, const char *format, ...) __attribute__((format(printf, 2, 3)));
 void debugPointers(const char *signature, const char *format, ...) {
@@ -35,31 +45,12 @@ void debugPointers(const char *signature, const char *format, ...) {
 
 } // namespace
 
-// A call that needs the agents to stay. It is admitted while the pool is open; `stop` waits for those inside.
-class NetworkAgentMgr::Visit {
-public:
-    explicit Visit(NetworkAgentMgr &visited) : mgr(visited) {
-        mgr.visitors += 1;
-        admitted = mgr.started_;
-    }
-    ~Visit() { mgr.visitors -= 1; }
-    Visit(const Visit &) = delete;
-    Visit &operator=(const Visit &) = delete;
-    explicit operator bool() const { return admitted; }
-
-private:
-    NetworkAgentMgr &mgr;
-    bool admitted;
-};
-
 NetworkAgentMgr::NetworkAgentMgr()
-    : NamedObject("NetworkAgentMgr"), poolSize_(intProperty("networkagent.pool.size", 1)),
-      slots(std::max(poolSize_, 0)), agents_(new NetworkAgent *[static_cast<size_t>(slots)]()),
-      clientMap_(CLIENT_BUCKETS, false, true),
+    : NamedObject("NetworkAgentMgr"), poolSize_(configuredPoolSize()),
+      agents_(new NetworkAgent *[static_cast<size_t>(poolSize_)]()), clientMap_(CLIENT_BUCKETS, false, true),
       statsTimer_(static_cast<uint32_t>(longProperty("log.statistics.frequency", 30000))) {}
 
 NetworkAgentMgr::~NetworkAgentMgr() {
-    stop();
     delete[] agents_;
 }
 
@@ -71,8 +62,12 @@ NetworkAgentMgr *NetworkAgentMgr::getInstance() {
 }
 
 void NetworkAgentMgr::destroy() {
-    delete networkAgentMgr.get();
-    networkAgentMgr = nullptr;
+    NetworkAgentMgr *mgr = networkAgentMgr;
+    if (mgr != nullptr) {
+        mgr->stop();
+        networkAgentMgr = nullptr;
+        delete mgr;
+    }
 }
 
 // ---------------------------------------------------------------- start and stop
@@ -80,37 +75,37 @@ void NetworkAgentMgr::destroy() {
 void NetworkAgentMgr::start() {
     AM_TRACE_SCOPE(naTracer, LGK_DEBUG_MIN, "NetworkAgentMgr::start()");
     createData();
-    started_ = true;
+    gate.open();
     MemoryMonitor::setNetworkPool(this);
     messageInfo(1066, "NetworkAgentManager started");
 }
 
 void NetworkAgentMgr::createData() {
-    for (int32_t id = 0; id < slots; ++id) {
+    for (int32_t id = 0; id < poolSize_; ++id) {
         if (agents_[id] == nullptr) {
             agents_[id] = new NetworkAgent(id);
         }
     }
-    defaultAgent_ = slots > 0 ? agents_[0] : nullptr;
+    defaultAgent_ = poolSize_ > 0 ? agents_[0] : nullptr;
 }
 
 void NetworkAgentMgr::stop() {
     AM_TRACE_SCOPE(naTracer, LGK_DEBUG_MIN, "NetworkAgentMgr::stop()");
-    started_ = false;
+    gate.close();
     MemoryMonitor::setNetworkPool(nullptr);
-    for (int32_t id = 0; id < slots; ++id) {
+    for (int32_t id = 0; id < poolSize_; ++id) {
         if (agents_[id] != nullptr) {
             agents_[id]->stopThread();
         }
     }
-    waitForVisitors();
+    waitForCallers();
     deleteAgents();
     messageInfo(1067, "NetworkAgentManager stopped");
 }
 
 // A thread may have been let in before the pool closed and have started its agent only after it was told to
 // stop: it is told again.
-void NetworkAgentMgr::waitForVisitors() {
+void NetworkAgentMgr::waitForCallers() {
     for (;;) {
         NetworkAgent *running = firstRunning();
         if (running != nullptr) {
@@ -118,8 +113,8 @@ void NetworkAgentMgr::waitForVisitors() {
                      "NetworkAgent ID: %d was alive, waiting for 1 secs", running->id());
             waitOnLocalLock(STOP_POLL_MS);
             running->stopThread();
-        } else if (visitors > 0) {
-            thread_sleep(VISITOR_POLL_MS);
+        } else if (!gate.isEmpty()) {
+            thread_sleep(CALLS_POLL_MS);
         } else {
             return;
         }
@@ -127,7 +122,7 @@ void NetworkAgentMgr::waitForVisitors() {
 }
 
 NetworkAgent *NetworkAgentMgr::firstRunning() const {
-    NetworkAgent **end = agents_ + slots;
+    NetworkAgent **end = agents_ + poolSize_;
     NetworkAgent **found = std::find_if(
         agents_, end, [](const NetworkAgent *agent) { return agent != nullptr && agent->started_; });
     return found != end ? *found : nullptr;
@@ -135,7 +130,7 @@ NetworkAgent *NetworkAgentMgr::firstRunning() const {
 
 // No thread is inside any more. A client may have queued a buffer after the agent's thread had flushed.
 void NetworkAgentMgr::deleteAgents() {
-    for (int32_t id = 0; id < slots; ++id) {
+    for (int32_t id = 0; id < poolSize_; ++id) {
         if (agents_[id] != nullptr) {
             agents_[id]->flushDataQueue();
             delete agents_[id];
@@ -148,35 +143,33 @@ void NetworkAgentMgr::deleteAgents() {
 
 // ---------------------------------------------------------------- threads of the agents
 
-void NetworkAgentMgr::startNetworkAgent(JNIEnv *env, int id) {
-    const Visit visit(*this);
-    if (!visit) {
-        return;
+int32_t NetworkAgentMgr::agentCount() {
+    const CallGate::Pass pass(gate);
+    return pass ? networkAgentMgr.get()->poolSize_ : configuredPoolSize();
+}
+
+// Logged for an id outside the pool, open or not.
+bool NetworkAgentMgr::isValid(int id) {
+    const int32_t count = agentCount();
+    if (id >= 0 && id < count) {
+        return true;
     }
-    NetworkAgent *agent = agentOf(id);
-    if (agent != nullptr) {
-        agent->runTCPagent(env);
+    traceInfo("Trying to start Network agent with improper ID: %d [0-%d]", id, count - 1);
+    return false;
+}
+
+void NetworkAgentMgr::startNetworkAgent(JNIEnv *env, int id) {
+    const CallGate::Pass pass(gate);
+    if (isValid(id) && pass) {
+        networkAgentMgr.get()->agents_[id]->runTCPagent(env);
     }
 }
 
 void NetworkAgentMgr::stopNetworkAgent(JNIEnv *, int id) {
-    const Visit visit(*this);
-    if (!visit) {
-        return;
+    const CallGate::Pass pass(gate);
+    if (isValid(id) && pass) {
+        networkAgentMgr.get()->agents_[id]->stopThread();
     }
-    NetworkAgent *agent = agentOf(id);
-    if (agent != nullptr) {
-        agent->stopThread();
-    }
-}
-
-NetworkAgent *NetworkAgentMgr::agentOf(int id) const {
-    if (id < 0 || id >= slots) {
-        AM_TRACE(naTracer, LGK_DEBUG_MID, "NetworkAgentMgr::startNetworkAgent( JNIEnv *env, int id )",
-                 "Trying to start Network agent with improper ID: %d [0-%d]", id, poolSize_ - 1);
-        return nullptr;
-    }
-    return agents_[id];
 }
 
 void NetworkAgentMgr::notifyNetworkAgentStatus(NetworkAgent *agent, bool status) {
@@ -188,9 +181,9 @@ void NetworkAgentMgr::notifyNetworkAgentStatus(NetworkAgent *agent, bool status)
 // ---------------------------------------------------------------- clients
 
 NetworkAgent *NetworkAgentMgr::getNextNetworkAgent() {
-    const int32_t last = std::min(nextAgentIndex.get(), slots - 1);
-    for (int32_t step = 1; step <= slots; ++step) {
-        const int32_t index = (last + step) % slots;
+    const int32_t last = std::min(nextAgentIndex.get(), poolSize_ - 1);
+    for (int32_t step = 1; step <= poolSize_; ++step) {
+        const int32_t index = (last + step) % poolSize_;
         if (agents_[index] != nullptr) {
             nextAgentIndex = index;
             return agents_[index];
@@ -226,8 +219,8 @@ NetworkAgent *NetworkAgentMgr::assignAgent(NetworkClient *client) {
 }
 
 bool NetworkAgentMgr::send(NetworkClient *client, const char *data, int size) {
-    const Visit visit(*this);
-    if (!visit) {
+    const CallGate::Pass pass(gate);
+    if (!pass) {
         return false;
     }
     NetworkAgent *agent = getNetworkAgent(client);
@@ -240,8 +233,8 @@ bool NetworkAgentMgr::send(NetworkClient *client, const char *data, int size) {
 }
 
 bool NetworkAgentMgr::isConnected(NetworkClient *client) {
-    const Visit visit(*this);
-    if (!visit) {
+    const CallGate::Pass pass(gate);
+    if (!pass) {
         return false;
     }
     const NetworkAgent *agent = getNetworkAgent(client);
@@ -265,7 +258,7 @@ void NetworkAgentMgr::notifyPSConnectStatus(NetworkAgent *, bool) {
     if (psDetailsNeeded_) {
         return;
     }
-    for (int32_t id = 0; id < slots; ++id) {
+    for (int32_t id = 0; id < poolSize_; ++id) {
         if (agents_[id] != nullptr) {
             agents_[id]->needAlive_ = true;
             if (agents_[id]->connected_) {
@@ -291,7 +284,7 @@ void NetworkAgentMgr::notifyConnectionListeners(NetworkAgent *) {
              "All NA sockets are down, requesting to resend class data to PS");
     traceInfo("Every NA sockets was down before,Requesting to resend class data to PS");
     callListener();
-    for (int32_t id = 0; id < slots; ++id) {
+    for (int32_t id = 0; id < poolSize_; ++id) {
         if (agents_[id] != nullptr) {
             agents_[id]->socketDown_ = false;
         }
@@ -306,34 +299,36 @@ void NetworkAgentMgr::callListener() const {
 }
 
 bool NetworkAgentMgr::allSocketsDown() const {
-    return std::none_of(agents_, agents_ + slots,
+    return std::none_of(agents_, agents_ + poolSize_,
                         [](const NetworkAgent *agent) { return agent != nullptr && !agent->socketDown_; });
 }
 
-void NetworkAgentMgr::setClassDataSent(bool sent) {
+bool NetworkAgentMgr::setClassDataSent(bool sent) {
     const ZykLockGuard guard(listenerLock_);
+    const bool before = classDataSent;
     classDataSent = sent;
+    return before;
 }
 
 // ---------------------------------------------------------------- the pool and the memory monitor
 
 int32_t NetworkAgentMgr::getTotalDataSize() {
-    const Visit visit(*this);
+    const CallGate::Pass pass(gate);
     int32_t total = 0;
-    for (int32_t id = 0; visit && id < slots; ++id) {
+    for (int32_t id = 0; pass && id < poolSize_; ++id) {
         total += agents_[id] != nullptr ? agents_[id]->bytesQueued() : 0;
     }
     return total;
 }
 
 int32_t NetworkAgentMgr::getSleepTime() {
-    const Visit visit(*this);
-    return visit && slots > 0 && agents_[0] != nullptr ? agents_[0]->sleepTime_.get() : 0;
+    const CallGate::Pass pass(gate);
+    return pass && poolSize_ > 0 && agents_[0] != nullptr ? agents_[0]->sleepTime_.get() : 0;
 }
 
 bool NetworkAgentMgr::setSleepTime(long time) {
-    const Visit visit(*this);
-    for (int32_t id = 0; visit && id < slots; ++id) {
+    const CallGate::Pass pass(gate);
+    for (int32_t id = 0; pass && id < poolSize_; ++id) {
         if (agents_[id] != nullptr) {
             agents_[id]->sleepTime_ = static_cast<int32_t>(time);
         }
@@ -351,7 +346,7 @@ void NetworkAgentMgr::logStatistics() {
     }
     int32_t buffers = 0;
     int32_t bytes = 0;
-    for (int32_t id = 0; id < slots; ++id) {
+    for (int32_t id = 0; id < poolSize_; ++id) {
         if (agents_[id] != nullptr) {
             const int32_t count = agents_[id]->queueCount();
             const int32_t size = agents_[id]->bytesQueued();
@@ -369,24 +364,18 @@ void NetworkAgentMgr::logStatistics() {
 
 #define AM_NETWORK_NATIVE(name) Java_com_qel_morvex_norak_dc_networkagent_NativeNetworkAgentImpl_##name
 
-// The number of agents, so of threads that the Java half shall start.
+// The number of agents, so of threads that the Java half shall start: 0 to 256.
 extern "C" JNIEXPORT jint JNICALL AM_NETWORK_NATIVE(getNetAgentCountNative)(JNIEnv *, jclass) {
-    return NetworkAgentMgr::getInstance()->poolSize();
+    return NetworkAgentMgr::agentCount();
 }
 
 // Runs the agent of that index on the calling thread; returns when it was stopped, or at once if the index
 // is outside the pool or the pool is closed.
 extern "C" JNIEXPORT void JNICALL AM_NETWORK_NATIVE(startThreadNative)(JNIEnv *env, jclass, jint id) {
-    NetworkAgentMgr *mgr = networkAgentMgr;
-    if (mgr != nullptr) {
-        mgr->startNetworkAgent(env, id);
-    }
+    NetworkAgentMgr::startNetworkAgent(env, id);
 }
 
 // Ends the agent of that index; returns when its thread has left `startThreadNative`.
 extern "C" JNIEXPORT void JNICALL AM_NETWORK_NATIVE(stopThreadNative)(JNIEnv *env, jclass, jint id) {
-    NetworkAgentMgr *mgr = networkAgentMgr;
-    if (mgr != nullptr) {
-        mgr->stopNetworkAgent(env, id);
-    }
+    NetworkAgentMgr::stopNetworkAgent(env, id);
 }

@@ -1,7 +1,7 @@
 // The pool of network agents: gives each client one agent for life, finds out where the Publish Server is,
 // and asks for the initial data again when every connection was lost. One instance, `networkAgentMgr`.
 // Clients may call at any time on any thread: outside of start and stop they are refused, and `stop` ends
-// no agent while a call is inside.
+// no agent while a call is inside. Static operations may be called with no instance, and while it goes.
 #pragma once
 
 #include "MemoryMonitor.h"
@@ -11,7 +11,6 @@
 #include "ZykHashTable.h"
 #include "ZykLock.h"
 
-#include <atomic>
 #include <cstdint>
 #include <jni.h>
 #include <memory>
@@ -45,7 +44,7 @@ struct PSDetails {
 class NetworkAgentMgr : public virtual NamedObject, public AgentPool {
 public:
     static NetworkAgentMgr *getInstance(); // made on first use, by one thread
-    static void destroy();
+    static void destroy();                 // stops it before
 
     void start();
     void createData();
@@ -53,8 +52,9 @@ public:
     void stop();
 
     // Run, and end, the agent of that id. `startNetworkAgent` returns when the agent has stopped.
-    void startNetworkAgent(JNIEnv *env, int id);
-    void stopNetworkAgent(JNIEnv *env, int id);
+    static void startNetworkAgent(JNIEnv *env, int id);
+    static void stopNetworkAgent(JNIEnv *env, int id);
+    static int32_t agentCount(); // of the open pool, else as configured
 
     NetworkAgent *getNextNetworkAgent(); // null with an empty pool
     NetworkAgent *getNetworkAgent(NetworkClient *client);
@@ -87,35 +87,28 @@ public:
 
     // Whether the class data went out once in the life of the process.
     bool isClassDataSent() const { return classDataSent; }
-    void setClassDataSent(bool sent);
+    bool setClassDataSent(bool sent); // gives what it was: of several callers one is the first
 
     int32_t poolSize() const { return poolSize_; }
 
 private:
-    class Visit;
-
     NetworkAgentMgr();
     ~NetworkAgentMgr() override;
 
-    NetworkAgent *agentOf(int id) const; // null, and logged, for an id outside the pool
+    static bool isValid(int id);
     NetworkAgent *assignAgent(NetworkClient *client);
     void callListener() const;
     NetworkAgent *firstRunning() const;
-    void waitForVisitors();
+    void waitForCallers();
     void deleteAgents();
     bool allSocketsDown() const;
     void askKernel(JNIEnv *env, int nCntLog);
     void readLookupResult(JNIEnv *env, jclass lookup);
 
-    const int32_t poolSize_;
-    const int32_t slots; // entries of `agents_`: none for a pool size below 0
-    NetworkAgent **agents_;
+    const int32_t poolSize_; // 0 and more
+    NetworkAgent **agents_;  // `poolSize_` long
     ZykHashTable<NetworkClient *, NetworkAgent *> clientMap_;
     Relaxed<NetworkAgentMgrConnInitListener *> connListener_{nullptr};
-    // A caller first counts itself in and then looks at `started_`; `stop` first clears it and then looks at
-    // the count. This needs the one total order that relaxed words do not give.
-    std::atomic<bool> started_{false};
-    std::atomic<int32_t> visitors{0};
     Relaxed<NetworkAgent *> defaultAgent_{nullptr};
     std::shared_ptr<const PSDetails> psDetails_; // only through std::atomic_load and std::atomic_store
     Relaxed<bool> psDetailsNeeded_{true};

@@ -1,5 +1,6 @@
 // The socket of a network agent. It is non-blocking underneath: every wait is made in short steps that look
-// at `alive_`, so that a stop is never held up by an unreachable or stalled server.
+// at `alive_`, so that a stop is never held up by an unreachable or stalled server. What fails because of a
+// stop fails in silence.
 
 #include "NetworkAgent.h"
 
@@ -20,8 +21,6 @@ namespace {
 
 constexpr int MAX_PORT = 99999; // keeps the service text at five digits
 constexpr int STOP_TEST_MS = 200;
-constexpr char CONNECT_SIGNATURE[] =
-    "NetworkAgent::connect2ps( const char *server_host_addr, int server_tcp_port, int buffsize )";
 
 // The system's words for an error number.
 class ErrorText {
@@ -70,7 +69,9 @@ private:
 } // namespace
 
 bool NetworkAgent::connect2ps(const char *server_host_addr, int server_tcp_port, int buffsize) {
-    AM_TRACE_SCOPE(naTracer, LGK_DEBUG_MID, CONNECT_SIGNATURE);
+    AM_TRACE_SCOPE(
+        naTracer, LGK_DEBUG_MID,
+        "NetworkAgent::connect2ps( const char *server_host_addr, int server_tcp_port, int buffsize )");
     errno = 0;
     const Resolved server(server_host_addr, std::min(server_tcp_port, MAX_PORT));
     if (server.first() == nullptr) {
@@ -83,9 +84,11 @@ bool NetworkAgent::connect2ps(const char *server_host_addr, int server_tcp_port,
     }
     if (!establish(*chosen)) {
         const int cause = errno;
-        messageError(1059, "socket connect() failure [%s:%d] Errno: %d", server_host_addr, server_tcp_port,
-                     cause);
-        traceError("Error Msg: %s at %s line %d", ErrorText(cause).text(), __FILE_NAME__, __LINE__);
+        if (alive_) {
+            messageError(1059, "socket connect() failure [%s:%d] Errno: %d", server_host_addr,
+                         server_tcp_port, cause);
+            traceError("Error Msg: %s at %s line %d", ErrorText(cause).text(), __FILE_NAME__, __LINE__);
+        }
         close(socket_);
         socket_ = -1;
         return false;
@@ -115,9 +118,8 @@ const addrinfo *NetworkAgent::chooseAddress(const addrinfo *list) {
 }
 
 bool NetworkAgent::openSocket(const addrinfo &address) {
-    AM_TRACE(naTracer, LGK_DEBUG_MID, CONNECT_SIGNATURE,
-             "NAID(%d): Connection Attempt for Family=%d, Socktype=%d, Protocol=%d", id_, address.ai_family,
-             address.ai_socktype, address.ai_protocol);
+    traceInfo("NAID(%d): Connection Attempt for Family=%d, Socktype=%d, Protocol=%d", id_, address.ai_family,
+              address.ai_socktype, address.ai_protocol);
     if (socket_ >= 0) {
         strandedSockets_.push_back(socket_);
     }
@@ -128,8 +130,7 @@ bool NetworkAgent::openSocket(const addrinfo &address) {
                    __LINE__);
         return false;
     }
-    AM_TRACE(naTracer, LGK_DEBUG_MID, CONNECT_SIGNATURE, "NAID(%d): Socket creation successful at %s line %d",
-             id_, __FILE_NAME__, __LINE__);
+    traceInfo("NAID(%d): Socket creation successful at %s line %d", id_, __FILE_NAME__, __LINE__);
     return true;
 }
 
@@ -142,17 +143,15 @@ bool NetworkAgent::bindLocal() {
         return true;
     }
     const addrinfo &address = *local.first();
-    AM_TRACE(naTracer, LGK_DEBUG_MID, CONNECT_SIGNATURE,
-             "Bind Attempt for Family=%d, Socktype=%d, Protocol=%d", address.ai_family, address.ai_socktype,
-             address.ai_protocol);
+    traceInfo("Bind Attempt for Family=%d, Socktype=%d, Protocol=%d", address.ai_family, address.ai_socktype,
+              address.ai_protocol);
     if (bind(socket_, address.ai_addr, address.ai_addrlen) != 0) {
         const int cause = errno;
         traceError("Socket bind() failure [%s:%d] Error: %s ErrorNO: %d", bindAddress_->c_str(), port,
                    ErrorText(cause).text(), cause);
         return false;
     }
-    AM_TRACE(naTracer, LGK_DEBUG_MID, CONNECT_SIGNATURE, "Socket bind successful [%s:%d]",
-             bindAddress_->c_str(), port);
+    traceInfo("Socket bind successful [%s:%d]", bindAddress_->c_str(), port);
     return true;
 }
 
@@ -241,7 +240,7 @@ void NetworkAgent::setSocketOptions(int32_t buffsize) {
 void NetworkAgent::setSocketOption(int option, const void *value, size_t size, const char *doneText,
                                    int figure, const char *failedText) {
     if (setsockopt(socket_, SOL_SOCKET, option, value, static_cast<socklen_t>(size)) == 0) {
-        AM_TRACE(naTracer, LGK_DEBUG_MID, CONNECT_SIGNATURE, doneText, figure);
+        traceInfo(doneText, figure);
     } else {
         traceError(failedText, ErrorText(errno).text());
     }
@@ -257,8 +256,7 @@ bool NetworkAgent::disconnect2ps() {
     }
     strandedSockets_.clear();
     if (closed) {
-        AM_TRACE(naTracer, LGK_DEBUG_MID, "NetworkAgent::disconnect2ps()",
-                 "NAID(%d): Successful in closing PS socket[%s:%d]", id_, psHost_.c_str(), psPort_);
+        traceInfo("NAID(%d): Successful in closing PS socket[%s:%d]", id_, psHost_.c_str(), psPort_);
     } else {
         traceError("NAID(%d): Error occured when closing PS socket[%s:%d], ERRNO: %s", id_, psHost_.c_str(),
                    psPort_, ErrorText(cause).text());
@@ -270,15 +268,20 @@ bool NetworkAgent::disconnect2ps() {
 long NetworkAgent::sendToRemoteHost(const char *ptr, const long nbytes) {
     AM_TRACE_SCOPE(naTracer, LGK_DEBUG_MAX,
                    "NetworkAgent::sendToRemoteHost( const char *ptr, const long nbytes )");
+    if (nbytes <= 0) {
+        return 0;
+    }
     long sent = 0;
     while (sent < nbytes) {
         const ssize_t step = send(socket_, ptr + sent, static_cast<size_t>(nbytes - sent), MSG_NOSIGNAL);
         if (step >= 0) {
             sent += step;
         } else if (errno != EINTR && !(errno == EAGAIN && waitForSocket(POLLOUT, socketTimeout_))) {
-            const int cause = errno;
-            messageError(1061, "Socket write to PS failed, [%s:%d], ERRNO: %s", psHost_.c_str(), psPort_,
-                         ErrorText(cause).text());
+            if (alive_) {
+                const int cause = errno;
+                messageError(1061, "Socket write to PS failed, [%s:%d], ERRNO: %s", psHost_.c_str(), psPort_,
+                             ErrorText(cause).text());
+            }
             return -1;
         }
     }

@@ -89,10 +89,15 @@ void NetworkAgent::sleepFor(int64_t ms) {
     }
 }
 
+// A write that a stop cut short is no loss to report, but its stream ends within a packet and is not gone on
+// with.
 void NetworkAgent::connectionLost() {
-    traceError("Write failed, looks like socket is down, retrying to connect to PS");
     connected_ = false;
     socketDown_ = true;
+    if (!alive_) {
+        return;
+    }
+    traceError("Write failed, looks like socket is down, retrying to connect to PS");
     networkAgentMgr.get()->notifyPSConnectStatus(this, false);
     networkAgentMgr.get()->notifyConnectionListeners(this);
 }
@@ -152,6 +157,9 @@ bool NetworkAgent::openStream(int &failures) {
     traceInfo("NAID(%d): PS Proxy details successfully obtained from Kernel, Host: %s Port: %d", id_,
               psHost_.c_str(), psPort_);
     if (!connect2ps(psHost_.c_str(), psPort_, sendBuffSize_)) {
+        if (!alive_) {
+            return true;
+        }
         messageError(1064, "Failed to connect to PS socket");
         traceError("Failed to connect to PS socket");
         reconnectPause();
@@ -159,7 +167,7 @@ bool NetworkAgent::openStream(int &failures) {
     }
     failures = 0;
     messageInfo(1063, "Successfully connected to PS socket");
-    if (sendInitRecords()) {
+    if (sendInitRecords() || !alive_) {
         return true;
     }
     traceInfo("NAID(%d): SendInitRecords was NOT successful, Check for memory.", id_);

@@ -88,14 +88,15 @@ bool NetworkAgent::sendInitRecords() {
     visitor.addInitRecord();
     visitor.addJ2EEInitRecord(env_);
     if (sendToRemoteHost(area.get(), written(visitor)) == -1) {
-        traceError("NAID(%d): Failed when sending Init Record to PS.", id_);
-        traceInfo("Failed when sending Init Record to PS, NAID: %d", id_);
+        if (alive_) {
+            traceError("NAID(%d): Failed when sending Init Record to PS.", id_);
+            traceInfo("Failed when sending Init Record to PS, NAID: %d", id_);
+        }
         return false;
     }
     traceInfo("NAID(%d): Sent Init records successfully to PS.", id_);
     AM_TRACE(naTracer, LGK_DEBUG_MID, "NetworkAgent::sendInitRecords()", "Sent Init records successfully");
-    if (!networkAgentMgr.get()->isClassDataSent()) {
-        networkAgentMgr.get()->setClassDataSent(true);
+    if (!networkAgentMgr.get()->setClassDataSent(true)) {
         sendClassEvents();
     }
     return true;
@@ -135,8 +136,11 @@ std::unique_ptr<NetworkAgentData> NetworkAgent::getPSAlivePacket() {
     visitor.addPacketHeaderRecord(1);
     PSStatusEvent status;
     status.addToBuffer(&visitor);
-    needAlive_ = false;
-    return std::make_unique<NetworkAgentData>(area.get(), written(visitor));
+    std::unique_ptr<NetworkAgentData> packet = NetworkAgentData::copyOf(area.get(), written(visitor));
+    if (packet != nullptr) {
+        needAlive_ = false;
+    }
+    return packet;
 }
 
 void NetworkAgent::traceBuffer(const NetworkAgentData &buffer) const {

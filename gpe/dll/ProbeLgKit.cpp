@@ -2,12 +2,14 @@
 
 #include "cmdline.h"
 
+#include <array>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <dlfcn.h>
+#include <iterator>
 #include <string>
 
 Relaxed<LgkObject *> msgLogger(nullptr);
@@ -55,6 +57,20 @@ char logFilePath[MAX_NAME] = "";
 // The level each module tracer had when the toolkit gave it out; owned by the toolkit's allocator.
 const char *initialLevels[5] = {};
 
+bool isSet(const char *text) {
+    return text != nullptr && *text != '\0';
+}
+
+// To standard output, at once: the process may die next.
+void printLine(const char *format, ...) __attribute__((format(printf, 1, 2)));
+void printLine(const char *format, ...) {
+    va_list args;
+    va_start(args, format);
+    vprintf(format, args);
+    va_end(args);
+    fflush(stdout);
+}
+
 // ---------------------------------------------------------------- binding
 
 std::string ownDirectory() {
@@ -100,14 +116,22 @@ bool bindSymbols(const char *fileName, const Symbol (&symbols)[N]) {
 // The libraries are never closed: log calls may come from any thread until the process ends.
 bool bindToolkit() {
     const Symbol toolkit[] = {
-        {"LgkOpenToolkit", &api.openToolkit},       {"LgkGetObject", &api.getObject},
-        {"LgkGetObjProp", &api.getObjProp},         {"LgkSetObjProp", &api.setObjProp},
-        {"LgkSetObjPropInt", &api.setObjPropInt},   {"LgkReleaseObject", &api.releaseObject},
-        {"LgkMemoryFree", &api.memoryFree},         {"LgkIsLoggable", &lgkApi.isLoggable},
-        {"LgkLogDebugMin", &lgkApi.debugMin},       {"LgkLogDebugMid", &lgkApi.debugMid},
-        {"LgkLogDebugMax", &lgkApi.debugMax},       {"LgkLogInfo", &lgkApi.info},
-        {"LgkLogWarn", &lgkApi.warn},               {"LgkLogError", &lgkApi.error},
-        {"LgkLogFatal", &lgkApi.fatal},             {"LgkLogText", &lgkApi.text},
+        {"LgkOpenToolkit", &api.openToolkit},
+        {"LgkGetObject", &api.getObject},
+        {"LgkGetObjProp", &api.getObjProp},
+        {"LgkSetObjProp", &api.setObjProp},
+        {"LgkSetObjPropInt", &api.setObjPropInt},
+        {"LgkReleaseObject", &api.releaseObject},
+        {"LgkMemoryFree", &api.memoryFree},
+        {"LgkIsLoggable", &lgkApi.isLoggable},
+        {"LgkLogDebugMin", &lgkApi.debugMin},
+        {"LgkLogDebugMid", &lgkApi.debugMid},
+        {"LgkLogDebugMax", &lgkApi.debugMax},
+        {"LgkLogInfo", &lgkApi.info},
+        {"LgkLogWarn", &lgkApi.warn},
+        {"LgkLogError", &lgkApi.error},
+        {"LgkLogFatal", &lgkApi.fatal},
+        {"LgkLogText", &lgkApi.text},
     };
     const Symbol ffdc[] = {
         {"LgkInitFFDCExtensions", &api.initFFDCExtensions},
@@ -140,7 +164,7 @@ void extendCatalogPath(const char *toolkitDir) {
 
 void chooseQualifier(const LgKitPaths &paths) {
     const char *chosen = getenv("QUALDIR");
-    if (chosen != nullptr && *chosen != '\0') {
+    if (isSet(chosen)) {
         snprintf(qualifierCopy, sizeof(qualifierCopy), "%s", chosen);
     } else {
         const std::string own = std::string(paths.nodeName) + '.' + paths.appServerName;
@@ -158,9 +182,9 @@ void chooseQualifier(const LgKitPaths &paths) {
 
 void chooseCommonDir(const char *configured) {
     const char *fromEnvironment = getenv("LGKIT_COMMON_DIR");
-    const char *chosen = configured != nullptr && *configured != '\0' ? configured
-                         : fromEnvironment != nullptr                 ? fromEnvironment
-                                                                      : DEFAULT_COMMON_DIR;
+    const char *chosen = isSet(configured)        ? configured
+                         : isSet(fromEnvironment) ? fromEnvironment
+                                                  : DEFAULT_COMMON_DIR;
     snprintf(commonDir, sizeof(commonDir), "%s", chosen);
 }
 
@@ -170,7 +194,7 @@ void fixLogFileName(LgkObject *handler) {
     if (found == 0) {
         return;
     }
-    const char *leaf = name != nullptr && *name != '\0' ? name : "dc-native.log";
+    const char *leaf = isSet(name) ? name : "dc-native.log";
     const std::string path =
         std::string(commonDir) + "/ZYK/logs/" + qualifierCopy + "/" + std::string(leaf).substr(0, MAX_NAME);
     snprintf(logFilePath, sizeof(logFilePath), "%s", path.c_str());
@@ -185,7 +209,7 @@ void fixFfdcBaseDir(LgkObject *handler) {
         base += configured;
     } else {
         char *own = api.getBaseDir(handler);
-        base += own != nullptr && *own != '\0' ? own : "FFDC";
+        base += isSet(own) ? own : "FFDC";
         api.memoryFree(own);
     }
     if (*qualifierCopy != '\0') {
@@ -209,17 +233,14 @@ std::string qualifiedFileList(const char *list) {
     const std::string files = list;
     std::string result;
     int count = 0;
-    for (size_t at = 0; at <= files.size(); ++count) {
-        const size_t comma = files.find(',', at);
-        const size_t end = comma == std::string::npos ? files.size() : comma;
+    for (size_t at = files.find_first_not_of(','); at != std::string::npos; ++count) {
         if (count == MAX_FFDC_FILES) {
             fprintf(stderr, "Number of files sepcified exceeds the maximum limit %d\n", MAX_FFDC_FILES);
             break;
         }
-        if (end > at) {
-            result += qualifiedFile(files.substr(at, end - at), prefix) + " ";
-        }
-        at = end + 1;
+        const size_t end = files.find(',', at);
+        result += qualifiedFile(files.substr(at, end - at), prefix) + " ";
+        at = files.find_first_not_of(',', end);
     }
     return result.substr(0, MAX_NAME - 1);
 }
@@ -251,62 +272,66 @@ bool openPropertyFile(const LgKitPaths &paths) {
     }
     char last[MAX_NAME];
     snprintf(last, sizeof(last), "%.219s/etc/%.30s", paths.homeDir, PROPERTY_FILE);
-    printf("WARN: Could not open Toolkit. please check if lgkit property file %s exists. Trying %s \n", path,
-           last);
+    printLine("WARN: Could not open Toolkit. please check if lgkit property file %s exists. Trying %s \n",
+              path, last);
     if (api.openToolkit(last) == 1) {
         return true;
     }
-    printf("ERROR: Could not open Toolkit. please check if lgkit property file %s exists. \n", last);
-    fflush(stdout);
+    printLine("ERROR: Could not open Toolkit. please check if lgkit property file %s exists. \n", last);
     return false;
 }
 
-struct TracerSlot {
-    Relaxed<LgkObject *> *slot;
-    const char *objectName;
+// The logger and the tracers, in the order in which they are asked for.
+struct LogSlot {
+    Relaxed<LgkObject *> *object;
+    const char *name;
+    const char *kind;
     const char *messageName;
+    const char **initialLevel; // where the level goes; null if it is not read
 };
 
-void readInitialLevel(LgkObject *tracer, const char *messageName, const char **level) {
+const LogSlot logSlots[] = {
+    {&msgLogger, "logger.dc.msg", "logger", "DC_LOGGER", nullptr},
+    {&naTracer, "logger.dc.na.trace", "tracer", "DC_NA_TRACER", &initialLevels[0]},
+    {&eaTracer, "logger.dc.ea.trace", "tracer", "DC_EA_TRACER", &initialLevels[1]},
+    {&caTracer, "logger.dc.ca.trace", "tracer", "DC_CA_TRACER", &initialLevels[2]},
+    {&ccTracer, "logger.dc.cc.trace", "tracer", "DC_CC_TRACER", &initialLevels[3]},
+    {&gcTracer, "logger.dc.gc.trace", "tracer", "DC_GC_TRACER", &initialLevels[4]},
+    {&traceLogger, "logger.dc.trace", "tracer", "DC_TRACER", nullptr},
+};
+constexpr size_t LOG_SLOTS = std::size(logSlots);
+using LogObjects = std::array<LgkObject *, LOG_SLOTS>; // as `logSlots`; null: not there
+
+void readInitialLevel(LgkObject *tracer, const LogSlot &slot) {
     int found = 0;
-    *level = api.getObjProp(tracer, "level", &found);
-    if (*level == nullptr) {
-        printf("ERROR: Could not get the level of %s .\n", messageName);
+    *slot.initialLevel = api.getObjProp(tracer, "level", &found);
+    if (*slot.initialLevel == nullptr) {
+        printLine("ERROR: Could not get the level of %s .\n", slot.messageName);
     }
 }
 
-bool missing(LgkObject *object, const char *kind, const char *messageName) {
-    if (object == nullptr) {
-        printf("ERROR: Could not initialize %s '%s'\n", kind, messageName);
-        fflush(stdout);
-    }
-    return object == nullptr;
-}
-
-// Stops at the first object that is missing and leaves the rest null. A missing `ccTracer` goes
+// Stops at the first object that is missing: false, and the rest stay null. A missing `ccTracer` goes
 // unnoticed: the test behind it looks at `caTracer` once more.
-bool getLogObjects() {
-    static const TracerSlot tracers[] = {
-        {&naTracer, "logger.dc.na.trace", "DC_NA_TRACER"}, {&eaTracer, "logger.dc.ea.trace", "DC_EA_TRACER"},
-        {&caTracer, "logger.dc.ca.trace", "DC_CA_TRACER"}, {&ccTracer, "logger.dc.cc.trace", "DC_CC_TRACER"},
-        {&gcTracer, "logger.dc.gc.trace", "DC_GC_TRACER"},
-    };
-    msgLogger = api.getObject("logger.dc.msg", nullptr);
-    if (missing(msgLogger, "logger", "DC_LOGGER")) {
-        return false;
-    }
-    const char **level = initialLevels;
-    for (const TracerSlot &tracer : tracers) {
-        LgkObject *object = api.getObject(tracer.objectName, nullptr);
-        *tracer.slot = object;
-        LgkObject *tested = tracer.slot == &ccTracer ? caTracer.get() : object;
-        if (missing(tested, "tracer", tracer.messageName)) {
+bool fetchLogObjects(LogObjects &objects) {
+    for (size_t i = 0; i < LOG_SLOTS; ++i) {
+        const LogSlot &slot = logSlots[i];
+        objects[i] = api.getObject(slot.name, nullptr);
+        if (objects[slot.object == &ccTracer ? i - 1 : i] == nullptr) {
+            printLine("ERROR: Could not initialize %s '%s'\n", slot.kind, slot.messageName);
             return false;
         }
-        readInitialLevel(object, tracer.messageName, level++);
+        if (slot.initialLevel != nullptr) {
+            readInitialLevel(objects[i], slot);
+        }
     }
-    traceLogger = api.getObject("logger.dc.trace", nullptr);
-    return !missing(traceLogger, "tracer", "DC_TRACER");
+    return true;
+}
+
+// From here on all threads log.
+void publishLogObjects(const LogObjects &objects) {
+    for (size_t i = 0; i < LOG_SLOTS; ++i) {
+        *logSlots[i].object = objects[i];
+    }
 }
 
 void fixHandlers() {
@@ -325,6 +350,20 @@ void fixHandlers() {
     api.releaseObject(ffdc);
 }
 
+// The objects become visible last: a record that came before would go to a file name that is not yet fixed.
+// So the handlers are fixed also when an object is missing, for those that are there. False if one is.
+bool openLogObjects(const char *configuredCommonDir) {
+    LogObjects objects{};
+    const bool complete = fetchLogObjects(objects);
+    setLogLevel(objects.back(), LGK_DEBUG_MAX);
+    chooseCommonDir(configuredCommonDir);
+    const char *named = getenv("PROBE_CATALOG_NAME");
+    snprintf(catalog, sizeof(catalog), "%s", named != nullptr ? named : "zykprobeMessages");
+    fixHandlers();
+    publishLogObjects(objects);
+    return complete;
+}
+
 } // namespace
 
 void openLgKit(const LgKitPaths &paths) {
@@ -341,26 +380,30 @@ void openLgKit(const LgKitPaths &paths) {
     char codeset[MAX_NAME];
     snprintf(codeset, sizeof(codeset), "%.247s/codeset", paths.toolkitDir);
     api.nlsSetDir(codeset);
-    if (!openPropertyFile(paths) || !getLogObjects()) {
-        return;
+    if (openPropertyFile(paths)) {
+        lgkitOpen = openLogObjects(paths.lgkitCommonDir);
     }
-    setLogLevel(traceLogger, LGK_DEBUG_MAX);
-    chooseCommonDir(paths.lgkitCommonDir);
-    const char *named = getenv("PROBE_CATALOG_NAME");
-    snprintf(catalog, sizeof(catalog), "%s", named != nullptr ? named : "zykprobeMessages");
-    fixHandlers();
-    lgkitOpen = true;
 }
 
-int messageSet() { return messageSetNumber; }
+int messageSet() {
+    return messageSetNumber;
+}
 
-const char *catalogName() { return catalog; }
+const char *catalogName() {
+    return catalog;
+}
 
-const char *logQualifier() { return qualifierCopy; }
+const char *logQualifier() {
+    return qualifierCopy;
+}
 
-bool getStatisticsEnabled() { return statisticsEnabled; }
+bool getStatisticsEnabled() {
+    return statisticsEnabled;
+}
 
-void setStatisticsEnabled(bool enabled) { statisticsEnabled = enabled; }
+void setStatisticsEnabled(bool enabled) {
+    statisticsEnabled = enabled;
+}
 
 void setLogLevel(LgkObject *object, int level) {
     if (object != nullptr) {

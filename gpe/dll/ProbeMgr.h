@@ -23,7 +23,7 @@ public:
     static void destroy();
 
     static void onLoadInitialize(JavaVM *jvm, const char *options);
-    // Properties, logging, the saved level; on the VM init thread. False: no properties, the agent is dormant.
+    // Properties, logging, the saved level; on the VM init thread. False: no properties, a dormant agent.
     static bool onBootstrapInitialize(JNIEnv *env);
     // Obtains the event interface from the JVM that `onLoadInitialize` was given.
     static bool initializeJVMPI();
@@ -48,7 +48,7 @@ public:
     void setComponentId(const char *id) const;
     void setAdminServerPort(int32_t port) const;
 
-    // Monitoring levels (1001 to 1003) are what Java sees, probe levels (1 to 3) what is stored. 0 is invalid.
+    // Monitoring levels (1001 to 1003) are what Java sees, probe levels (1 to 3) what is stored; 0: invalid.
     static uint32_t convertMonitoringLevelToProbeLevel(uint32_t level);
     static uint32_t convertProbeLevelToMonitoringLevel(uint32_t level);
     // New level plus ten times the current one (13 is L1 to L3); 0 for an invalid new level.
@@ -66,9 +66,9 @@ public:
     static bool updateSuppressGCEventCollectionContext(bool suppress);
 
     // The context file as Java drives it. The arrays have ctx_getElemCount() elements and are the caller's
-    // (delete[]); null without a persister. `resetProbeContext` clears an earlier failure of the file, so that
-    // it is tried again; false without a persister. The path is a heap copy for the caller to free, null until a
-    // file was read.
+    // (delete[]); null without a persister. `resetProbeContext` clears an earlier failure of the file, so
+    // that it is tried again; false without a persister. The path is a heap copy for the caller to free, null
+    // until a file was read.
     static int32_t *initProbeContext();
     static int32_t *synchInProbeContext();
     static bool synchOutProbeContext(const int32_t *ids, const int32_t *values, int count);

@@ -27,7 +27,7 @@ jintArray toJavaArray(JNIEnv *env, int32_t *elements) {
     return array;
 }
 
-// `count` elements, an exception pending if the array is shorter; null (delete[] by the caller) for a null array.
+// `count` elements for the caller to delete[], an exception pending if the array is shorter; null for null.
 int32_t *toNativeArray(JNIEnv *env, jintArray array, jint count) {
     if (array == nullptr || count <= 0) {
         return nullptr;

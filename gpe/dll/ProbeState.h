@@ -31,8 +31,12 @@ extern Relaxed<bool> suppressL3Collection;
 extern Relaxed<bool> suppressGCEventCollection;
 extern Relaxed<bool> disableNestedRequests;
 
-// The server as the initial records describe it. Written while the probe starts, before data flows.
+// The server as the initial records describe it. Written while the probe starts, before data flows; the names
+// when the configuration is read.
 struct ServerFacts {
+    char nodeName[256] = "";
+    char appServerName[256] = "";
+    char profileName[256] = "";
     char appServerVersion[100] = "0.0.0";
     char componentId[256] = "";
     int32_t adminServerPort = 0;

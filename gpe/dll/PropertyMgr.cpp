@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <strings.h>
+#include <utility>
 
 Relaxed<PropertyMgr *> propertyMgr(nullptr);
 Relaxed<PropertyMgr *> propertyMgrInstance(nullptr);
@@ -139,8 +140,13 @@ PropertyMgr::~PropertyMgr() {
 }
 
 void PropertyMgr::destroy() {
+    static PropertyMgr *retired = nullptr; // some thread may be reading in it, even while the process ends
     PropertyMgr *manager = propertyMgr;
-    delete manager;
+    if (manager != nullptr) {
+        delete std::exchange(retired, manager);
+        propertyMgr = nullptr;
+        propertyMgrInstance = nullptr;
+    }
 }
 
 bool PropertyMgr::start() {

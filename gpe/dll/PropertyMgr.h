@@ -1,7 +1,9 @@
 // Where the agent is (home, node, server, runtime directory) and how it is configured (typed settings).
 // Filled on the VM init thread before other users exist; from then on read by all threads without a lock.
-// Owns every string that it hands out: they live until `destroy`. It also opens logging, in the midst of
-// its own start, so until then it speaks through "##" lines on standard output.
+// Owns every string that it hands out: they stay valid after `destroy`, as does the object itself for threads
+// that are still reading. It also opens logging, in the midst of its own start, so until then it speaks
+// through
+// "##" lines on standard output.
 #pragma once
 
 #include "NamedObject.h"
@@ -27,7 +29,8 @@ public:
     // Makes the lock's monitor; always true.
     bool start();
 
-    // Deletes the one object; the pointers are null afterwards.
+    // Takes the one object out of use: the pointers are null afterwards. Its memory goes when the next object
+    // is destroyed, so never in a process that makes only one.
     static void destroy();
 
     // Settings. A null key counts as absent. A key that exists without a value is not absent: it gives a null
@@ -96,6 +99,7 @@ private:
     void readSystemProperties(JNIEnv *env);
     void fillFacts();
     void findRuntimeDir();
+    void publishNames() const;
     void printFacts() const;
 
     void freeEntries(Table &table);

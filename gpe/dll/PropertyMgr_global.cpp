@@ -30,8 +30,9 @@ struct Buffer {
 
     bool isEmpty() const { return *text == '\0'; }
     void set(const char *value) const {
-        strncpy(text, value, room - 1);
-        text[room - 1] = '\0';
+        const size_t length = strnlen(value, room - 1);
+        memcpy(text, value, length);
+        text[length] = '\0';
     }
 };
 
@@ -170,6 +171,22 @@ void PropertyMgr::findRuntimeDir() {
     }
 }
 
+namespace {
+
+template <size_t Room>
+void copyName(char (&target)[Room], const char (&name)[Room]) {
+    memcpy(target, name, Room);
+}
+
+} // namespace
+
+// The initial records need the names also when this object is out of use.
+void PropertyMgr::publishNames() const {
+    copyName(serverFacts.nodeName, facts.nodeName);
+    copyName(serverFacts.appServerName, facts.appServerName);
+    copyName(serverFacts.profileName, facts.profileName);
+}
+
 void PropertyMgr::printFacts() const {
     const char *const lines[][2] = {
         {"qual_dir", qualDir},
@@ -193,6 +210,7 @@ void PropertyMgr::setGlobalProperties(JNIEnv *env) {
     initCommandLineArgs();
     fillFacts();
     findRuntimeDir();
+    publishNames();
     if (initDebug) {
         printFacts();
     }

@@ -145,8 +145,12 @@ void PropertyMgr::switchJavaHalfOff(JNIEnv *env) {
     }
 }
 
+// With no directory known there is no file: the empty name says so to Java, which is asked all the same,
+// since without an answer the collector stays off.
 bool PropertyMgr::loadEnvironmentProperties(JNIEnv *env, const char *dir) {
-    if (snprintf(propFileBuffer, sizeof(propFileBuffer), "%s/%s", dir, ENVIRONMENT_FILE) < 0 ||
+    const bool known = *dir != '\0';
+    if (snprintf(propFileBuffer, sizeof(propFileBuffer), "%s%s%s", dir, known ? "/" : "",
+                 known ? ENVIRONMENT_FILE : "") < 0 ||
         !loadEnvProperties(env, false)) {
         printf("## loadEnvProperties failed.\n");
         return false;

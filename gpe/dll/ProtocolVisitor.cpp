@@ -1,7 +1,6 @@
 #include "ProtocolVisitor.h"
 
 #include "ProbeLgKit.h"
-#include "PropertyMgr.h"
 #include "jnihelp.h"
 #include "platform.h"
 
@@ -41,16 +40,11 @@ void append(Name &name, const char *text) {
 
 // The name by configuration, for a Java half that cannot tell it.
 void configuredServerName(Name &name, int majorVersion) {
-    const PropertyMgr *properties = propertyMgr;
     name[0] = '\0';
-    if (properties == nullptr) {
-        return;
-    }
-    append(name, properties->appServerName());
-    const char *profile = properties->profileName();
-    if (majorVersion >= FIRST_MAJOR_WITH_PROFILES && *profile != '\0') {
+    append(name, serverFacts.appServerName);
+    if (majorVersion >= FIRST_MAJOR_WITH_PROFILES && *serverFacts.profileName != '\0') {
         append(name, "(");
-        append(name, profile);
+        append(name, serverFacts.profileName);
         append(name, ")");
     }
 }
@@ -83,7 +77,6 @@ void ProtocolVisitor::addInitRecord() {
 void ProtocolVisitor::addJ2EEInitRecord(JNIEnv *jniEnv) {
     AM_TRACE_SCOPE(naTracer, LGK_DEBUG_MID, "ProtocolVisitor::addJ2EEInitRecord( JNIEnv *env )");
     const Version version = parseVersion(serverFacts.appServerVersion);
-    const PropertyMgr *properties = propertyMgr;
     Name serverName;
     fullServerName(serverName, version.major, jniEnv);
 
@@ -94,7 +87,7 @@ void ProtocolVisitor::addJ2EEInitRecord(JNIEnv *jniEnv) {
     addU8(version.revision);
     addString(serverFacts.componentId);
     addString(NO_CLUSTER_NAME);
-    addString(properties != nullptr ? properties->nodeName() : nullptr);
+    addString(serverFacts.nodeName);
     addString(serverName);
     addU32(serverFacts.adminServerPort);
     close(record);

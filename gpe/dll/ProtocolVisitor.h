@@ -64,8 +64,10 @@ public:
     // Record number of the events that write themselves (IIOP); -1 for every other type.
     static int getRecordType(Event::EventType type, Event::EventSubType subType);
 
-    // For events whose name is cached by type: true the first time after a clear. Any thread.
-    static bool isFirstCommonName(Event::EventType type);
+    // For events whose name is cached by type: whether a whole record has carried it since the last clear.
+    // Any thread; two that write at once may both send a name.
+    static bool isCommonNameSent(Event::EventType type);
+    static void setCommonNameSent(Event::EventType type);
     static void clearCommonNameCache();
 
     // Whether visitors with a JNI environment show their finished records to Java.

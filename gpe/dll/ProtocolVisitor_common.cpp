@@ -19,12 +19,12 @@ NameCache &sentNames() {
 
 } // namespace
 
-bool ProtocolVisitor::isFirstCommonName(Event::EventType type) {
-    if (sentNames().contains(type)) {
-        return false;
-    }
+bool ProtocolVisitor::isCommonNameSent(Event::EventType type) {
+    return sentNames().contains(type);
+}
+
+void ProtocolVisitor::setCommonNameSent(Event::EventType type) {
     sentNames().put(type, true);
-    return true;
 }
 
 void ProtocolVisitor::clearCommonNameCache() {
@@ -46,10 +46,10 @@ bool CommonEvent::addToBuffer(ProtocolVisitor *visitor) {
     if (visitor == nullptr) {
         return false;
     }
+    const bool cached = subType == SUB_START && isNameCachedByType();
     visitor->addPrefix(ProtocolVisitor::getRecordType(type, subType), *this, requestDepth);
     if (subType == SUB_START) {
-        const bool cached = isNameCachedByType();
-        const bool nameKnown = cached && !ProtocolVisitor::isFirstCommonName(type);
+        const bool nameKnown = cached && ProtocolVisitor::isCommonNameSent(type);
         visitor->addString(className);
         visitor->addU32(cached ? type : 0);
         visitor->addString(nameKnown ? nullptr : methodName);
@@ -57,5 +57,9 @@ bool CommonEvent::addToBuffer(ProtocolVisitor *visitor) {
     }
     visitor->addLevel();
     visitor->addEndOfRecord();
+    // A record that did not fit is written once more, and then has to name itself.
+    if (cached && !visitor->hasOverflowed()) {
+        ProtocolVisitor::setCommonNameSent(type);
+    }
     return true;
 }

@@ -1,6 +1,7 @@
 #include "ZykLock.h"
 
 #include "ProbeLgKit.h"
+#include "Relaxed.h"
 
 #include <cstdio>
 
@@ -11,8 +12,9 @@ char globalLockName[] = "_ZykLockGlobalLock";
 
 ZykLock::~ZykLock() {
     JVMPIWrapper *jvm = eventInterface;
-    if (monitor != nullptr && jvm != nullptr) {
-        jvm->RawMonitorDestroy(monitor);
+    void *own = made();
+    if (own != nullptr && jvm != nullptr) {
+        jvm->RawMonitorDestroy(own);
         monitor = nullptr;
     }
 }
@@ -27,14 +29,14 @@ bool ZykLock::create() {
     if (guard != nullptr) {
         jvm->RawMonitorEnter(guard);
     }
-    if (monitor == nullptr) {
+    if (made() == nullptr) {
         snprintf(name, sizeof(name), "_%pZykLock", static_cast<void *>(this));
-        monitor = jvm->RawMonitorCreate(name);
+        monitor.store(jvm->RawMonitorCreate(name), std::memory_order_release);
     }
     if (guard != nullptr) {
         jvm->RawMonitorExit(guard);
     }
-    if (monitor == nullptr) {
+    if (made() == nullptr) {
         fputs("## ERROR: JVMPI could not create a Raw Monitor", stderr);
         fflush(stderr);
         return false;
@@ -44,25 +46,28 @@ bool ZykLock::create() {
 
 bool ZykLock::unlock() {
     JVMPIWrapper *jvm = eventInterface;
-    if (monitor == nullptr || jvm == nullptr) {
+    void *own = made();
+    if (own == nullptr || jvm == nullptr) {
         return false;
     }
-    jvm->RawMonitorExit(monitor);
+    jvm->RawMonitorExit(own);
     return true;
 }
 
 // A wait of 0 would never end by itself.
 void ZykLock::wait(int64_t ms) {
     JVMPIWrapper *jvm = eventInterface;
-    if (ms > 0 && monitor != nullptr && jvm != nullptr) {
-        jvm->RawMonitorWait(monitor, ms);
+    void *own = made();
+    if (ms > 0 && own != nullptr && jvm != nullptr) {
+        jvm->RawMonitorWait(own, ms);
     }
 }
 
 void ZykLock::notifyAll() {
     JVMPIWrapper *jvm = eventInterface;
-    if (monitor != nullptr && jvm != nullptr) {
-        jvm->RawMonitorNotifyAll(monitor);
+    void *own = made();
+    if (own != nullptr && jvm != nullptr) {
+        jvm->RawMonitorNotifyAll(own);
     }
 }
 

@@ -4,8 +4,8 @@
 #pragma once
 
 #include "JVMPIWrapper.h"
-#include "Relaxed.h"
 
+#include <atomic>
 #include <cstdint>
 
 class ZykLock {
@@ -20,7 +20,7 @@ public:
     ZykLock(const ZykLock &) = delete;
     ZykLock &operator=(const ZykLock &) = delete;
 
-    bool ensureCreated() { return monitor != nullptr || create(); }
+    bool ensureCreated() { return made() != nullptr || create(); }
 
     bool lock() {
         if (!ensureCreated()) {
@@ -41,15 +41,17 @@ public:
 
 private:
     bool create();
+    void *made() const { return monitor.load(std::memory_order_acquire); }
     void enter() {
         JVMPIWrapper *jvm = eventInterface;
         if (jvm != nullptr) {
-            jvm->RawMonitorEnter(monitor);
+            jvm->RawMonitorEnter(made());
         }
     }
 
     char name[56] = "";
-    Relaxed<void *> monitor{nullptr};
+    // Published with its contents: who sees it may enter it without having passed the global lock.
+    std::atomic<void *> monitor{nullptr};
 };
 
 class ZykLockGuard {

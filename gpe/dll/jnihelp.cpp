@@ -15,9 +15,13 @@ constexpr int SYSTEM_CLASS_TRIES = 11;
 constexpr char SYSTEM_CLASS[] = "java/lang/System";
 constexpr char CC_TOOLS_CLASS[] = "com/qel/morvex/norak/toolkit/ai/bcm/utility/CcTools";
 
-char *emptyCopy() { return static_cast<char *>(calloc(1, 1)); }
+char *emptyCopy() {
+    return static_cast<char *>(calloc(1, 1));
+}
 
-bool isContinuation(char byte) { return (static_cast<unsigned char>(byte) & 0xC0) == 0x80; }
+bool isContinuation(char byte) {
+    return (static_cast<unsigned char>(byte) & 0xC0) == 0x80;
+}
 
 // `size` counts the NUL. Lowers it so that `text` does not end in a broken character.
 int32_t trimToCharacter(const char *text, int32_t size) {
@@ -25,6 +29,12 @@ int32_t trimToCharacter(const char *text, int32_t size) {
         --size;
     }
     return size;
+}
+
+// Of a text of `chars` characters. One byte each is the usual case, and cheaper to see than to count: the JVM
+// has stored the bytes one by one just now, and reading them back in one sweep waits for all of them.
+int32_t textLength(const char *text, jsize chars) {
+    return text[chars] == '\0' ? chars : static_cast<int32_t>(strlen(text));
 }
 
 char *heapText(const char *bytes, int32_t size) {
@@ -39,7 +49,8 @@ char *heapText(const char *bytes, int32_t size) {
 // Scratch space that is on the stack for the usual short text.
 class Scratch {
 public:
-    explicit Scratch(size_t size) : bytes(size <= sizeof(small) ? small : static_cast<char *>(malloc(size))) {}
+    explicit Scratch(size_t size)
+        : bytes(size <= sizeof(small) ? small : static_cast<char *>(malloc(size))) {}
     ~Scratch() {
         if (bytes != small) {
             free(bytes);
@@ -77,12 +88,13 @@ char *jniStringCopyLimited(JNIEnv *env, jstring text, int32_t limit, CutAt cut, 
         return emptyCopy();
     }
     scratch.get()[0] = '\0';
+    scratch.get()[chars] = '\0';
     env->GetStringUTFRegion(text, 0, chars, scratch.get());
     if (clearException(env)) {
         return emptyCopy();
     }
     scratch.get()[static_cast<size_t>(chars) * MAX_UTF8_PER_CHAR] = '\0';
-    int32_t size = static_cast<int32_t>(strlen(scratch.get())) + 1;
+    int32_t size = textLength(scratch.get(), chars) + 1;
     const bool tooLong = size > limit;
     size = std::min(size, limit);
     if (tooLong && cut == CutAt::Character) {
@@ -223,8 +235,8 @@ void copyBytes(JNIEnv *env, jbyteArray bytes, char *value, size_t maxValue) {
 
 // The property's bytes as the Java side encodes them: they do not pass through the JVM's own encoding.
 void readPropertyBytes(JNIEnv *env, jstring name, char *value, size_t maxValue) {
-    const LocalRef<jobject> bytes(
-        env, env->CallStaticObjectMethod(access.ccTools, access.getPropertyBytes, name));
+    const LocalRef<jobject> bytes(env,
+                                  env->CallStaticObjectMethod(access.ccTools, access.getPropertyBytes, name));
     if (!clearException(env) && bytes) {
         copyBytes(env, static_cast<jbyteArray>(bytes.get()), value, maxValue);
     }

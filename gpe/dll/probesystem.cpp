@@ -248,8 +248,10 @@ bool giveInt(JNIEnv *env, jclass cls, const char *name, jint value) {
 }
 
 bool giveContextFileName(JNIEnv *env, jclass cls) {
-    const char *path = contextPersister != nullptr ? contextPersister->getLastReadFilePath() : nullptr;
-    if (path == nullptr) {
+    char *path = ProbeMgr::copyContextFilePath();
+    const LocalRef<jstring> text(env, path != nullptr ? env->NewStringUTF(path) : nullptr);
+    free(path);
+    if (!text) {
         AM_INITIALIZE_TRACE("Probe context filename not defined");
         return true;
     }
@@ -258,10 +260,7 @@ bool giveContextFileName(JNIEnv *env, jclass cls) {
         AM_INITIALIZE_TRACE("Exiting with error. ProbeSystem.contextFileName not defined");
         return false;
     }
-    const LocalRef<jstring> text(env, env->NewStringUTF(path));
-    if (text) {
-        env->SetStaticObjectField(cls, id, text.get());
-    }
+    env->SetStaticObjectField(cls, id, text.get());
     return true;
 }
 

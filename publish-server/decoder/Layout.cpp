@@ -29,6 +29,9 @@ constexpr Field fixed(const char *name, std::uint8_t value) {
 constexpr Field str(const char *name) {
     return {Kind::Str, name};
 }
+constexpr Field shortStr(const char *name) {
+    return {Kind::Str, name, 0, 0, 255};
+}
 constexpr Field nameStr(const char *name) {
     return {Kind::Name, name};
 }
@@ -39,9 +42,15 @@ constexpr Field blob(const char *name) {
 // The collector computes the time in 32 bits, so the upper half of the field is always zero.
 constexpr Field kInit[] = {fixed("fixed100", 100), u8("platformId"), fixed("fixed1", 1),
                            u64("timeMillis", 0, 0xFFFFFFFFu)};
-constexpr Field kJ2eeInit[] = {fixed("fixed200", 200), u8("major"),           u8("minor"),
-                               u8("revision"),         str("commandAgentID"), {Kind::Literal, "clusterName"},
-                               str("nodeName"),        str("serverName"),     u32("adminServerPort")};
+constexpr Field kJ2eeInit[] = {fixed("fixed200", 200),
+                               u8("major"),
+                               u8("minor"),
+                               u8("revision"),
+                               shortStr("commandAgentID"),
+                               {Kind::Literal, "clusterName"},
+                               shortStr("nodeName"),
+                               shortStr("serverName"),
+                               u32("adminServerPort")};
 constexpr Field kPacketHeader[] = {u32("count", 1)};
 
 constexpr Field kPlain[] = {kPrefix, kLevel};
@@ -62,8 +71,12 @@ constexpr Field kJca[] = {kPrefix, str("eis"), kLevel};
 constexpr Field kJdo[] = {kPrefix, str("className"), str("methodName"), str("argumentString"), kLevel};
 constexpr Field kXq[] = {kPrefix, str("queueName"), str("queueMgrName"), u8("action"), kLevel};
 constexpr Field kXqEnd[] = {kPrefix, u8("action"), kLevel};
-// nameType is 0, or the event type by which the method name is remembered (45 or 46).
-constexpr Field kIiop[] = {kPrefix, str("className"), u32("nameType", 0, 46), str("methodName"), kLevel};
+// 0, or the event type by which the method name is remembered.
+constexpr Field nameType(std::uint64_t eventType) {
+    return {Kind::Number, "nameType", 4, eventType, eventType, true};
+}
+constexpr Field kIiopClient[] = {kPrefix, str("className"), nameType(45), str("methodName"), kLevel};
+constexpr Field kIiopServer[] = {kPrefix, str("className"), nameType(46), str("methodName"), kLevel};
 constexpr Field kWs[] = {kPrefix, str("applicationName"), str("requestName"), str("url"), kLevel};
 constexpr Field kWsFault[] = {kPrefix, str("appName"), str("faultCode"), str("faultString"), kLevel};
 constexpr Field kGeneric[] = {u8("id"), kPrefix, {Kind::Strs, "ctxValues"}, kLevel};
@@ -72,7 +85,8 @@ constexpr Field kGenericException[] = {u8("id"), kThreadId, {Kind::Strs, "ctxVal
 
 constexpr Field kGpsToken[] = {kPrefix, blob("token"), kLevel};
 constexpr Field kGpsTxmon[] = {kPrefix, str("gateway"), blob("token"), kLevel};
-constexpr Field kGpsXq[] = {kPrefix, str("queueName"), blob("gpsToken"), flag("actionIs7"), kLevel};
+constexpr Field kGpsXqSend[] = {kPrefix, str("queueName"), blob("gpsToken"), fixed("actionIs7", 0), kLevel};
+constexpr Field kGpsXqReceive[] = {kPrefix, str("queueName"), blob("gpsToken"), flag("actionIs7"), kLevel};
 constexpr Field kSampling[] = {{Kind::Numbers, "levels", 4, 4}, flag("useDefault")};
 constexpr Field kDropped[] = {kThreadId,         u32("otherStarts"), u32("otherEnds"), u32("methodStarts"),
                               u32("methodEnds"), u32("sqlStarts"),   u32("sqlEnds")};
@@ -145,9 +159,9 @@ constexpr RecordSpec kSpecs[] = {
     row(154, "GPSEvent.txmon.begin", Role::Begin, 51, kGpsTxmon),
     begin(53, "GPSEvent.receive.begin", kGpsToken),
     end(54, "GPSEvent.receive.end", 53),
-    begin(55, "GPSXQEvent.10.begin", kGpsXq),
+    begin(55, "GPSXQEvent.10.begin", kGpsXqSend),
     end(56, "GPSXQEvent.10.end", 55),
-    begin(57, "GPSXQEvent.7.begin", kGpsXq),
+    begin(57, "GPSXQEvent.7.begin", kGpsXqReceive),
     end(58, "GPSXQEvent.7.end", 57),
     begin(99, "GenericEvent.begin", kGeneric),
     row(100, "GenericEvent.end", Role::End, 99, kGenericEnd),
@@ -160,9 +174,9 @@ constexpr RecordSpec kSpecs[] = {
     end(115, "PollForEvent.end", 114),
     begin(147, "JDOEvent.begin", kJdo),
     end(148, "JDOEvent.end", 147),
-    begin(150, "CommonEvent.begin", kIiop),
+    begin(150, "CommonEvent.begin", kIiopClient),
     end(151, "CommonEvent.end", 150),
-    begin(152, "IIOPServerEvent.begin", kIiop),
+    begin(152, "IIOPServerEvent.begin", kIiopServer),
     end(153, "IIOPServerEvent.end", 152),
     begin(199, "WSClientEvent.begin", kWs),
     end(200, "WSClientEvent.end", 199),

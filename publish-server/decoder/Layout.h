@@ -14,9 +14,9 @@ enum class Kind : std::uint8_t {
     ThreadId, // u32
     Time,     // seconds u32, microseconds u32
     Level,    // u8
-    Number,   // big-endian, `width` bytes, its value from `low` to `high`
+    Number,   // big-endian, `width` bytes, its value from `low` to `high`, or 0 if `orZero`
     Numbers,  // `low` numbers of `width` bytes
-    Str,      // u16 length, text
+    Str,      // u16 length, not above `high`, text
     Name,     // as Str, but empty when the names flag (the number before) is 0
     Literal,  // as Str, and its text is kNoClusterName
     Blob,     // u16 length, raw bytes
@@ -36,6 +36,7 @@ struct Field {
     std::uint8_t width = 0;
     std::uint64_t low = 0;
     std::uint64_t high = kAny;
+    bool orZero = false;
 };
 
 enum class Role : std::uint8_t { Single, Begin, End, Failed };

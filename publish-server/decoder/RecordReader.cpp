@@ -28,6 +28,7 @@ bool RecordReader::readField(const Field &field, Record &record, Value &value) {
     case Kind::Numbers:
         return raw(field.low * field.width, value);
     case Kind::Str:
+        return counted(value, field.high);
     case Kind::Blob:
         return counted(value);
     case Kind::Name:
@@ -93,12 +94,17 @@ bool RecordReader::ranged(const Field &field, Value &value) {
         return false;
     }
     lastNumber_ = value.number;
-    return (value.number >= field.low && value.number <= field.high) || wrong("value out of range", from);
+    const bool allowed = value.number >= field.low && value.number <= field.high;
+    return allowed || (field.orZero && value.number == 0) || wrong("value out of range", from);
 }
 
-bool RecordReader::counted(Value &value) {
+bool RecordReader::counted(Value &value, std::uint64_t longest) {
+    const char *from = at_;
     std::uint64_t length = 0;
-    return number(2, length) && raw(length, value);
+    if (!number(2, length)) {
+        return false;
+    }
+    return length <= longest ? raw(length, value) : wrong("text longer than its field", from);
 }
 
 bool RecordReader::raw(std::size_t count, Value &value) {

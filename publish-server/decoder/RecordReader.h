@@ -33,7 +33,7 @@ private:
     bool time(Record &record);
     bool level(Record &record);
     bool ranged(const Field &field, Value &value);
-    bool counted(Value &value);
+    bool counted(Value &value, std::uint64_t longest = kAny);
     bool raw(std::size_t count, Value &value);
     bool name(Value &value);
     bool literal(Value &value);

@@ -601,6 +601,7 @@ TEST_F(FamiliesTest, ThreadTimesAreThoseOfTheThread) {
         }
         clock.fixed = 300; // below what the thread has seen
         env->CallStaticVoidMethod(agent.get(), fill, times.get());
+        EXPECT_FALSE(clearException(env));
         EXPECT_EQ(env->GetLongField(times.get(), env->GetFieldID(cls.get(), "cpuTime", "J")), 4000);
         const jint sec = env->GetIntField(times.get(), env->GetFieldID(cls.get(), "timeSec_", "I"));
         EXPECT_NEAR(sec, time(nullptr), 5);

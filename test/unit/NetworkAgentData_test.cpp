@@ -20,4 +20,6 @@ TEST(NetworkAgentData, WithoutBytesHasASizeAndNoData) {
     }
     EXPECT_EQ(nullptr, NetworkAgentData("abc", -3).getData());
     EXPECT_NE(nullptr, NetworkAgentData("", 0).getData());
+    EXPECT_EQ(nullptr, NetworkAgentData::copyOf(nullptr, 3));
+    EXPECT_EQ(3, NetworkAgentData::copyOf("abc", 3)->getSize());
 }

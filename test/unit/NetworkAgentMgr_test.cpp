@@ -52,26 +52,41 @@ TEST_F(NetworkPoolTest, EachClientKeepsAnAgent) {
 
 TEST_F(NetworkPoolTest, OddPoolSizesRefuseAndDoNoHarm) {
     properties.set("log.statistics.frequency", "0");
-    for (const char *size : {"0", "-3", "1"}) {
-        create(size);
+    naTracer = nullptr; // a bad id is told whatever the trace level
+    int lines = 0;
+    const auto refuseBadIds = [&](int agents) {
+        for (const int id : {-1, agents, agents + 7}) {
+            NetworkAgentMgr::startNetworkAgent(nullptr, id);
+            NetworkAgentMgr::stopNetworkAgent(nullptr, id);
+        }
+        lines += 6;
+        EXPECT_EQ(lines, log.lines("Trying to start Network agent with improper ID: %d [0-%d]"));
+    };
+    const struct {
+        const char *configured;
+        int agents;
+    } rows[] = {{"0", 0}, {"-3", 0}, {"1", 1}, {"2000000000", 256}};
+    for (const auto &row : rows) {
+        create(row.configured);
         NetworkClient client;
-        EXPECT_EQ(atoi(size), mgr->poolSize());
-        EXPECT_EQ(mgr->poolSize() == 1, mgr->getNetworkAgent(&client) != nullptr);
+        EXPECT_EQ(row.agents, mgr->poolSize());
+        EXPECT_EQ(row.agents, NetworkAgentMgr::agentCount());
+        EXPECT_EQ(row.agents > 0, mgr->getNetworkAgent(&client) != nullptr);
         EXPECT_FALSE(mgr->send(&client, "abc", 3));
         EXPECT_FALSE(mgr->isConnected(&client));
-        const int lines = log.lines("Trying to start Network agent with improper ID: %d [0-%d]");
-        for (const int id : {-1, 1, 7}) {
-            mgr->startNetworkAgent(nullptr, id);
-            mgr->stopNetworkAgent(nullptr, id);
-        }
-        EXPECT_EQ(lines + 6, log.lines("Trying to start Network agent with improper ID: %d [0-%d]"));
+        refuseBadIds(row.agents);
         mgr->logStatistics();
         stop();
         NetworkAgentMgr::destroy();
+        EXPECT_EQ(row.agents, NetworkAgentMgr::agentCount()) << "without a manager, and none is made";
+        EXPECT_EQ(nullptr, networkAgentMgr);
+        NetworkAgentMgr::startNetworkAgent(nullptr, 0);
+        lines += row.agents == 0 ? 1 : 0;
+        refuseBadIds(row.agents);
     }
     EXPECT_EQ(
-        3, log.lines("## NAMgr: Statistics across all NA's: Number of Buffers: %d Total Buffer Size: %ld"));
-    EXPECT_EQ(1, log.lines("NA ID: %d Number of Buffers: %d Total Buffer Size: %ld"));
+        4, log.lines("## NAMgr: Statistics across all NA's: Number of Buffers: %d Total Buffer Size: %ld"));
+    EXPECT_EQ(1 + 256, log.lines("NA ID: %d Number of Buffers: %d Total Buffer Size: %ld"));
 }
 
 TEST_F(NetworkPoolTest, AddressIsAskedForAgainOnlyWhenNobodyIsConnected) {
@@ -205,6 +220,7 @@ TEST_F(NetworkPoolTest, EachClientsPacketsStayInOrderOnOneConnection) {
         })) << name;
     }
     EXPECT_EQ(3u, server.count());
+    EXPECT_EQ(1, log.lines("Inside sendInitRecords(): about to send classloading events to PS"));
     stop();
     EXPECT_FALSE(networkAgentReady);
     networkAgentReady = true;
@@ -255,6 +271,41 @@ TEST_F(NetworkPoolTest, StartAndStopUnderLoad) {
         agent.join();
         EXPECT_EQ(0, pool->getTotalDataSize());
     }
+    done = true;
+    latecomer.join();
+    for (std::thread &caller : callers) {
+        caller.join();
+    }
+}
+
+// The natives of the Java threads may come at any moment, also while the manager goes.
+TEST_F(NetworkPoolTest, ManagerGoesUnderTheFeetOfItsCallers) {
+    properties.set("networkagent.pool.size", "2");
+    std::atomic<bool> done{false};
+    std::vector<std::thread> callers;
+    for (int caller = 0; caller < 2; ++caller) {
+        callers.emplace_back([&done, caller] {
+            while (!done) {
+                EXPECT_EQ(2, NetworkAgentMgr::agentCount());
+                NetworkAgentMgr::stopNetworkAgent(nullptr, caller);
+            }
+        });
+    }
+    const auto cycle = [] {
+        NetworkAgentMgr::getInstance()->start();
+        std::this_thread::yield();
+        NetworkAgentMgr::destroy();
+    };
+    for (int i = 0; i < 500; ++i) {
+        cycle();
+    }
+    std::thread latecomer([&done] {
+        while (!done) {
+            NetworkAgentMgr::startNetworkAgent(nullptr, 1);
+        }
+    });
+    cycle();
+    cycle();
     done = true;
     latecomer.join();
     for (std::thread &caller : callers) {

@@ -59,6 +59,14 @@ TEST_F(NetworkTest, RefusesUntilAllThreeFlagsStandAndAtTheLimit) {
     EXPECT_EQ(0, agent.bytesQueued());
 }
 
+TEST_F(NetworkTest, NothingToSendIsNotAFailure) {
+    LoneAgent lone;
+    for (const long size : {0L, -1L}) {
+        EXPECT_EQ(0, lone.agent.sendToRemoteHost("", size));
+    }
+    EXPECT_EQ(-1, lone.agent.sendToRemoteHost("x", 1)) << "there is no socket";
+}
+
 TEST_F(NetworkTest, PauseFollowsTheFillLevel) {
     const struct {
         const char *limit;
@@ -321,7 +329,7 @@ TEST_F(NetworkTest, StopEndsAConnectThatNobodyAnswers) {
     std::this_thread::sleep_for(milliseconds(300));
     EXPECT_EQ(0, log.messages(1064)) << "it was to hang in the connect";
     EXPECT_LT(stop(), STOP_MS);
-    EXPECT_EQ(1, log.messages(1059));
+    EXPECT_EQ(0, log.messages(1059) + log.messages(1064)) << "a stop is no error";
     fillers.push_back(full);
     for (const int fd : fillers) {
         close(fd);
@@ -343,7 +351,9 @@ TEST_F(NetworkTest, StalledServerHoldsUpNeitherSendersNorTheStop) {
     std::this_thread::sleep_for(milliseconds(300));
     EXPECT_EQ(0, log.messages(1061)) << "no time-out is set";
     EXPECT_LT(stop(), STOP_MS);
-    EXPECT_EQ(1, log.messages(1061));
+    EXPECT_EQ(0, log.messages(1061)) << "a stop is no error";
+    EXPECT_EQ(0, log.lines("Write failed, looks like socket is down, retrying to connect to PS"));
+    EXPECT_EQ(0, listener.calls);
 }
 
 TEST_F(NetworkTest, SocketTimeoutTurnsAStalledServerIntoALostOne) {
@@ -398,6 +408,7 @@ TEST_F(NetworkTest, BindAddressEndsEveryAttemptAndKeepsNoDescriptor) {
         {"true", "192.0.2.1", "Socket bind() failure [%s:%d] Error: %s ErrorNO: %d", false},
         {"true", "256.256.256.256", "Error Msg: %s at %s line %d", false},
     };
+    naTracer = nullptr; // all of this is told whatever the trace level
     for (const auto &row : rows) {
         properties.set("networkagent.useclient.bindaddress", row.use);
         properties.set("am.socket.bindip", row.address);

@@ -1,5 +1,7 @@
 #include "ProbeContextPersister.h"
 
+#include "FakeVm.h"
+
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -8,6 +10,7 @@
 #include <optional>
 #include <sstream>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace {
@@ -178,16 +181,23 @@ TEST_F(ProbeContextPersisterTest, FailureClosesTheWayUntilReadOrReset) {
     EXPECT_TRUE(persister.ctx_direct(Persister::CTX_WRITE));
     EXPECT_EQ(get(bound()), "2S");
 
-    // A write that fails, by the gateway or by a change, closes it as well; a read opens it.
-    for (const bool byChange : {false, true}) {
-        spoilRuntimeDir();
-        EXPECT_FALSE(byChange ? persister.ctx_setEnum(1, 3) : persister.ctx_direct(Persister::CTX_WRITE));
-        mendRuntimeDir();
-        EXPECT_FALSE(persister.ctx_direct(Persister::CTX_WRITE));
-        EXPECT_EQ(get(bound()), std::nullopt);
-        EXPECT_TRUE(persister.ctx_direct(Persister::CTX_READ));
-        EXPECT_TRUE(persister.ctx_direct(Persister::CTX_WRITE));
-    }
+    // A write by the gateway that fails closes it as well; a read opens it.
+    spoilRuntimeDir();
+    EXPECT_FALSE(persister.ctx_direct(Persister::CTX_WRITE));
+    mendRuntimeDir();
+    EXPECT_FALSE(persister.ctx_direct(Persister::CTX_WRITE));
+    EXPECT_EQ(get(bound()), std::nullopt);
+    EXPECT_TRUE(persister.ctx_direct(Persister::CTX_READ));
+    EXPECT_TRUE(persister.ctx_direct(Persister::CTX_WRITE));
+
+    // A change that could not be written closes nothing once another could.
+    spoilRuntimeDir();
+    EXPECT_FALSE(persister.ctx_setEnum(Persister::ctx_api_ProbeLevel, 3));
+    mendRuntimeDir();
+    EXPECT_TRUE(persister.ctx_set(Persister::ctx_api_SuppressL3Collection, false));
+    EXPECT_EQ(get(bound()), "3");
+    EXPECT_TRUE(persister.ctx_direct(Persister::CTX_WRITE));
+    EXPECT_TRUE(persister.ctx_direct(Persister::CTX_READ_SYNCH));
     EXPECT_FALSE(persister.ctx_direct(4));
     EXPECT_FALSE(persister.ctx_direct(-1));
 }
@@ -201,6 +211,24 @@ TEST_F(ProbeContextPersisterTest, UnknownDirectoriesAreNeverTheRootOfTheFileSyst
     EXPECT_FALSE(fs::exists("/am.mod"));
     Persister withoutManager;
     EXPECT_FALSE(withoutManager.ctx_direct(Persister::CTX_READ));
+}
+
+TEST_F(ProbeContextPersisterTest, ThreadsTakeTurns) {
+    const FakeVm vm;
+    Persister persister((root / "home").c_str(), (root / "runtime").c_str());
+    ASSERT_TRUE(persister.ctx_direct(Persister::CTX_READ)) << "as at start, alone: this makes the monitor";
+    const auto hammer = [&persister](int32_t level) {
+        for (int i = 0; i < 500; ++i) {
+            EXPECT_TRUE(persister.ctx_setEnum(Persister::ctx_api_ProbeLevel, level));
+            EXPECT_TRUE(persister.ctx_direct(Persister::CTX_READ));
+            EXPECT_TRUE(persister.ctx_direct(Persister::CTX_WRITE));
+            delete[] persister.ctx_getElems();
+        }
+    };
+    std::thread other(hammer, 2);
+    hammer(3);
+    other.join();
+    EXPECT_EQ(get(bound()), std::to_string(persister.ctx_getEnum(Persister::ctx_api_ProbeLevel)));
 }
 
 TEST_F(ProbeContextPersisterTest, PathsAreCutAtTheirBuffer) {

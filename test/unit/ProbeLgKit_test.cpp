@@ -145,8 +145,10 @@ void openInChild(const char *node = "node", const char *server = "server") {
     const std::string root = getenv("AM_TEST_ROOT");
     const std::string runtime = root + "/runtime", toolkit = root + "/toolkit", home = root + "/home";
     const std::string common = root + "/common";
+    const bool fromEnvironment = getenv("LGKIT_COMMON_DIR") != nullptr;
     getCommandLineArgs();
-    openLgKit({runtime.c_str(), toolkit.c_str(), home.c_str(), node, server, common.c_str()});
+    openLgKit({runtime.c_str(), toolkit.c_str(), home.c_str(), node, server,
+               fromEnvironment ? nullptr : common.c_str()});
 }
 
 std::string property(const char *object, const char *name) {
@@ -288,6 +290,33 @@ TEST(Toolkit, MissingObjects) {
     }
 }
 
+// What is still there when an object is missing writes where it belongs; so does what has no directory named.
+TEST(Toolkit, NeverWritesIntoTheWorkingDirectory) {
+    if (inChild()) {
+        fs::create_directory(fs::path(getenv("AM_TEST_ROOT")) / "work");
+        fs::current_path(fs::path(getenv("AM_TEST_ROOT")) / "work");
+        openInChild();
+        messageInfo(1001, "a message");
+        return;
+    }
+    const std::map<std::string, std::string> none = {{"QUALDIR", "mine"}};
+    const std::map<std::string, std::string> empty = {{"QUALDIR", "mine"}, {"LGKIT_COMMON_DIR", ""}};
+    const fs::path byDefault = "work/C:/Program Files/qel/morvex/common/ZYK/logs/mine/dc-msg.log";
+    const struct {
+        const std::string properties;
+        const std::map<std::string, std::string> environment;
+        fs::path log;
+    } rows[] = {{MESSAGE_LOG + TRACE_LOG, none, "common/ZYK/logs/mine/dc-msg.log"},
+                {MESSAGE_LOG + TRACERS + TRACE_LOG, empty, byDefault}};
+    for (const auto &row : rows) {
+        const Installation installation;
+        installation.add("runtime", row.properties);
+        EXPECT_EQ(0, runInChild(installation.child(row.environment)).status);
+        EXPECT_THAT(contentOf(installation.root / row.log), HasSubstr("a message"));
+        EXPECT_FALSE(fs::exists(installation.root / "work/dc-msg.log"));
+    }
+}
+
 // Without any, or with a part of, the three libraries logging is silent; beside the program they are found.
 TEST(Toolkit, IsBoundBesideTheProgramOrNotAtAll) {
     if (inChild()) {
@@ -320,9 +349,9 @@ TEST(Toolkit, FirstFailureFilesFollowTheServer) {
         return;
     }
     const std::string handler = "handler.ffdc.dc.type=lgk_ffdchandler\n";
-    std::string tooMany;
-    for (int i = 0; i <= 1000; ++i) {
-        tooMany += "f,";
+    std::string justEnough;
+    for (int i = 0; i < 1000; ++i) {
+        justEnough += "f,";
     }
     for (const bool named : {false, true}) {
         const Installation installation;
@@ -341,14 +370,17 @@ TEST(Toolkit, FirstFailureFilesFollowTheServer) {
                   child.out);
         EXPECT_EQ("", child.err);
 
-        installation.add("runtime", properties + "handler.ffdc.dc.files=" + tooMany + "\n");
-        const ChildResult cut = runInChild(installation.child(base));
-        EXPECT_EQ("Number of files sepcified exceeds the maximum limit 1000\n", cut.err);
         std::string first255;
         while (first255.size() < 255) {
             first255 += first255.size() % 2 == 0 ? 'f' : ' ';
         }
-        EXPECT_EQ(zyk + "/FFDC/node.server|" + first255, cut.out);
+        for (const bool tooMany : {false, true}) {
+            installation.add("runtime", properties + "handler.ffdc.dc.files=,," + justEnough +
+                                            (tooMany ? ",f" : ",") + "\n");
+            const ChildResult cut = runInChild(installation.child(base));
+            EXPECT_EQ(tooMany ? "Number of files sepcified exceeds the maximum limit 1000\n" : "", cut.err);
+            EXPECT_EQ(zyk + "/FFDC/node.server|" + first255, cut.out);
+        }
     }
 }
 

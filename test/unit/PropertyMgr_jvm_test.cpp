@@ -65,7 +65,9 @@ int toolkitsDisabled = 0;
 // A fresh manager in a JVM whose system properties, command line and environment say nothing about us.
 class PropertyMgrJvmTest : public testing::Test {
 protected:
-    PropertyMgrJvmTest() : env(RealJvm::env()), oldArgs(commandLineArgs), oldCount(commandLineArgCount) {
+    PropertyMgrJvmTest()
+        : env(RealJvm::env()), oldFacts(serverFacts), oldArgs(commandLineArgs),
+          oldCount(commandLineArgCount) {
         commandLineArgs = &noArgs[0];
         commandLineArgCount = 1;
         for (const char *name : PROPERTIES) {
@@ -95,6 +97,7 @@ protected:
         }
         commandLineArgs = oldArgs;
         commandLineArgCount = oldCount;
+        serverFacts = oldFacts;
         initDebug = false;
         fs::remove_all(root);
     }
@@ -140,6 +143,7 @@ protected:
 private:
     char java[5] = "java";
     char *noArgs[2] = {java, nullptr};
+    const ServerFacts oldFacts;
     char **oldArgs;
     int oldCount;
 };
@@ -197,6 +201,21 @@ TEST_F(PropertyMgrJvmTest, TakesLinesOfEveryKind) {
     EXPECT_STREQ(manager->getStringProperty("refused", "def"), "def");
     EXPECT_STREQ(manager->getProperty("args"), "/some/dir|datacollector*.properties|ZYK");
     EXPECT_EQ(manager->getIntProperty("line.2999", -1), 2999);
+}
+
+TEST_F(PropertyMgrJvmTest, AsksForNoFileWithoutADirectory) {
+    const struct {
+        const char *dir;
+        const char *file;
+    } cases[] = {{"/some/dir", "/some/dir/dc.env.properties"}, {"", nullptr}, {nullptr, nullptr}};
+    for (const auto &c : cases) {
+        unsetenv("AM_TEST_FILE");
+        EXPECT_EQ(initialize(c.dir, true, {{BUILDER, MISSING}, {MANAGER, "amtest/ConfigHelpers$OddLines"}}),
+                  std::string(NO_BUILDER_LINE) + CALLING_LINE + LOADED_LINE);
+        EXPECT_STREQ(getenv("AM_TEST_FILE"), c.file);
+    }
+    // The Java half that is shipped.
+    EXPECT_EQ(initialize("", true), std::string(CALLING_LINE) + LOADED_LINE);
 }
 
 TEST_F(PropertyMgrJvmTest, BuilderNamesTheRuntimeDirectory) {

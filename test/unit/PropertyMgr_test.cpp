@@ -98,6 +98,18 @@ TEST_F(PropertyMgrTest, LastValueWinsAndOwnsItsText) {
     }
 }
 
+TEST_F(PropertyMgrTest, WhatAThreadIsReadingOutlivesDestroy) {
+    parse("k=text", false);
+    const char *value = stringProperty("k", nullptr);
+    PropertyMgr::destroy();
+    EXPECT_EQ(propertyMgr, nullptr);
+    EXPECT_EQ(propertyMgrInstance, nullptr);
+    EXPECT_EQ(stringProperty("k", nullptr), nullptr);
+    EXPECT_STREQ(value, "text");
+    EXPECT_EQ(manager->getProperty("k"), value) << "a getter that was entered before";
+    PropertyMgr::destroy();
+}
+
 TEST_F(PropertyMgrTest, ReadsWholeNumbers) {
     const struct {
         const char *line;
@@ -189,6 +201,9 @@ TEST_F(PropertyMgrTest, StartMakesTheMonitorThatGuardsWrites) {
     EXPECT_TRUE(manager->start());
     EXPECT_TRUE(manager->putInternalProp("k", "v"));
     EXPECT_EQ(vm.monitorsAlive(), before + 1);
+    PropertyMgr::destroy();
+    EXPECT_EQ(vm.monitorsAlive(), before + 1) << "out of use, but whole";
+    new PropertyMgr;
     PropertyMgr::destroy();
     EXPECT_EQ(vm.monitorsAlive(), before);
 }

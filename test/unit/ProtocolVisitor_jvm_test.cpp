@@ -2,6 +2,7 @@
 
 #include "PropertyMgr.h"
 #include "RealJvm.h"
+#include "cmdline.h"
 #include "jnihelp.h"
 
 #include <cstdio>
@@ -125,33 +126,39 @@ TEST_F(RecordTraceTest, FailingListenerLeavesNoExceptionAndNoReference) {
 
 // ---------------------------------------------------------------- names of the server
 
-// A property manager that knows a node, a server and a profile, and is the one in force.
+// A server of which both halves know version, node, name and profile. The native half was told by a manager
+// that is gone.
 class KnownServer {
 public:
-    KnownServer(JNIEnv *env, const std::string &node, const std::string &server, const std::string &profile)
-        : jniEnv(env), old(propertyMgr) {
-        set(node, server, profile);
-        manager.setGlobalProperties(env);
-        propertyMgr = &manager;
+    KnownServer(JNIEnv *env, const char *version, const std::string &node, const std::string &server,
+                const std::string &profile)
+        : jniEnv(env), oldFacts(serverFacts) {
+        set(version, node, server, profile);
+        snprintf(serverFacts.appServerVersion, sizeof(serverFacts.appServerVersion), "%s", version);
+        PropertyMgr *oldManager = propertyMgr;
+        PropertyMgr().setGlobalProperties(env);
+        propertyMgr = oldManager;
+        propertyMgrInstance = oldManager;
     }
     ~KnownServer() {
-        propertyMgr = old;
-        set("", "", "");
+        serverFacts = oldFacts;
+        set("", "", "", "");
         for (char *raw : {rawNodeName, rawAppServer, rawProfileName}) {
             *raw = '\0';
         }
     }
 
 private:
-    void set(const std::string &node, const std::string &server, const std::string &profile) {
+    void set(const char *version, const std::string &node, const std::string &server,
+             const std::string &profile) {
+        setJavaSystemProperty(jniEnv, "appserver.version", version);
         setJavaSystemProperty(jniEnv, "am.nodename", node.c_str());
         setJavaSystemProperty(jniEnv, "am.appserver", server.c_str());
         setJavaSystemProperty(jniEnv, "AM_PROFILENAME", profile.c_str());
     }
 
     JNIEnv *jniEnv;
-    PropertyMgr *old;
-    PropertyMgr manager;
+    const ServerFacts oldFacts;
 };
 
 std::string lengthAndText(const std::string &text) {
@@ -166,9 +173,9 @@ std::string initialNames(JNIEnv *env) {
     return std::string(area + fixed, visitor.getCursor() - 6);
 }
 
-TEST(ServerNames, ComeFromJavaOrElseFromTheConfiguration) {
+// The server's name by Java and by the native half, which must agree.
+TEST(ServerNames, AreTheSameFromJavaAndFromTheConfiguration) {
     JNIEnv *env = RealJvm::env();
-    const ServerFacts old = serverFacts;
     const std::string wide(255, 'w');
     const struct {
         const char *version;
@@ -176,28 +183,56 @@ TEST(ServerNames, ComeFromJavaOrElseFromTheConfiguration) {
         std::string profile;
         std::string expected;
     } cases[] = {{"6.0.0", "srv", "prof", "srv(prof)"},
+                 {"10.1.2", "srv", "prof", "srv(prof)"},
                  {"5.9.9", "srv", "prof", "srv"},
+                 {"beta", "srv", "prof", "srv"},
+                 {"8", "srv", "prof", "srv(prof)"},
                  {"8.0.0", "srv", "", "srv"},
                  {"8.0.0", wide, "prof", wide},
                  {"8.0.0", wide.substr(0, 252), "prof", wide.substr(0, 252) + "(pr"}};
     for (const auto &c : cases) {
         SCOPED_TRACE(c.version + (" " + c.expected));
-        const KnownServer known(env, "node-1", c.server, c.profile);
-        snprintf(serverFacts.appServerVersion, sizeof(serverFacts.appServerVersion), "%s", c.version);
-        EXPECT_EQ(lengthAndText("node-1") + lengthAndText(c.expected), initialNames(nullptr));
-
-        char fromJava[256] = {};
-        ASSERT_EQ(0, getFullAppServerName(fromJava, sizeof(fromJava), env));
-        EXPECT_EQ(lengthAndText("node-1") + lengthAndText(fromJava), initialNames(env));
+        const KnownServer known(env, c.version, "node-1", c.server, c.profile);
+        const std::string expected = lengthAndText("node-1") + lengthAndText(c.expected);
+        EXPECT_EQ(expected, initialNames(nullptr));
+        EXPECT_EQ(expected, initialNames(env));
     }
-    serverFacts = old;
+}
+
+TEST(ServerNames, ProfileIsFoundInTheSameOrderByBothHalves) {
+    JNIEnv *env = RealJvm::env();
+    char **const oldArgs = commandLineArgs;
+    const int oldCount = commandLineArgCount;
+    const struct {
+        const char *property;
+        const char *word;
+        const char *expected;
+    } cases[] = {{"property", "-Dam.profilename=word", "srv(property)"},
+                 {"", "-Dam.profilename=word", "srv(word)"},
+                 {"", "am.profilename=word", "srv(word)"},
+                 {"", "-Dam.profilename=", "srv"},
+                 {"", "AM_PROFILENAME=word", "srv"},
+                 {"", "xam.profilename=word", "srv"}};
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.word);
+        char java[] = "java";
+        std::string word(c.word);
+        char *args[] = {java, word.data(), nullptr};
+        commandLineArgs = args;
+        commandLineArgCount = 2;
+        const KnownServer known(env, "8.0.0", "node-1", "srv", c.property);
+        const std::string expected = lengthAndText("node-1") + lengthAndText(c.expected);
+        EXPECT_EQ(expected, initialNames(nullptr));
+        EXPECT_EQ(expected, initialNames(env));
+    }
+    commandLineArgs = oldArgs;
+    commandLineArgCount = oldCount;
 }
 
 TEST(ServerNames, LongestInitialBlockHas818Bytes) {
     JNIEnv *env = RealJvm::env();
-    const ServerFacts old = serverFacts;
     const std::string wide(300, 'w');
-    const KnownServer known(env, wide, wide, wide);
+    const KnownServer known(env, "8.0.0", wide, wide, wide);
     snprintf(serverFacts.componentId, sizeof(serverFacts.componentId), "%s", wide.c_str());
     char area[818];
     ProtocolVisitor visitor(area, area, area + sizeof(area), nullptr);
@@ -205,7 +240,6 @@ TEST(ServerNames, LongestInitialBlockHas818Bytes) {
     visitor.addJ2EEInitRecord(nullptr);
     EXPECT_FALSE(visitor.hasOverflowed());
     EXPECT_EQ(area + sizeof(area), visitor.getCursor());
-    serverFacts = old;
 }
 
 } // namespace

@@ -574,17 +574,20 @@ public:
 TEST_F(ProtocolVisitorTest, CachedNameGoesOutOnceUntilTheCacheIsCleared) {
     const std::string withName = bytes("96 @ 0000 0000002D 0001'm' EEEE 02 7F7F");
     const std::string withoutName = bytes("96 @ 0000 0000002D 0000 EEEE 02 7F7F");
-    const auto write = [] {
+    const auto write = [](size_t room = 100) {
         auto event = nested(new CachedNameEvent(START));
         event->methodName = text("m");
-        Area area(100);
+        Area area(room);
         event->addToBuffer(&area.visitor);
-        return area.written();
+        return area.visitor.hasOverflowed() ? "too long" : area.written();
     };
     ProtocolVisitor::clearCommonNameCache();
     EXPECT_EQ(withName, write());
     EXPECT_EQ(withoutName, write());
     ProtocolVisitor::clearCommonNameCache();
+    EXPECT_EQ(withName, write());
+    ProtocolVisitor::clearCommonNameCache();
+    EXPECT_EQ("too long", write(withName.size() - 1));
     EXPECT_EQ(withName, write());
     ProtocolVisitor::clearCommonNameCache();
 }

@@ -41,6 +41,13 @@ public:
                                     }),
                      listed.end());
     }
+    // As an agent that ends: the living stay the manager's.
+    void letGoOfTheLiving() {
+        const std::lock_guard<std::mutex> guard(mutex);
+        listed.erase(std::remove_if(listed.begin(), listed.end(),
+                                    [](const ThreadData *thr) { return thr->acceptsEvents(); }),
+                     listed.end());
+    }
     size_t count() {
         const std::lock_guard<std::mutex> guard(mutex);
         return listed.size();
@@ -130,6 +137,7 @@ TEST_F(ThreadMgrTest, AnEndedThreadIsForgottenByEveryThread) {
     EXPECT_NE(first, second);
     EXPECT_EQ(1, first->queueSize());
     EXPECT_TRUE(second->acceptsEvents());
+    taker.letGoOfTheLiving();
     threads()->stop(); // destroys the second; the first is its agent's
     threads()->start();
     ThreadData *third = get(7);

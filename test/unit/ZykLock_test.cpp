@@ -1,12 +1,14 @@
 #include "ZykLock.h"
 
 #include "FakeVm.h"
+#include "RecordedJvmti.h"
 #include "RecordedLog.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <functional>
 #include <memory>
 #include <thread>
 #include <vector>
@@ -78,25 +80,40 @@ TEST(ZykLock, GetsItsMonitorOnFirstUse) {
     EXPECT_EQ(before + 1, vm.monitorsCreated());
     const ZykLock eager;
     EXPECT_EQ(before + 2, vm.monitorsCreated());
+    early.reset();
 }
 
-TEST(ZykLock, DestroysItsMonitorOnlyThroughTheInterface) {
+jvmtiError(JNICALL *realCreation)(jvmtiEnv *, const char *, jrawMonitorID *) = nullptr;
+std::vector<jrawMonitorID> madeMonitors;
+
+jvmtiError JNICALL notedCreation(jvmtiEnv *env, const char *name, jrawMonitorID *out) {
+    const jvmtiError result = realCreation(env, name, out);
+    madeMonitors.push_back(*out);
+    return result;
+}
+
+TEST(ZykLock, LeavesItsMonitorWhereTheInterfaceIsGone) {
     FakeVm vm;
+    RecordedJvmti recorded;
+    realCreation = recorded.table.CreateRawMonitor;
+    recorded.table.CreateRawMonitor = notedCreation;
     const int before = vm.monitorsAlive();
     { const ZykLock lock; }
     EXPECT_EQ(before, vm.monitorsAlive());
 
+    madeMonitors.clear();
     auto orphan = std::make_unique<ZykLock>();
+    auto late = std::make_unique<ZykLock>();
     {
         const NoVm noVm;
         orphan.reset();
     }
-    EXPECT_EQ(before + 1, vm.monitorsAlive());
-
-    auto late = std::make_unique<ZykLock>();
     vm.wrapper.phase = JVMTI_PHASE_DEAD;
     late.reset();
     EXPECT_EQ(before + 2, vm.monitorsAlive());
+    for (const jrawMonitorID left : madeMonitors) {
+        jvmti->DestroyRawMonitor(left);
+    }
 }
 
 TEST(ZykLock, FailedCreationIsToldAndTriedAgain) {

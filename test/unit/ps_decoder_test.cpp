@@ -107,6 +107,9 @@ const Golden kGolden[] = {
     {"96" PREFIX "0001'C' 00000000 0002'me'" END,
      R"("name":"CommonEvent.begin",)" PREFIX_JSON
      R"(,"className":"C","nameType":0,"methodName":"me")" LEVEL_JSON},
+    {"96" PREFIX "0001'C' 0000002D 0002'me'" END,
+     R"("name":"CommonEvent.begin",)" PREFIX_JSON
+     R"(,"className":"C","nameType":45,"methodName":"me")" LEVEL_JSON},
     {"98" PREFIX "0001'C' 0000002E 0000" END, R"("name":"IIOPServerEvent.begin",)" PREFIX_JSON
                                               R"(,"className":"C","nameType":46,"methodName":"")" LEVEL_JSON},
     {"C7" PREFIX "0001'a' 0002'rr' 0001'u'" END,
@@ -247,6 +250,9 @@ TEST(PsDecoder, malformedStreams) {
         {init(17, 0), 17, "unknown record type 0"},
         {init(18, 100), 18, "field fixed200"},
         {init(31, '['), 29, "not the fixed text in J2EEInitRecord, field clusterName"},
+        {init(22, 1), 22, "text longer than its field in J2EEInitRecord, field commandAgentID"},
+        {init(48, 1), 48, "field nodeName"},
+        {init(54, 1), 54, "field serverName"},
         {kInitBlock + bytes("2C 0000 7F7F"), packetAt, "unknown record type 44"},
         {kInitBlock + bytes("00 00000000 7F7F"), packetAt + 1,
          "value out of range in PacketHeader, field count"},
@@ -259,7 +265,10 @@ TEST(PsDecoder, malformedStreams) {
          "a name although the names flag is 0"},
         {one("27 00000001 00000002 00000003 00000004 02 7F7F"), recordAt + 17, "field useDefault"},
         {one("39" PREFIX "0000 0000 07" END), recordAt + 26, "field actionIs7"},
-        {one("96" PREFIX "0000 0000002F 0000" END), recordAt + 24, "field nameType"},
+        {one("37" PREFIX "0000 0000 01" END), recordAt + 26, "field actionIs7"},
+        {one("96" PREFIX "0000 0000002E 0000" END), recordAt + 24, "field nameType"},
+        {one("98" PREFIX "0000 0000002D 0000" END), recordAt + 24, "field nameType"},
+        {one("98" PREFIX "0000 00000001 0000" END), recordAt + 24, "field nameType"},
         {one("06" PREFIX "0007 0000 0000 0000" END), recordAt + 30, "length does not fit its content"},
         {one("29 0000 0000 0000000000000000 FFFFFFFF"), recordAt + 17, "record longer than the limit"},
         // One record too few, then too many, for what the header counts.

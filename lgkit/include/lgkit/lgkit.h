@@ -16,8 +16,9 @@ extern "C" {
 typedef struct LgkObject LgkObject;
 
 /* Opens the toolkit with the property file at `path` (lines `object.property=value`). 1 is success. Any other
- * result: the file is missing, unreadable, larger than 1,000,000 bytes or without one valid line; nothing has
- * changed then and nothing was printed. Lines that cannot be used are skipped and counted in one line on
+ * result: the file is missing, unreadable, larger than 1,000,000 bytes or without one valid line, and nothing
+ * has changed; or there is no memory or thread to write with, and nothing will be logged, though objects may
+ * be there. Nothing was printed then. Lines that cannot be used are skipped and counted in one line on
  * standard error. Opening again adds to and overwrites the properties of the objects that are already there.
  */
 LGK_EXPORT int LgkOpenToolkit(const char *path);

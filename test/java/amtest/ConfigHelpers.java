@@ -42,7 +42,8 @@ public final class ConfigHelpers {
     /** Answers with lines of every kind, and shows in them what it was given. */
     public static final class OddLines {
         public static String[] getEnvVariables(String file) {
-            return new String[] {null, "", "# AM_TEST_ODD=comment", "=x", "AM_TEST_ODD_NULL=", "AM_TEST_ODD= a =b"};
+            return new String[] {null, "", "# AM_TEST_ODD=comment", "=x", "AM_TEST_ODD_NULL=", "AM_TEST_ODD= a =b",
+                "AM_TEST_FILE=" + file};
         }
 
         public static String[] defineSysProps(String directory) {

@@ -86,6 +86,7 @@ final class Driver {
                 send(options.calls().get((int) (number % options.calls().size())), number);
             } catch (IOException e) {
                 lost.increment();
+                progress.println("lost request " + number + ": " + e);
             } catch (InterruptedException e) {
                 return;
             }

@@ -36,6 +36,8 @@ public final class ProbeSystem {
     public static int probeLevel;
     public static String contextFileName;
 
+    private static final int FIRST_MAJOR_WITH_PROFILES = 6;
+
     private ProbeSystem() {
     }
 
@@ -73,11 +75,21 @@ public final class ProbeSystem {
         }
     }
 
-    /** The server's full name on the wire: with the profile in parentheses where servers have profiles. */
+    /** The server's full name on the wire: with the profile in parentheses from major version 6 on. */
     public static String getAppServerName() {
         String name = ServerSettings.serverName();
         String profile = ServerSettings.profileName();
-        return profile.isEmpty() ? name : name + "(" + profile + ")";
+        boolean profiled = !profile.isEmpty() && major(getAppServerProductVersion()) >= FIRST_MAJOR_WITH_PROFILES;
+        return profiled ? name + "(" + profile + ")" : name;
+    }
+
+    /** The digits that a version begins with; 0 if there are none. Only the last nine count. */
+    private static int major(String version) {
+        int number = 0;
+        for (int i = 0; i < version.length() && version.charAt(i) >= '0' && version.charAt(i) <= '9'; i++) {
+            number = (number % 100000000) * 10 + version.charAt(i) - '0';
+        }
+        return number;
     }
 
     /** "major.minor.fix" of the server product, from the system property appserver.version. */

@@ -5,10 +5,12 @@ import com.qel.morvex.norak.toolkit.ai.osutils.OsUtils;
 
 /**
  * Where this server lives and what it is called. A name is looked for where the native half looks for it: the
- * system property, a word {@code name=value} on the command line, the process environment; the first that is
- * not empty counts. Nothing is cached, no operation throws. Safe for all threads.
+ * system property, a word {@code name=value} or {@code -Dname=value} on the command line, the process
+ * environment; the first that is not empty counts. Nothing is cached, no operation throws. Safe for all threads.
  */
 public final class ServerSettings {
+    private static final String[] NO_WORDS = new String[0];
+
     private ServerSettings() {
     }
 
@@ -37,9 +39,10 @@ public final class ServerSettings {
         return or(find("am.appserver"), "appserver");
     }
 
-    /** The profile name, never null: empty if there is none. */
+    /** The profile name, never null: empty if there is none. On the command line it is am.profilename. */
     public static String profileName() {
-        return or(find("AM_PROFILENAME"), or(systemOrCommandLine("am.profilename"), ""));
+        String value = or(system("AM_PROFILENAME"), commandLine("am.profilename="));
+        return or(value, or(environment("AM_PROFILENAME"), ""));
     }
 
     /** The product version of the server, "major.minor.fix"; "0.0.0" if nobody named it. */
@@ -67,17 +70,23 @@ public final class ServerSettings {
     }
 
     private static String commandLine(String prefix) {
-        try {
-            String[] words = OsUtils.getArgumentVectorNative();
-            for (int i = 0; words != null && i < words.length; i++) {
-                if (words[i] != null && words[i].startsWith(prefix) && words[i].length() > prefix.length()) {
-                    return words[i].substring(prefix.length());
-                }
+        for (String word : commandLineWords()) {
+            String text = word.startsWith("-D") ? word.substring(2) : word;
+            if (text.startsWith(prefix) && text.length() > prefix.length()) {
+                return text.substring(prefix.length());
             }
-        } catch (LinkageError noAgent) {
-            // Without the native half there is no command line to search.
         }
         return null;
+    }
+
+    /** Without the native half there is no command line to search. */
+    private static String[] commandLineWords() {
+        try {
+            String[] words = OsUtils.getArgumentVectorNative();
+            return words == null ? NO_WORDS : words;
+        } catch (LinkageError noAgent) {
+            return NO_WORDS;
+        }
     }
 
     /** The native view comes first: the JVM's own copy lacks what the agent added from its environment file. */

@@ -69,7 +69,14 @@ class CallBackTest {
         System.setProperty("am.appserver", "shop");
         assertEquals("shop", ProbeSystem.getAppServerName());
         System.setProperty("AM_PROFILENAME", "live");
-        assertEquals("shop(live)", ProbeSystem.getAppServerName());
         assertEquals("0.0.0", ProbeSystem.getAppServerProductVersion());
+        for (String version : new String[] {"0.0.0", "5.9", "beta", "v8"}) {
+            System.setProperty("appserver.version", version);
+            assertEquals("shop", ProbeSystem.getAppServerName(), version);
+        }
+        for (String version : new String[] {"6.0.0", "10.1.2", "8", "6beta"}) {
+            System.setProperty("appserver.version", version);
+            assertEquals("shop(live)", ProbeSystem.getAppServerName(), version);
+        }
     }
 }

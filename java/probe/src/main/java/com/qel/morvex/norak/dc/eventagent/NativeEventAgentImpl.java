@@ -66,7 +66,9 @@ public final class NativeEventAgentImpl {
     // Components, remote calls, web services
 
     /**
-     * @param data u16 length of all that follows, then bean, method and application, each with a u16 length
+     * A null array, or a {@code count} that it does not hold, is reported as a request without names.
+     *
+     * @param data as {@link BeanRequest#compose} makes it; other bytes cannot be read by the receiver
      * @param count the number of bytes of {@code data} that count
      */
     public static native int beginEJBRequestNative(byte[] data, int count);
@@ -119,7 +121,7 @@ public final class NativeEventAgentImpl {
     public static native void issueTraceRequestNative();
 
     /**
-     * @param levels the sampling rates, at least 4
+     * @param levels the sampling rates: the first 4 count, missing ones are 0
      * @param useDefault non-zero to make the receiver use its own
      */
     public static native void setSamplingRatesNative(int[] levels, int useDefault);
@@ -132,7 +134,7 @@ public final class NativeEventAgentImpl {
     /** The thread's number in the collected data; it gets one if it has none. */
     public static native int getEnvNative();
 
-    /** Fills {@code times}; leaves it alone if the thread is not being collected. */
+    /** Fills {@code times}, a {@link ThreadTimes}; null and objects without its fields are left alone. */
     public static native void getThreadTimesNative(Object times);
 
     // The pool of event agents

@@ -10,13 +10,16 @@ public final class NativeNetworkAgentImpl {
     private NativeNetworkAgentImpl() {
     }
 
-    /** Number of network agents, at least 1. */
+    /** Number of network agents, each of which wants a thread: 0 to 256, as the configuration says. */
     public static native int getNetAgentCountNative();
 
-    /** Lends the calling thread to agent {@code id} (from 0); returns when the agent has stopped. */
+    /**
+     * Lends the calling thread to agent {@code id} (from 0); returns when the agent has stopped, at once if there
+     * is no such agent, it already has a thread, or the pool is closed.
+     */
     public static native void startThreadNative(int id);
 
-    /** Asks agent {@code id} to stop and waits until it has left its thread. */
+    /** Asks agent {@code id} to stop and waits until it has left its thread; nothing if the pool is closed. */
     public static native void stopThreadNative(int id);
 
     /** Switches the record trace on with 1, off with any other value. */

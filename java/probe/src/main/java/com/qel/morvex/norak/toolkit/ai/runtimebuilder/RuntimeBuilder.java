@@ -7,11 +7,14 @@ import java.io.FilenameFilter;
 import java.io.IOException;
 import java.nio.file.FileAlreadyExistsException;
 import java.nio.file.Files;
+import java.nio.file.Path;
+import java.util.Arrays;
 
 /**
  * Finds the runtime directory of this server and, on the server's first start, makes it from the samples that
  * were installed in {@code <am.home>/etc}. A directory that holds anything belongs to the operator and is left
- * as it is. The native half calls this once, before any other Java code of the collector runs.
+ * as it is, unless the mark of an unfinished making stands in it: then what is missing is added. The native half
+ * calls this once, before any other Java code of the collector runs.
  */
 public final class RuntimeBuilder {
     private static final FilenameFilter SAMPLES = new FilenameFilter() {
@@ -20,6 +23,9 @@ public final class RuntimeBuilder {
             return name.endsWith(".properties");
         }
     };
+
+    /** Stands in a directory from before its first file is there until all are. */
+    private static final String UNFINISHED = ".unfinished";
 
     private static volatile String runtimeDir;
 
@@ -43,7 +49,7 @@ public final class RuntimeBuilder {
             return false;
         }
         try {
-            return hasEntries(new File(wanted)) || copySamples(new File(wanted));
+            return isFinished(new File(wanted)) || copySamples(new File(wanted));
         } catch (IOException | RuntimeException e) {
             OperatorNotes.once("Cannot make the runtime directory " + wanted + ": " + e);
             return false;
@@ -70,12 +76,15 @@ public final class RuntimeBuilder {
         if (samples.length == 0) {
             return false;
         }
-        if (!target.isDirectory() && !target.mkdirs()) {
+        if (!target.mkdirs() && !target.isDirectory()) {
             throw new IOException("no directory can be made here");
         }
+        Path mark = new File(target, UNFINISHED).toPath();
+        createUnlessThere(mark);
         for (File sample : samples) {
             copyUnlessThere(sample, new File(target, sample.getName()));
         }
+        Files.deleteIfExists(mark);
         return true;
     }
 
@@ -85,16 +94,32 @@ public final class RuntimeBuilder {
         return files == null ? new File[0] : files;
     }
 
-    private static void copyUnlessThere(File sample, File target) throws IOException {
+    private static void createUnlessThere(Path file) throws IOException {
         try {
-            Files.copy(sample.toPath(), target.toPath());
+            Files.createFile(file);
         } catch (FileAlreadyExistsException another) {
-            // A server started at the same moment was faster: its file is as good as ours.
+            // As good as ours.
         }
     }
 
-    private static boolean hasEntries(File directory) {
+    /** A file appears under its name when it is whole. */
+    private static void copyUnlessThere(File sample, File target) throws IOException {
+        if (target.exists()) {
+            return;
+        }
+        Path part = new File(target.getPath() + "." + Long.toHexString(System.nanoTime()) + ".part").toPath();
+        try {
+            Files.copy(sample.toPath(), part);
+            Files.move(part, target.toPath());
+        } catch (FileAlreadyExistsException another) {
+            // A server started at the same moment was faster: its file is as good as ours.
+        } finally {
+            Files.deleteIfExists(part);
+        }
+    }
+
+    private static boolean isFinished(File directory) {
         String[] names = directory.list();
-        return names != null && names.length > 0;
+        return names != null && names.length > 0 && !Arrays.asList(names).contains(UNFINISHED);
     }
 }

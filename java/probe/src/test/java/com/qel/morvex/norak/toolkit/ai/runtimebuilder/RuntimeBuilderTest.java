@@ -10,6 +10,13 @@ import java.io.IOException;
 import java.nio.file.Files;
 import java.nio.file.Path;
 import java.util.Arrays;
+import java.util.Collections;
+import java.util.HashSet;
+import java.util.Set;
+import java.util.concurrent.Callable;
+import java.util.concurrent.ExecutorService;
+import java.util.concurrent.Executors;
+import java.util.concurrent.Future;
 import org.junit.jupiter.api.BeforeEach;
 import org.junit.jupiter.api.Test;
 import org.junit.jupiter.api.extension.ExtendWith;
@@ -50,6 +57,52 @@ class RuntimeBuilderTest {
         assertTrue(RuntimeBuilder.buildRuntime(owned.toString()));
         assertEquals("k=edited", Files.readString(owned.resolve("datacollector.properties")));
         assertFalse(Files.exists(owned.resolve("dc.env.properties")));
+    }
+
+    @Test
+    void aFailedMakingIsCompletedByTheNextStart() throws IOException {
+        Path broken = Files.createSymbolicLink(root.resolve("home/etc/datacollector_z.properties"), root.resolve("gone"));
+        Path wanted = root.resolve("runtime");
+        assertFalse(RuntimeBuilder.buildRuntime(wanted.toString()));
+        Files.deleteIfExists(wanted.resolve("dc.env.properties"));
+        Files.writeString(wanted.resolve("datacollector.properties"), "k=edited");
+        assertEquals(Set.of(".unfinished", "datacollector.properties"), names(wanted), "no part of a file stays");
+
+        Files.delete(broken);
+        assertTrue(RuntimeBuilder.buildRuntime(wanted.toString()));
+        assertEquals(Set.of("dc.env.properties", "datacollector.properties"), names(wanted));
+        assertEquals("k=edited", Files.readString(wanted.resolve("datacollector.properties")));
+    }
+
+    @Test
+    void serversThatStartAtOnceAllFindTheWholeSet() throws Exception {
+        for (int i = 0; i < 40; i++) {
+            Files.writeString(root.resolve("home/etc/sample" + i + ".properties"), "k=" + i);
+        }
+        Set<String> all = names(root.resolve("home/etc"));
+        all.remove("am.mod");
+        ExecutorService servers = Executors.newFixedThreadPool(4);
+        try {
+            for (int round = 0; round < 20; round++) {
+                Path wanted = root.resolve("runtime" + round);
+                Callable<Set<String>> start = () -> {
+                    assertTrue(RuntimeBuilder.buildRuntime(wanted.toString()));
+                    Set<String> found = names(wanted);
+                    found.removeIf(name -> !name.endsWith(".properties"));
+                    return found;
+                };
+                for (Future<Set<String>> found : servers.invokeAll(Collections.nCopies(4, start))) {
+                    assertEquals(all, found.get());
+                }
+                assertEquals(all, names(wanted));
+            }
+        } finally {
+            servers.shutdownNow();
+        }
+    }
+
+    private static Set<String> names(Path directory) {
+        return new HashSet<>(Arrays.asList(directory.toFile().list()));
     }
 
     @Test

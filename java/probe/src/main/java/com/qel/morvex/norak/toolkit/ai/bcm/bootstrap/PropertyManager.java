@@ -34,12 +34,12 @@ public final class PropertyManager {
     /**
      * The lines of the environment file.
      *
-     * @param file path of the file
+     * @param file path of the file; null or empty means that there is none
      * @return {@code key=value} lines, or null if the file is absent or cannot be read
      */
     public static String[] getEnvVariables(String file) {
         List<String> lines = new ArrayList<String>();
-        return file != null && addLines(new File(file), lines) ? toArray(lines) : null;
+        return isKnown(file) && addLines(new File(file), lines) ? toArray(lines) : null;
     }
 
     /**
@@ -64,13 +64,13 @@ public final class PropertyManager {
      * the extension, so that {@code datacollector.properties} precedes {@code datacollector_site.properties},
      * and the last line for a key is the one that counts.
      *
-     * @param directory the runtime directory; null means that there is none
+     * @param directory the runtime directory; null or empty means that there is none
      * @param mask a file name in which one "*" may stand for any characters
      * @param managerName the component that asks; all share the same files
      * @return {@code key=value} lines, or null if no file could be read
      */
     public static String[] defineProps(String directory, String mask, String managerName) {
-        if (directory == null || mask == null) {
+        if (!isKnown(directory) || mask == null) {
             return null;
         }
         List<String> lines = new ArrayList<String>();
@@ -163,6 +163,11 @@ public final class PropertyManager {
             return null;
         }
         return text.substring(0, equals).trim() + "=" + text.substring(equals + 1).trim();
+    }
+
+    /** An empty name would lead to the root of the file system. */
+    private static boolean isKnown(String path) {
+        return path != null && !path.isEmpty();
     }
 
     private static String[] toArray(List<String> lines) {

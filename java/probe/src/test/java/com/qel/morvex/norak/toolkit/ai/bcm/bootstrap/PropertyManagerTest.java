@@ -50,10 +50,12 @@ class PropertyManagerTest {
             huge.setLength(1L << 40);
         }
         assertNull(PropertyManager.getEnvVariables(null));
+        assertNull(PropertyManager.getEnvVariables(""));
         assertNull(PropertyManager.getEnvVariables(directory.resolve("none").toString()));
         assertNull(PropertyManager.getEnvVariables("bad\0name"));
         assertNull(PropertyManager.getEnvVariables(directory.resolve("huge").toString()));
         assertNull(PropertyManager.defineProps(null, "*", "ZYK"));
+        assertNull(PropertyManager.defineProps("", "*", "ZYK"));
         assertNull(PropertyManager.defineProps(directory.resolve("none").toString(), "*", "ZYK"));
         assertNull(PropertyManager.defineProps(directory.toString(), "datacollector*.properties", "ZYK"));
     }

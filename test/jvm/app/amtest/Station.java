@@ -1,0 +1,212 @@
+package amtest;
+
+import com.qel.morvex.norak.dc.eventagent.NativeEventAgentImpl;
+import com.sun.net.httpserver.HttpExchange;
+import com.sun.net.httpserver.HttpServer;
+import com.zykora.probe.ProbeController;
+import com.zykora.probe.ProbeService;
+import com.zykora.probe.log.ProbeLogger;
+import java.io.IOException;
+import java.lang.reflect.Method;
+import java.net.InetAddress;
+import java.net.InetSocketAddress;
+import java.nio.charset.StandardCharsets;
+import java.util.ArrayList;
+import java.util.List;
+import java.util.concurrent.Executors;
+import java.util.concurrent.SynchronousQueue;
+import java.util.concurrent.atomic.LongAccumulator;
+import java.util.concurrent.atomic.LongAdder;
+import java.util.function.IntUnaryOperator;
+
+/**
+ * A server that starts fast and ends in any wanted way. It reports its requests as instrumented code does, calling
+ * the collector's natives directly, and counts everything that they throw. Without a collector it serves the same.
+ *
+ * <pre>
+ * /work?100        100 requests with two nested statements each
+ * /threads?1000    1000 threads, one after the other, with one request each
+ * /virtual?1000    the same at once on virtual threads, which wait within the request; 0 where the JVM has none
+ * /load?8          8 threads that go on making such requests until the end
+ * /state           "requests R failures F longest M ms"
+ * /cycle?1         stops and starts the collector
+ * /enabled?0       1 while events are taken
+ * /level?1003      changes the monitoring level; 1 if it changed
+ * /log?22000       changes the native log level
+ * /return?0 /throw?0 /exit?N /halt?N      ends the process
+ * </pre>
+ */
+public final class Station {
+    private static final LongAdder requests = new LongAdder();
+    private static final LongAdder failures = new LongAdder();
+    private static final LongAccumulator longestMicros = new LongAccumulator(Math::max, 0);
+    private static final SynchronousQueue<Runnable> ending = new SynchronousQueue<>();
+
+    private Station() {
+    }
+
+    /** With any argument it ends at once. */
+    public static void main(String[] args) throws Exception {
+        if (args.length > 0) {
+            return;
+        }
+        HttpServer server = HttpServer.create(new InetSocketAddress(InetAddress.getLoopbackAddress(), 0), 0);
+        server.setExecutor(Executors.newFixedThreadPool(4, Station::daemon));
+        on(server, "/work", Station::work);
+        on(server, "/load", Station::load);
+        on(server, "/threads", Station::oneByOne);
+        on(server, "/virtual", Station::virtual);
+        server.createContext("/state", call -> answer(call, state()));
+        on(server, "/cycle", n -> cycle());
+        on(server, "/enabled", n -> ProbeController.isNativeProbeEnabled() ? 1 : 0);
+        on(server, "/level", n -> ProbeController.setModLevel(n) ? 1 : 0);
+        on(server, "/log", Station::log);
+        onEnd(server, "/return", n -> () -> { });
+        onEnd(server, "/throw", n -> () -> {
+            throw new IllegalStateException("thrown on purpose");
+        });
+        onEnd(server, "/exit", n -> () -> System.exit(n));
+        onEnd(server, "/halt", n -> () -> Runtime.getRuntime().halt(n));
+        server.start();
+        System.out.println("station listening on " + server.getAddress().getPort());
+        Runnable end = ending.take();
+        server.stop(1);
+        end.run();
+    }
+
+    private interface Ending {
+        Runnable with(int status);
+    }
+
+    private static Thread daemon(Runnable work) {
+        Thread thread = new Thread(work, "station");
+        thread.setDaemon(true);
+        return thread;
+    }
+
+    private static void on(HttpServer server, String path, IntUnaryOperator work) {
+        server.createContext(path, call -> answer(call, Integer.toString(unlessAbsent(work, argument(call)))));
+    }
+
+    /** 0 where there is no collector to ask. */
+    private static int unlessAbsent(IntUnaryOperator work, int argument) {
+        try {
+            return work.applyAsInt(argument);
+        } catch (LinkageError absent) {
+            return 0;
+        }
+    }
+
+    private static void onEnd(HttpServer server, String path, Ending ending) {
+        server.createContext(path, call -> {
+            answer(call, "ending");
+            Station.ending.offer(ending.with(argument(call)));
+        });
+    }
+
+    private static int argument(HttpExchange call) {
+        return Integer.parseInt(call.getRequestURI().getQuery());
+    }
+
+    private static void answer(HttpExchange call, String text) throws IOException {
+        byte[] body = (text + "\n").getBytes(StandardCharsets.US_ASCII);
+        call.sendResponseHeaders(200, body.length);
+        call.getResponseBody().write(body);
+        call.close();
+    }
+
+    private static int work(int count) {
+        for (int i = 0; i < count; i++) {
+            request(0);
+        }
+        return count;
+    }
+
+    private static int oneByOne(int count) {
+        for (int i = 0; i < count; i++) {
+            Thread thread = daemon(() -> request(0));
+            thread.start();
+            await(thread);
+        }
+        return count;
+    }
+
+    private static int virtual(int count) {
+        List<Thread> threads = new ArrayList<>();
+        try {
+            Method start = Thread.class.getMethod("startVirtualThread", Runnable.class);
+            for (int i = 0; i < count; i++) {
+                threads.add((Thread) start.invoke(null, (Runnable) () -> request(20)));
+            }
+        } catch (ReflectiveOperationException notInThisJvm) {
+            return 0;
+        }
+        threads.forEach(Station::await);
+        return count;
+    }
+
+    private static void await(Thread thread) {
+        try {
+            thread.join();
+        } catch (InterruptedException e) {
+            Thread.currentThread().interrupt();
+        }
+    }
+
+    private static int load(int threads) {
+        for (int i = 0; i < threads; i++) {
+            daemon(() -> {
+                while (pause(2)) {
+                    request(0);
+                }
+            }).start();
+        }
+        return threads;
+    }
+
+    private static boolean pause(long millis) {
+        try {
+            Thread.sleep(millis);
+            return true;
+        } catch (InterruptedException e) {
+            return false;
+        }
+    }
+
+    private static String state() {
+        return "requests " + requests + " failures " + failures + " longest " + longestMicros.get() / 1000 + " ms";
+    }
+
+    private static int cycle() {
+        ProbeService.stop();
+        return ProbeService.start() ? 1 : 0;
+    }
+
+    private static int log(int level) {
+        ProbeLogger.setNativeProbeLoggingLevel(level);
+        return level;
+    }
+
+    private static void request(long waitMillis) {
+        long from = System.nanoTime();
+        report(() -> NativeEventAgentImpl.startHttpRequestNative(0, "/work", "station", "/station/work", "nobody"));
+        for (int i = 0; i < 2; i++) {
+            report(() -> NativeEventAgentImpl.beginSQLRequestNative("SELECT * FROM track", "station"));
+            pause(waitMillis);
+            report(() -> NativeEventAgentImpl.endSQLRequestNative("SELECT * FROM track", "station"));
+        }
+        report(() -> NativeEventAgentImpl.finishHttpRequestNative("/work"));
+        requests.increment();
+        longestMicros.accumulate((System.nanoTime() - from) / 1000);
+    }
+
+    private static void report(Runnable call) {
+        try {
+            call.run();
+        } catch (LinkageError noCollector) {
+            // An instrumented server without the agent: nothing to report to.
+        } catch (Throwable harm) {
+            failures.increment();
+        }
+    }
+}

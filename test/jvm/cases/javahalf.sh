@@ -1,0 +1,197 @@
+# shellcheck shell=bash disable=SC2034,SC2154
+# A Java half whose classes are missing or throw: in front of the real jar stands a class made for the case. The server
+# serves and keeps its exit status every time.
+
+package_of() {
+    case $1 in
+    BcmBootstrap | PropertyManager) echo com.qel.morvex.norak.toolkit.ai.bcm.bootstrap ;;
+    RuntimeBuilder) echo com.qel.morvex.norak.toolkit.ai.runtimebuilder ;;
+    CcTools) echo com.qel.morvex.norak.toolkit.ai.bcm.utility ;;
+    EntryExitConsumerImpl) echo com.qel.morvex.norak.dc.level3 ;;
+    pe_lookup) echo com.zykora.publish ;;
+    *) echo com.zykora.probe ;;
+    esac
+}
+
+# replace CLASS BODY: the class with this body instead of the real one.
+replace() {
+    mkdir -p source half
+    printf 'package %s;\npublic final class %s {\n%s\n}\n' "$(package_of "$1")" "$1" "$2" > "source/$1.java"
+    "$JAVA_BIN/javac" -nowarn --release 17 -d half "source/$1.java" || fail "the class of the case is wrong"
+    boot_path=$PWD/half:$HOME_AM/java/am-probe.jar
+}
+
+# leave_out CLASS...: a Java half without these classes.
+leave_out() {
+    mkdir -p half
+    (cd half && "$JAVA_BIN/jar" xf "$HOME_AM/java/am-probe.jar")
+    local class
+    for class in "$@"; do
+        rm "half/$(package_of "$class" | tr . /)/$class.class"
+    done
+    boot_path=$PWD/half
+}
+
+# with_half [JVM option...]: starts the small server on the changed Java half.
+with_half() {
+    start_receiver
+    options_for station --publish-server "$address"
+    start_station "${options[@]/#-Xbootclasspath*/-Xbootclasspath/a:$boot_path}" "$@"
+}
+
+served_without_collector() {
+    never_collects
+    serves
+    stop_receiver
+    ! received HttpEvent.begin || fail "events of a collector that could not start"
+}
+
+served_and_collected() {
+    await_collector
+    wait_until 30 "the connection" received InitRecord
+    serves
+    stop_receiver
+    received HttpEvent.end || fail "nothing was collected"
+}
+
+bootstrap_natives='public static native void defineNativeMethodsForClassNative(Class<?> type, String name);
+    public static native int getCurrentProcessIdNative();
+    public static native boolean isProcessAliveNative(int processId);
+    public static native String getEnvNative(String name);
+    public static native String[] getJavaCommandLineArgs();
+    public static native long getCurrentThreadCPUTime();
+    public static native int setFileReadWriteNative(String file);
+    public static byte[] instrumentClassFromJVMTI(byte[] bytes, String name, ClassLoader loader) { return null; }
+    public static byte[] instrumentClassFromJVMPI(byte[] bytes, String name) { return null; }
+    public static void disable() { }'
+
+stays_off='## zykora: Datacollector is disabled. Check value of the NORAK_DC_ENABLED property'
+bootstrap_not_found='ERROR 1083 Can not find com.zykora.bcm.bootstrap.BcmBootstrap.class'
+not_loaded=('## PropertyMgr::initialize() could not load Environment Variables'
+    '## PropertyMgr::initialize() error during initialization'
+    '## PropertyMgr::initialize() NORAK will be disabled')
+
+case_bootstrap_throws() {
+    replace BcmBootstrap "$bootstrap_natives
+        public static void staticInit() { throw new IllegalStateException(\"on purpose\"); }"
+    with_half
+    served_without_collector
+    expect_output "${started[@]}" "$stays_off"
+}
+
+case_bootstrap_cannot_be_initialised() {
+    replace BcmBootstrap "$bootstrap_natives
+        static { if (true) throw new IllegalStateException(\"on purpose\"); }
+        public static void staticInit() { }"
+    with_half
+    served_without_collector
+    expect_console server.out "${started[@]}"
+    expect_line "$logs/dc-msg.log" "$bootstrap_not_found"
+}
+
+case_bootstrap_without_natives() {
+    replace BcmBootstrap 'public static void staticInit() { }'
+    with_half
+    served_without_collector
+    expect_console server.out "${started[@]}" 'zykora: ExceptionOccurred' 'zykora: RegisterNatives rc=-1'
+}
+
+case_bootstrap_missing() {
+    leave_out BcmBootstrap
+    with_half
+    served_without_collector
+    expect_console server.out "${started[@]}"
+    expect_line "$logs/dc-msg.log" "$bootstrap_not_found"
+}
+
+case_property_manager_throws() {
+    replace PropertyManager '
+        public static String[] getEnvVariables(String file) { throw new AssertionError("on purpose"); }
+        public static String[] defineSysProps(String directory) { return null; }
+        public static String[] defineProps(String directory, String mask, String name) { return null; }'
+    with_half
+    served_without_collector
+    expect_console server.out "$reading_environment" \
+        '## PropertyMgr::initialize() Error calling static method - getEnvVariables' '## loadEnvProperties failed.' \
+        "${not_loaded[@]}"
+}
+
+case_property_manager_of_another_version() {
+    replace PropertyManager 'public static String[] defineSysProps(String directory) { return null; }'
+    with_half
+    served_without_collector
+    expect_console server.out '## PropertyMgr::initialize() Error getting static method id - getEnvVariables' \
+        '## loadEnvProperties failed.' "${not_loaded[@]}"
+}
+
+# Settings that cannot be had are defaults; here the reader on the Java side finds none either.
+case_settings_throw() {
+    replace PropertyManager '
+        public static String[] getEnvVariables(String file) { return new String[] {null, "", "=", "A"}; }
+        public static String[] defineSysProps(String directory) { throw new IllegalStateException("on purpose"); }
+        public static String[] defineProps(String d, String m, String n) { throw new StackOverflowError(); }
+        public static java.util.Map<String, String> collectorProperties() { return new java.util.HashMap<>(); }'
+    with_half
+    await_collector
+    serves
+    expect_console server.out "${started[@]}"
+}
+
+case_runtime_builder_throws() {
+    replace RuntimeBuilder '
+        public static boolean buildRuntime(String directory) { throw new OutOfMemoryError("on purpose"); }
+        public static String getRuntimeDirName() { throw new IllegalStateException("on purpose"); }'
+    with_half
+    served_without_collector
+    expect_console server.out "${started[@]}"
+}
+
+case_runtime_builder_renames() {
+    replace RuntimeBuilder 'private static final String NAME = System.getProperty("user.dir") + "/renamed";
+        public static boolean buildRuntime(String directory) { return new java.io.File(NAME).mkdirs(); }
+        public static String getRuntimeDirName() { return NAME; }'
+    with_half -Dnetworkagent.ps.reconnect.frequency=1000
+    served_and_collected
+    expect_output \
+        '## PropertyMgr::initialize() A RuntimeBuilder helper class has changed the runtime directory name' \
+        "## PropertyMgr::initialize() originally specified parameter=$runtime, new value used=$PWD/renamed" \
+        "${started[@]}"
+    [ -f renamed/am.mod ] || fail "the new directory is not used"
+}
+
+case_lookup_throws() {
+    replace pe_lookup 'public static String hostName_ = null;
+        public static int port_ = -5;
+        public static int sendBuffSize_;
+        private static int calls;
+        public static int initialize() {
+            if (calls++ % 2 == 0) throw new IllegalStateException("on purpose");
+            return 1;
+        }'
+    with_half
+    await_collector
+    serves
+    stop_receiver
+    expect_console server.out "${started[@]}"
+}
+
+case_life_cycle_breaks() {
+    replace ProbeSystem 'static void describeServer(java.util.Map<String, String> files) {
+            throw new IllegalStateException("on purpose");
+        }'
+    with_half
+    served_without_collector
+    expect_console server.out "${started[@]}"
+    expect_console server.err \
+        '## The data collector could not be started: java.lang.IllegalStateException: on purpose'
+}
+
+# Helpers that are only asked: the collector does without them.
+case_helpers_missing() {
+    leave_out CcTools EntryExitConsumerImpl pe_lookup
+    with_half
+    await_collector
+    serves
+    stop_receiver
+    expect_console server.out "${started[@]}"
+}

@@ -1,0 +1,164 @@
+# shellcheck shell=bash disable=SC2034,SC2154
+# How a monitored process ends, and the collector's own stop and start while the server works.
+
+# Every way to end gives the status that it gives without the agent, within the time that the stop is allowed.
+ends_in() {
+    local path=$1 status=$2 least=$3 most=$4 from
+    options_for station
+    start_station "${options[@]}"
+    await_collector
+    from=$SECONDS
+    end_by "$path" "$status"
+    [ $((SECONDS - from)) -ge "$least" ] || fail "ended after $((SECONDS - from)) s, the grace time is $least s"
+    [ $((SECONDS - from)) -le "$most" ] || fail "ended after $((SECONDS - from)) s, at most $most s are allowed"
+    expect_console server.out "${started[@]}"
+}
+
+case_main_returns() {
+    ends_in '/return?0' 0 10 30
+    expect_console server.err
+}
+
+case_main_throws() {
+    ends_in '/throw?0' 1 10 30
+    expect_console server.err \
+        'Exception in thread "main" java.lang.IllegalStateException: thrown on purpose'
+}
+
+case_halted() {
+    ends_in '/halt?5' 5 59 90
+    expect_console server.err 'WARNING: Probe Manager is still alive!'
+}
+
+case_terminated() {
+    options_for station
+    start_station "${options[@]}"
+    await_collector
+    kill -TERM "$server"
+    local status=0
+    wait "$server" || status=$?
+    [ "$status" -eq 143 ] || fail "exit status $status after SIGTERM"
+    expect_line "$logs/dc-msg.log" 'INFO 1003 '
+}
+
+# A Publish Server that holds the connection and reads no more: the server works on, and ends in time.
+case_ends_while_publish_server_stalls() {
+    start_receiver
+    options_for station --publish-server "$address"
+    start_station "${options[@]}"
+    await_collector
+    wait_until 30 "the connection" received InitRecord
+    kill -STOP "$receiver"
+    get '/load?8' > /dev/null
+    sleep 20
+    get /state
+    local from=$SECONDS
+    end_by '/exit?3' 3
+    [ $((SECONDS - from)) -le 30 ] || fail "ended after $((SECONDS - from)) s"
+    expect_output "${started[@]}"
+}
+
+# An address where packets vanish.
+case_ends_while_connecting() {
+    options_for station --publish-server 192.0.2.1:9
+    start_station "${options[@]}"
+    await_collector
+    sleep 3
+    local from=$SECONDS
+    end_by '/exit?3' 3
+    [ $((SECONDS - from)) -le 30 ] || fail "ended after $((SECONDS - from)) s"
+}
+
+# Threads come and go, and on a JVM that has them, virtual ones change what carries them within a request.
+case_many_threads() {
+    start_receiver
+    options_for station --publish-server "$address"
+    export MALLOC_ARENA_MAX=1
+    start_station "${options[@]}" -XX:+AlwaysPreTouch
+    await_collector
+    wait_until 30 "the connection" received InitRecord
+    local before requests
+    [ "$(get '/threads?10000')" = 10000 ] || fail "the threads have not ended"
+    before=$(memory_kb)
+    [ "$(get '/threads?10000')" = 10000 ] || fail "the threads have not ended"
+    sleep 2
+    echo "$before KB, $(memory_kb) KB after 10000 more threads"
+    [ "$(memory_kb)" -lt $((before + 5000)) ] || fail "10000 threads took $(($(memory_kb) - before)) KB"
+    get '/virtual?500' > /dev/null
+    get /state | grep -q ' failures 0 ' || fail "natives have thrown: $(get /state)"
+    requests=$(get /state | grep -oE '^requests [0-9]+' | grep -oE '[0-9]+$')
+    end_by '/return?0' 0
+    stop_receiver
+    [ "$(value errors received.json)" -eq 0 ] || fail "the stream was broken"
+    [ "$(grep -c '"name":"HttpEvent.begin"' records.json)" -eq "$requests" ] ||
+        fail "$(grep -c '"name":"HttpEvent.begin"' records.json) begins of $requests requests arrived"
+    expect_output "${started[@]}"
+}
+
+# ended_with STATUS PID SECONDS: the process has the status within the time.
+ended_with() {
+    local status=0 deadline=$((SECONDS + $3))
+    while kill -0 "$2" 2>/dev/null; do
+        [ "$SECONDS" -lt "$deadline" ] || fail "process $2 has not ended after $3 s"
+        sleep 0.2
+    done
+    wait "$2" || status=$?
+    [ "$status" -eq "$1" ] || fail "exit status $status, expected $1"
+}
+
+# The end comes while the collector is still on its way up: at once, and by a signal at several moments.
+case_ends_while_starting() {
+    options_for station
+    local moment pid short=() killed=()
+    for moment in 1 2 3 4; do
+        "$JAVA" "${options[@]}" "${station_options[@]}" amtest.Station at-once > "out.$moment" 2> "err.$moment" &
+        short+=("$!")
+    done
+    for moment in 0.15 0.3 0.5 0.7 0.9 1.2; do
+        "$JAVA" "${options[@]}" "${station_options[@]}" amtest.Station > "out.$moment" 2> "err.$moment" &
+        pid=$!
+        killed+=("$pid")
+        sleep "$moment"
+        kill -TERM "$pid"
+    done
+    pids+=("${short[@]}" "${killed[@]}")
+    for pid in "${short[@]}"; do ended_with 0 "$pid" 45; done
+    for pid in "${killed[@]}"; do ended_with 143 "$pid" 45; done
+    cat err.* > server.err
+    expect_console server.err
+}
+
+memory_kb() { sed -n 's/^VmRSS:[^0-9]*\([0-9]*\).*/\1/p' "/proc/$server/status"; }
+threads() { sed -n 's/^Threads:[^0-9]*\([0-9]*\).*/\1/p' "/proc/$server/status"; }
+
+# cycle_under_load N MOST_KB: stops and starts the collector N times while eight threads report requests; memory may
+# grow by MOST_KB a cycle after the second. One line a cycle.
+cycle_under_load() {
+    start_receiver
+    options_for station --publish-server "$address"
+    start_station "${options[@]}" -XX:+AlwaysPreTouch
+    await_collector
+    get '/load?8' > /dev/null
+    local i second=0 threads=0
+    for i in $(seq "$1"); do
+        [ "$(get '/cycle?1')" = 1 ] || fail "cycle $i: the collector has not come back"
+        await_collector
+        wait_until 20 "connection $((i + 1))" connections "$((i + 1))"
+        sleep 2
+        echo "cycle $i: $(memory_kb) KB resident, $(threads) threads, $(get /state)"
+        [ "$i" -ne 2 ] || second=$(memory_kb)
+        [ "$i" -ne 1 ] || threads=$(threads)
+    done
+    [ "$(threads)" -le "$((threads + 2))" ] || fail "$(threads) threads, $threads after the first cycle"
+    [ "$1" -lt 3 ] || [ "$(memory_kb)" -le "$((second + ($1 - 2) * $2))" ] ||
+        fail "memory grew from $second KB to $(memory_kb) KB in $(($1 - 2)) cycles"
+    get /state | grep -q ' failures 0 ' || fail "natives have thrown: $(get /state)"
+    end_by '/return?0' 0
+    stop_receiver
+    [ "$(value errors received.json)" -eq 0 ] || fail "a stream was broken"
+    expect_output "${started[@]}"
+}
+
+connections() { [ "$(grep -c '"name":"InitRecord"' records.json)" -ge "$1" ]; }
+
+case_two_cycles_under_load() { cycle_under_load 2 0; }

@@ -1,0 +1,283 @@
+# shellcheck shell=bash disable=SC2034,SC2154
+# The outcomes of the agent's start, and configurations that are missing or broken. Whatever it meets, the server
+# serves and keeps its exit status.
+
+reading_environment='## PropertyMgr::initialize() Calling  defineEnvMethodId.......'
+environment_loaded='## PropertyMgr::initialize() loaded Environment Variables'
+started=("$reading_environment" "$environment_loaded")
+
+
+never_collects() {
+    sleep 2
+    ! enabled || fail "the collector takes events"
+}
+
+case_inert() {
+    options_for station
+    export AM_DC_ENABLED=False
+    start_station "${options[@]}"
+    never_collects
+    serves
+    expect_output
+    unset AM_DC_ENABLED
+
+    start_station "${options[@]}" -DNORAK_DC_ENABLED=true -DNORAK_DC_ENABLED=FALSE
+    never_collects
+    serves
+    expect_output
+    [ ! -e data/ZYK ] || fail "logs of an agent that is off"
+}
+
+case_hollow() {
+    options_for station
+    start_station "${options[@]/libam_qel_16.so=/libam_qel_16.so=disableDC,}"
+    never_collects
+    serves
+    expect_output
+    [ ! -e data/ZYK ] || fail "logs of an agent that is off"
+}
+
+case_running() {
+    start_receiver
+    options_for station --publish-server "$address"
+    start_station "${options[@]}"
+    await_collector
+    serves
+    stop_receiver
+    expect_output "${started[@]}"
+    [ "$(grep -c '"name":"HttpEvent.begin"' records.json)" -eq 200 ] || fail "not every request was received"
+}
+
+case_heap_dump_off_and_debugger_pause() {
+    options_for station
+    export AM_HEAPDUMP=0
+    start_station "${options[@]/libam_qel_16.so=/libam_qel_16.so=am.debug=on,}"
+    await_collector
+    serves
+    expect_output '## Sleeping for 30 seconds ' '## Heap dump is disabled.' "${started[@]}"
+}
+
+# The same option twice, as a start script and an environment variable may give it together.
+case_loaded_twice() {
+    start_receiver
+    options_for station --publish-server "$address"
+    start_station "${options[@]}" "${options[0]}"
+    await_collector
+    serves
+    stop_receiver
+    expect_output "${started[@]}"
+    [ "$(grep -c '"name":"HttpEvent.begin"' records.json)" -eq 200 ] || fail "requests are missing or doubled"
+}
+
+# The options in the environment, and in a file; there the switch is seen by the Java half only.
+case_options_from_elsewhere() {
+    start_receiver
+    options_for station --publish-server "$address"
+    export JAVA_TOOL_OPTIONS="${options[*]}"
+    start_station
+    await_collector
+    serves
+    unset JAVA_TOOL_OPTIONS
+    stop_receiver
+    received HttpEvent.end || fail "nothing was collected"
+    expect_output "${started[@]}"
+
+    printf '"%s"\n' "${options[@]}" -DNORAK_DC_ENABLED=false > options
+    start_station @options
+    never_collects
+    serves
+    expect_output "${started[@]}" \
+        '## zykora: Datacollector is disabled. Check value of the NORAK_DC_ENABLED property'
+}
+
+# A debugger's agent and a flight recording in the same JVM.
+case_beside_other_agents() {
+    start_receiver
+    options_for station --publish-server "$address"
+    start_station "${options[@]}" -agentlib:jdwp=transport=dt_socket,server=y,suspend=n,address=127.0.0.1:0 \
+        -XX:StartFlightRecording
+    await_collector
+    serves
+    stop_receiver
+    received HttpEvent.end || fail "nothing was collected"
+    expect_console server.err
+}
+
+# The JVM itself watches how its interface is used, over a whole life with traces and a stop and start.
+case_checked_by_the_jvm() {
+    start_receiver
+    options_for station --publish-server "$address"
+    start_station "${options[@]}" -Xcheck:jni
+    await_collector
+    get '/log?21000' > /dev/null
+    get '/level?1003' > /dev/null
+    get '/cycle?1' > /dev/null
+    serves
+    stop_receiver
+    expect_output "${started[@]}"
+}
+
+# ---- configuration
+
+# Nothing but the library: its helpers are not there, and it stays dormant.
+case_library_alone() {
+    start_station "-agentpath:$HOME_AM/lib/libam_qel_16.so"
+    never_collects
+    serves
+    expect_console server.out \
+        '## PropertyMgr::initialize() Could not load RuntimeBuilder Class; Dynamic Runtime Build will not be attempted' \
+        '## loadEnvProperties failed.' \
+        '## PropertyMgr::initialize() could not load Environment Variables' \
+        '## PropertyMgr::initialize() error during initialization' \
+        '## PropertyMgr::initialize() NORAK will be disabled'
+}
+
+no_logging() {
+    echo "WARN: Could not open Toolkit. please check if lgkit property file $1/etc/zyk-lgkit.properties exists." \
+        "Trying $2/etc/zyk-lgkit.properties "
+    echo "ERROR: Could not open Toolkit. please check if lgkit property file $2/etc/zyk-lgkit.properties exists. "
+}
+
+case_no_properties_at_all() {
+    start_station "-agentpath:$HOME_AM/lib/libam_qel_16.so" "-Xbootclasspath/a:$HOME_AM/java/am-probe.jar"
+    await_collector
+    serves
+    mapfile -t silent < <(no_logging '' /zykora)
+    expect_output "${started[@]}" "${silent[@]}"
+}
+
+# A directory that nobody may enter, seen by a user who is not root.
+case_unreadable_directory() {
+    own_tree tree
+    options_for station
+    run_as_plain_user
+    chmod 000 "$runtime"
+    start_station "${options[@]}"
+    await_collector
+    serves
+    chmod 700 "$runtime"
+    expect_console server.out "${started[@]}"
+}
+
+# Files that are there, but not for this user.
+case_unreadable_files() {
+    own_tree tree
+    options_for station
+    run_as_plain_user
+    chmod 000 "$runtime"/*
+    start_station "${options[@]}"
+    await_collector
+    serves
+    expect_console server.out "${started[@]}"
+    local name
+    for name in dc.env datacollector datacollector_test; do
+        expect_line server.err "## Cannot read $runtime/$name.properties, its settings are not used: "
+    done
+    [ "$(console server.err | wc -l)" -eq 3 ] || fail "more than one line a file: $(cat server.err)"
+}
+
+# Neither the runtime directory nor logs can be made.
+case_nothing_writable() {
+    own_tree tree
+    options_for station
+    run_as_plain_user
+    rm -r data
+    mkdir data
+    chmod 555 data
+    start_station "${options[@]}"
+    await_collector
+    serves
+    expect_console server.out "${started[@]}"
+    expect_console server.err "## Cannot make the runtime directory $runtime: java.io.IOException: no directory can be made here"
+}
+
+case_runtime_directory_is_a_file() {
+    options_for station
+    rm -r "$runtime"
+    echo 'no directory' > "$runtime"
+    start_station "${options[@]}"
+    await_collector
+    serves
+    expect_console server.out "${started[@]}"
+}
+
+case_broken_properties() {
+    options_for station
+    printf '\0\1\2=\377\n=\n==\nno equals sign\ninternal.memory.limit=many\nnetworkagent.pool.size=-3\n%s\n%s\n' \
+        'eventagent.pool.size=0' 'internal.probe.publishing.frequency=0' > "$runtime/datacollector_zz.properties"
+    head -c 100000 /dev/urandom > "$runtime/datacollector_zzz.properties"
+    mkdir "$runtime/datacollector_zzzz.properties"
+    head -c 100000 /dev/urandom > "$runtime/dc.env.properties"
+    printf 'garbage' > "$runtime/am.mod"
+    start_station "${options[@]}"
+    serves
+    expect_console server.out "${started[@]}"
+}
+
+case_broken_logging() {
+    options_for station
+    head -c 5000 /dev/urandom > "$runtime/zyk-lgkit.properties"
+    start_station "${options[@]}"
+    await_collector
+    serves
+}
+
+case_no_logging_file() {
+    options_for station
+    rm "$runtime/zyk-lgkit.properties"
+    mkdir elsewhere
+    start_station "${options[@]}" -Dam.home="$PWD/elsewhere" -Dnorak61.home="$PWD/elsewhere"
+    await_collector
+    serves
+    mapfile -t silent < <(no_logging "$PWD/elsewhere/toolkit" "$PWD/elsewhere")
+    expect_output "${started[@]}" "${silent[@]}"
+}
+
+case_no_toolkit_libraries() {
+    own_tree tree
+    rm tree/lib/liblgkit_64.so
+    start_receiver
+    options_for station --publish-server "$address"
+    start_station "${options[@]}"
+    await_collector
+    serves
+    stop_receiver
+    received HttpEvent.end || fail "nothing was collected"
+    expect_output "${started[@]}"
+    [ ! -e data/ZYK ] || fail "logs without a toolkit"
+}
+
+# ---- users and places
+
+# A user who is not root, another working directory, an install tree that was moved to a path with a blank.
+case_moved_tree_plain_user() {
+    own_tree 'new home'
+    mkdir work
+    start_receiver
+    options_for station --publish-server "$address"
+    run_as_plain_user
+    pushd work > /dev/null || exit
+    start_station "${options[@]}"
+    await_collector
+    serves
+    popd > /dev/null || exit
+    stop_receiver
+    received HttpEvent.end || fail "nothing was collected"
+    expect_console work/server.out "${started[@]}"
+    expect_console work/server.err
+    expect_line "$logs/dc-msg.log" 'INFO 1003 '
+}
+
+# Where another user is to be had, the server runs as that user, who owns the case's directory.
+run_as_plain_user() {
+    [ "$(id -u)" -eq 0 ] || return 0
+    chown -R 65534:65534 .
+    chmod -R a+rX .
+    runner=(setpriv --reuid=65534 --regid=65534 --clear-groups)
+}
+
+# own_tree DIRECTORY: from here on the case uses a copy of the install tree.
+own_tree() {
+    cp -r "$HOME_AM" "$1"
+    HOME_AM=$PWD/$1
+}

@@ -1,0 +1,69 @@
+# shellcheck shell=bash disable=SC2034,SC2154
+# Real traffic on the servlet application.
+
+# What was sent is what arrives, and the server answers and ends as it does without the agent.
+case_counts() {
+    start_shop
+    drive --requests 600
+    stop_shop
+    local plain
+    plain=$(value checksum driver.json)
+
+    start_receiver
+    options_for shop --publish-server "$address"
+    monitored_shop
+    drive --requests 600
+    stop_shop
+    stop_receiver
+    [ "$(value checksum driver.json)" = "$plain" ] || fail "the agent changes the answers"
+    "$TOOLS/compare-counts" driver.json received.json 2> /dev/null > differences || fail "$(head -n 1 differences)"
+    expect_output '## PropertyMgr::initialize() Calling  defineEnvMethodId.......' \
+        '## PropertyMgr::initialize() loaded Environment Variables'
+}
+
+# The slowest of requests that are sent one by one for SECONDS, in whole milliseconds.
+slowest_request() {
+    local end=$((SECONDS + $1))
+    while [ "$SECONDS" -lt "$end" ]; do
+        curl -fsS -o /dev/null --max-time 60 -w '%{time_total}\n' "$url/item?id=7" || echo 999
+        sleep 0.1
+    done | awk '$1 > most { most = $1 } END { printf "%d\n", most * 1000 }'
+}
+
+# The Publish Server dies without a word and comes back on its port.
+case_publish_server_killed() {
+    start_receiver
+    options_for shop --publish-server "$address"
+    monitored_shop
+    slowest_request 20 > slowest &
+    local sampler=$!
+    drive --seconds 20 &
+    local traffic=$!
+    wait_until 20 "records" received HttpEvent.begin
+    kill_receiver
+    sleep 6
+    start_receiver "$address"
+    wait_until 20 "records on the new connection" received SQLEvent.end
+    wait "$traffic" || fail "a request failed"
+    wait "$sampler"
+    [ "$(cat slowest)" -lt 3000 ] || fail "a request took $(cat slowest) ms"
+    stop_shop
+    stop_receiver
+    [ "$(head -n 2 records.json | grep -oE '"name":"(InitRecord|J2EEInitRecord)"' | tr '\n' ' ')" = \
+        '"name":"InitRecord" "name":"J2EEInitRecord" ' ] || fail "no initial block: $(head -n 2 records.json)"
+    [ "$(value connections received.json)" -eq 1 ] || fail "not one new connection"
+    [ "$(value errors received.json)" -eq 0 ] || fail "the new stream is broken"
+}
+
+case_publish_server_never_there() {
+    options_for shop --publish-server 127.0.0.1:1
+    monitored_shop
+    slowest_request 10 > slowest &
+    local sampler=$!
+    drive --requests 2000
+    wait "$sampler"
+    [ "$(cat slowest)" -lt 3000 ] || fail "a request took $(cat slowest) ms"
+    stop_shop
+    expect_line "$logs/dc-msg.log" 'ERROR 1059 socket connect() failure [127.0.0.1:1] Errno: 111'
+    expect_line "$logs/dc-msg.log" 'ERROR 1064 Failed to connect to PS socket'
+}

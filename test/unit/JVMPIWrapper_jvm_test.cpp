@@ -1,0 +1,107 @@
+#include "JVMPIWrapper.h"
+
+#include "RealJvm.h"
+#include "RecordedLog.h"
+#include "ZykLock.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <string>
+
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+namespace {
+
+class RealInterface : public testing::Test {
+protected:
+    RealInterface() : env(RealJvm::env()) { env->PushLocalFrame(32); }
+    ~RealInterface() override { env->PopLocalFrame(nullptr); }
+
+    jobject newObject(const char *className, const char *signature, jobject first, jobject second = nullptr) {
+        const jclass cls = env->FindClass(className);
+        return env->NewObject(cls, env->GetMethodID(cls, "<init>", signature), first, second);
+    }
+
+    JNIEnv *env;
+    RealVmSkin skin;
+};
+
+TEST_F(RealInterface, ThreadAndGroupNames) {
+    constexpr char NAME[] = "worker \xC3\xA4\xE2\x82\xAC\xED\xA0\xBD\xED\xB8\x80"; // with a surrogate pair
+    const jobject group =
+        newObject("java/lang/ThreadGroup", "(Ljava/lang/String;)V", env->NewStringUTF("crew"));
+    const jobject thread = newObject("java/lang/Thread", "(Ljava/lang/ThreadGroup;Ljava/lang/String;)V",
+                                     group, env->NewStringUTF(NAME));
+    const RecordedLog log(LGK_ERROR);
+    for (int i = 0; i < 100; ++i) {
+        JVMPI_Event *event = skin.wrapper.mapThreadData2JVMPI_Event(env, thread, true, true);
+        EXPECT_STREQ(NAME, event->thread_name);
+        EXPECT_STREQ("crew", event->group_name);
+        freeJVMPIEvent(event);
+    }
+    EXPECT_THAT(log.texts(), IsEmpty());
+    // What is no thread is told and costs the names only.
+    JVMPI_Event *event = skin.wrapper.mapThreadData2JVMPI_Event(env, static_cast<jthread>(group), true, true);
+    EXPECT_EQ(nullptr, event->thread_name);
+    freeJVMPIEvent(event);
+    EXPECT_THAT(log.texts(), testing::ElementsAre(HasSubstr("JVMTI_ERROR_INVALID_THREAD")));
+}
+
+TEST_F(RealInterface, ClockCountsTheCallingThread) {
+    const jlong first = skin.wrapper.GetCurrentThreadCpuTime();
+    volatile uint64_t sum = 0;
+    for (uint64_t i = 0; i < 20000000; ++i) {
+        sum = sum + i;
+    }
+    EXPECT_GT(skin.wrapper.GetCurrentThreadCpuTime(), first + 1000000);
+}
+
+TEST_F(RealInterface, KnowsNoDiagnosticsInterface) {
+    initializeJVMWrapper();
+    void *found = nullptr;
+    EXPECT_EQ(-1, fakeJvm->GetEnv(&found, 0x7f000001));
+}
+
+// The probe's stop disables all four; a JVM without the capability for two of them does not mind.
+TEST_F(RealInterface, EventsSwitchWithoutComplaint) {
+    const RecordedLog log(LGK_ERROR);
+    for (const int event : {33, 34, 35, 46}) {
+        EXPECT_EQ(0, skin.wrapper.EnableEvent(event, nullptr));
+    }
+    for (const int event : {33, 34, 35, 46, 60, 61}) {
+        EXPECT_EQ(0, skin.wrapper.DisableEvent(event, nullptr));
+    }
+    EXPECT_THAT(log.texts(), IsEmpty());
+}
+
+TEST_F(RealInterface, LocksExcludeWaitAndReport) {
+    const RecordedLog log(LGK_ERROR);
+    ASSERT_TRUE(ZykLock::populateGlobalLock());
+    ZykLock lock(false);
+    int shared = 0;
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t) {
+        threads.emplace_back([&] {
+            RealJvm::onJavaThread([&](JNIEnv *) {
+                for (int i = 0; i < 2000; ++i) {
+                    const ZykLockGuard outer(lock);
+                    const ZykLockGuard inner(lock);
+                    ++shared;
+                }
+            });
+        });
+    }
+    for (std::thread &thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(8000, shared);
+    waitOnLocalLock(20);
+    EXPECT_THAT(log.texts(), IsEmpty());
+    lock.unlock(); // held by nobody: the JVM refuses, and that is told
+    EXPECT_THAT(log.texts(), testing::ElementsAre(HasSubstr("JVMTI_ERROR_NOT_MONITOR_OWNER")));
+    EXPECT_TRUE(ZykLock::destroyGlobalLock());
+}
+
+} // namespace

@@ -1,0 +1,174 @@
+#include "ProbeMgr.h"
+
+#include "ProbeContextPersister.h"
+#include "RealJvm.h"
+#include "RecordedLog.h"
+#include "jnihelp.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+#define CONTEXT(name) Java_com_zykora_probe_ProbeContextPersisterProxy_##name
+
+extern "C" {
+JNIEXPORT jintArray JNICALL CONTEXT(initProbeContext)(JNIEnv *, jclass);
+JNIEXPORT jintArray JNICALL CONTEXT(synchInProbeContext)(JNIEnv *, jclass);
+JNIEXPORT jboolean JNICALL CONTEXT(synchOutProbeContext)(JNIEnv *, jclass, jintArray, jintArray, jint);
+JNIEXPORT jboolean JNICALL CONTEXT(resetProbeContext)(JNIEnv *, jclass);
+JNIEXPORT jstring JNICALL CONTEXT(getProbeContextLastReadFilePath)(JNIEnv *, jclass);
+JNIEXPORT void JNICALL Java_com_zykora_probe_ProbeController_startNativeProbe(JNIEnv *, jclass);
+JNIEXPORT void JNICALL Java_com_zykora_probe_ProbeController_stopNativeProbe(JNIEnv *, jclass);
+JNIEXPORT void JNICALL Java_com_zykora_probe_ProbeController_setIncludeExcludeList(JNIEnv *, jclass,
+                                                                                   jobjectArray,
+                                                                                   jobjectArray);
+}
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+namespace {
+
+namespace fs = std::filesystem;
+
+class ProbeNatives : public testing::Test {
+protected:
+    ProbeNatives() : env(RealJvm::env()) {
+        env->PushLocalFrame(64);
+        std::string name = (fs::temp_directory_path() / "am-probe-XXXXXX").string();
+        root = mkdtemp(name.data());
+    }
+    ~ProbeNatives() override {
+        EXPECT_EQ(JNI_FALSE, env->ExceptionCheck());
+        env->PopLocalFrame(nullptr);
+        delete contextPersister;
+        contextPersister = nullptr;
+        fs::remove_all(root);
+        probeLevel = 0;
+        probeLevelIsDefault = suppressL3Collection = suppressGCEventCollection = false;
+    }
+    void keepContext(const char *content) {
+        fs::create_directories(root / "etc");
+        std::ofstream(root / "etc/am.mod") << content;
+        contextPersister = new ProbeContextPersister(root.c_str(), root.c_str());
+    }
+    std::vector<int> numbers(jintArray array) {
+        std::vector<int> result(array != nullptr ? static_cast<size_t>(env->GetArrayLength(array)) : 0);
+        if (array != nullptr) {
+            env->GetIntArrayRegion(array, 0, static_cast<jsize>(result.size()), result.data());
+        }
+        return result;
+    }
+    jintArray array(const std::vector<int> &values) {
+        const jintArray result = env->NewIntArray(static_cast<jsize>(values.size()));
+        env->SetIntArrayRegion(result, 0, static_cast<jsize>(values.size()), values.data());
+        return result;
+    }
+    bool out(jintArray ids, jintArray values, jint count) {
+        testing::internal::CaptureStderr();
+        const jboolean result = CONTEXT(synchOutProbeContext)(env, nullptr, ids, values, count);
+        testing::internal::GetCapturedStderr();
+        EXPECT_EQ(JNI_FALSE, env->ExceptionCheck());
+        return result == JNI_TRUE;
+    }
+
+    JNIEnv *env;
+    fs::path root;
+};
+
+TEST_F(ProbeNatives, WithoutAContext) {
+    EXPECT_EQ(nullptr, CONTEXT(initProbeContext)(env, nullptr));
+    EXPECT_EQ(nullptr, CONTEXT(synchInProbeContext)(env, nullptr));
+    EXPECT_TRUE(out(array({1}), array({3}), 1));
+    EXPECT_EQ(0U, probeLevel);
+    EXPECT_EQ(JNI_FALSE, CONTEXT(resetProbeContext)(env, nullptr));
+    EXPECT_EQ(nullptr, CONTEXT(getProbeContextLastReadFilePath)(env, nullptr));
+}
+
+TEST_F(ProbeNatives, ContextInAndOut) {
+    keepContext("2D");
+    EXPECT_EQ(nullptr, CONTEXT(getProbeContextLastReadFilePath)(env, nullptr));
+    EXPECT_THAT(numbers(CONTEXT(initProbeContext)(env, nullptr)), ElementsAre(2, 1, 0, 0));
+    EXPECT_EQ(0U, probeLevel);
+    char *path = jniStringCopy(env, CONTEXT(getProbeContextLastReadFilePath)(env, nullptr));
+    EXPECT_STREQ(contextPersister->getLastReadFilePath(), path);
+    free(path);
+    EXPECT_THAT(numbers(CONTEXT(synchInProbeContext)(env, nullptr)), ElementsAre(2, 1, 0, 0));
+    EXPECT_EQ(2U, probeLevel);
+    EXPECT_TRUE(probeLevelIsDefault);
+    EXPECT_TRUE(out(array({1, 4, 77}), array({1003, -1, 1}), 3));
+    EXPECT_THAT(numbers(CONTEXT(initProbeContext)(env, nullptr)), ElementsAre(3, 1, 0, 1));
+    EXPECT_EQ(JNI_TRUE, CONTEXT(resetProbeContext)(env, nullptr));
+}
+
+// Arrays that are missing, or shorter than the count, change nothing and throw nothing.
+TEST_F(ProbeNatives, BadArraysOut) {
+    keepContext("1");
+    CONTEXT(initProbeContext)(env, nullptr);
+    EXPECT_THAT(numbers(CONTEXT(synchInProbeContext)(env, nullptr)), ElementsAre(1, 0, 0, 0));
+    const jintArray one = array({1});
+    const jintArray level = array({3});
+    EXPECT_TRUE(out(nullptr, level, 1));
+    EXPECT_TRUE(out(one, nullptr, 1));
+    EXPECT_TRUE(out(one, level, 0));
+    EXPECT_TRUE(out(one, level, -1));
+    EXPECT_TRUE(out(one, level, 2));
+    EXPECT_TRUE(out(array({1, 2}), level, 2));
+    EXPECT_TRUE(out(one, level, 100000000));
+    EXPECT_EQ(1U, probeLevel);
+    EXPECT_TRUE(out(one, level, 1));
+    EXPECT_EQ(3U, probeLevel);
+}
+
+TEST_F(ProbeNatives, NothingStartsWhileTheJvmShutsDown) {
+    const RealVmSkin skin;
+    EXPECT_FALSE(ProbeMgr::checkJvmShuttingDown(env));
+    jvmShuttingDown = true;
+    Java_com_zykora_probe_ProbeController_startNativeProbe(env, nullptr);
+    const jthrowable thrown = env->ExceptionOccurred();
+    env->ExceptionClear();
+    jvmShuttingDown = false;
+    ASSERT_NE(nullptr, thrown);
+    const jclass cls = env->GetObjectClass(thrown);
+    EXPECT_TRUE(env->IsSameObject(cls, env->FindClass("java/lang/RuntimeException")));
+    const jmethodID getMessage = env->GetMethodID(cls, "getMessage", "()Ljava/lang/String;");
+    const auto message = static_cast<jstring>(env->CallObjectMethod(thrown, getMessage));
+    EXPECT_FALSE(clearException(env));
+    char *text = jniStringCopy(env, message);
+    EXPECT_STREQ("DC activity aborted: JVM is shutting down", text);
+    free(text);
+    EXPECT_TRUE(probeStopped);
+    EXPECT_TRUE(probeDisabled);
+    Java_com_zykora_probe_ProbeController_stopNativeProbe(env, nullptr); // at once: nothing runs
+    ProbeMgr::destroy();
+}
+
+TEST_F(ProbeNatives, ClassFilter) {
+    const auto list = [](char **entries) {
+        std::vector<std::string> result;
+        for (char **entry = entries; *entry != nullptr; ++entry) {
+            result.emplace_back(*entry);
+        }
+        return result;
+    };
+    const jobjectArray names = env->NewObjectArray(4, env->FindClass("java/lang/String"), nullptr);
+    env->SetObjectArrayElement(names, 0, env->NewStringUTF("org/foo/*"));
+    env->SetObjectArrayElement(names, 1, env->NewStringUTF("org/bar/*"));
+    env->SetObjectArrayElement(names, 3, env->NewStringUTF("behind/a/gap/*"));
+    const RecordedLog log(LGK_DEBUG_MID);
+    Java_com_zykora_probe_ProbeController_setIncludeExcludeList(env, nullptr, names, nullptr);
+    EXPECT_THAT(list(includeList), ElementsAre("org/foo/*", "org/bar/*"));
+    EXPECT_THAT(list(excludeList), IsEmpty());
+    Java_com_zykora_probe_ProbeController_setIncludeExcludeList(env, nullptr, nullptr, names);
+    EXPECT_THAT(list(includeList), IsEmpty());
+    EXPECT_THAT(list(excludeList), ElementsAre("org/foo/*", "org/bar/*"));
+    EXPECT_TRUE(log.has("Include List: org/foo/*"));
+    EXPECT_TRUE(log.has("Exclude List: org/bar/*"));
+    Java_com_zykora_probe_ProbeController_setIncludeExcludeList(env, nullptr, nullptr, nullptr);
+}
+
+} // namespace

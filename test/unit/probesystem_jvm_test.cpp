@@ -1,0 +1,248 @@
+#include "probesystem.h"
+
+#include "ChildRun.h"
+#include "ProbeContextPersister.h"
+#include "ProbeMgr.h"
+#include "PropertyMgr.h"
+#include "RealJvm.h"
+#include "RecordedLog.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+extern "C" {
+JNIEXPORT jboolean JNICALL Java_com_zykora_probe_ProbeSystem_initializeProbe(JNIEnv *, jclass);
+JNIEXPORT void JNICALL Java_com_zykora_probe_ProbeSystem_stopNative(JNIEnv *, jclass);
+JNIEXPORT jobject JNICALL Java_com_zykora_br40_BRSServer_getDataSources(JNIEnv *, jclass, jclass);
+JNIEXPORT jobject JNICALL Java_com_zykora_br40_ProbeService_getSystemProperties(JNIEnv *, jclass, jclass);
+}
+
+namespace {
+
+constexpr char TEXT[] = "Ljava/lang/String;";
+
+class ProbeSystemTest : public testing::Test {
+protected:
+    ProbeSystemTest() : env(RealJvm::env()), oldFacts(serverFacts) {
+        env->PushLocalFrame(64);
+        ProbeMgr::initialize();
+        for (char *raw : {rawHome, rawNodeName, rawAppServer}) {
+            raw[0] = '\0';
+        }
+    }
+    ~ProbeSystemTest() override {
+        EXPECT_EQ(JNI_FALSE, env->ExceptionCheck());
+        ProbeMgr::destroy();
+        env->PopLocalFrame(nullptr);
+        serverFacts = oldFacts;
+        for (char *raw : {rawHome, rawNodeName, rawAppServer}) {
+            raw[0] = '\0';
+        }
+    }
+
+    jclass find(const std::string &name) {
+        return env->FindClass(("amtest/host/PartialSystem$" + name).c_str());
+    }
+    void setText(jclass cls, const char *field, const char *text) {
+        env->SetStaticObjectField(cls, env->GetStaticFieldID(cls, field, TEXT),
+                                  text != nullptr ? env->NewStringUTF(text) : nullptr);
+    }
+    void setInt(jclass cls, const char *field, jint value) {
+        env->SetStaticIntField(cls, env->GetStaticFieldID(cls, field, "I"), value);
+    }
+    jint getInt(jclass cls, const char *field) {
+        return env->GetStaticIntField(cls, env->GetStaticFieldID(cls, field, "I"));
+    }
+    // Without what the JVM prints about exceptions on the way.
+    int settingsOf(jclass cls) {
+        testing::internal::CaptureStderr();
+        const int result = setSystemProperties(env, cls);
+        testing::internal::GetCapturedStderr();
+        EXPECT_EQ(JNI_FALSE, env->ExceptionCheck());
+        return result;
+    }
+    bool initialize(jclass cls) {
+        testing::internal::CaptureStderr();
+        const jboolean result = Java_com_zykora_probe_ProbeSystem_initializeProbe(env, cls);
+        testing::internal::GetCapturedStderr();
+        EXPECT_EQ(JNI_FALSE, env->ExceptionCheck());
+        return result == JNI_TRUE;
+    }
+
+    JNIEnv *env;
+    ServerFacts oldFacts;
+};
+
+TEST_F(ProbeSystemTest, TheFirstMissingFieldEndsTheRead) {
+    const std::pair<const char *, const char *> cases[] = {{"None", "zykora_home"},
+                                                           {"Home", "nodename"},
+                                                           {"Node", "appname"},
+                                                           {"Server", "method_hash_size"},
+                                                           {"HashSize", "publishing_frequency"},
+                                                           {"Frequency", "event_packet_size"},
+                                                           {"PacketSize", "limit_per_event_queue"},
+                                                           {"QueueLimit", "ps_retry_frequency"},
+                                                           {"Retry", "wakeup_queuelength"},
+                                                           {"Wakeup", "component_id"},
+                                                           {"AgentId", "adminserverport"},
+                                                           {"Port", "java_version"}};
+    for (const auto &[cls, missing] : cases) {
+        const RecordedLog log(LGK_DEBUG_MID);
+        EXPECT_EQ(-1, settingsOf(find(cls))) << cls;
+        EXPECT_EQ(std::string("exiting with error. ") + missing + " not defined", log.texts().back());
+        EXPECT_FALSE(initialize(find(cls)));
+        EXPECT_EQ("Exiting with error. SystemProperties not set. Native probe not initialized",
+                  log.texts().back());
+    }
+    // What came before the gap was taken.
+    EXPECT_STREQ("home", rawHome);
+    EXPECT_STREQ("agent", serverFacts.componentId);
+    EXPECT_EQ(17, serverFacts.adminServerPort);
+    EXPECT_EQ(1, settingsOf(find("JvmVersion"))); // neither probeStdout, nor classes, nor a version
+}
+
+TEST_F(ProbeSystemTest, NullTextsCountAsMissing) {
+    const jclass whole = find("Whole");
+    const std::pair<const char *, const char *> fields[] = {{"zykoraHome", "home"},
+                                                            {"adminServerName", "node"},
+                                                            {"appServerName", "server"},
+                                                            {"commandAgentID", "agent"},
+                                                            {"jvmVersion", "99"}};
+    for (const auto &[field, text] : fields) {
+        setText(whole, field, nullptr);
+        EXPECT_EQ(-1, settingsOf(whole)) << field;
+        setText(whole, field, text);
+    }
+    setText(whole, "probeStdout", nullptr);
+    EXPECT_EQ(1, settingsOf(whole));
+    setText(whole, "probeStdout", "out");
+    EXPECT_EQ(1, settingsOf(whole));
+    EXPECT_STREQ("out", systemSettings.probeStdout);
+    EXPECT_STREQ("99", systemSettings.jvmVersion);
+    setText(whole, "zykoraHome", ""); // present, and empty
+    EXPECT_EQ(1, settingsOf(whole));
+    EXPECT_STREQ("", rawHome);
+    setText(whole, "zykoraHome", "home");
+}
+
+TEST_F(ProbeSystemTest, ZeroMeansTheDefault) {
+    const jclass whole = find("Whole");
+    struct Field {
+        const char *name;
+        int32_t &target;
+        int32_t given, zeroBecomes;
+    };
+    const Field fields[] = {{"methodHashSize", systemSettings.methodHashSize, 11, 55511},
+                            {"publishFrequency", systemSettings.publishFrequency, 12, 2000},
+                            {"eventPacketSize", systemSettings.eventPacketSize, 13, 5000},
+                            {"eventQueueSizeLimit", systemSettings.eventQueueSizeLimit, 14, 5000},
+                            {"wakeupQueueLength", systemSettings.wakeupQueueLength, 16, 500},
+                            {"adminServerPort", systemSettings.adminServerPort, 17, 0}};
+    const jfieldID retry = env->GetStaticFieldID(whole, "psRetryFrequency", "J");
+    const RecordedLog log(LGK_DEBUG_MID);
+    EXPECT_EQ(1, settingsOf(whole));
+    EXPECT_EQ(15000000000, systemSettings.psRetryFrequency);
+    EXPECT_TRUE(log.has("ps_retry_frequency defined: 15000000000"));
+    env->SetStaticLongField(whole, retry, 0);
+    for (const Field &field : fields) {
+        EXPECT_EQ(field.given, field.target) << field.name;
+        setInt(whole, field.name, 0);
+        EXPECT_EQ(1, settingsOf(whole));
+        EXPECT_EQ(field.zeroBecomes, field.target) << field.name;
+        setInt(whole, field.name, -1);
+        EXPECT_EQ(1, settingsOf(whole));
+        EXPECT_EQ(-1, field.target) << field.name;
+        setInt(whole, field.name, field.given);
+    }
+    EXPECT_EQ(5000, systemSettings.psRetryFrequency);
+    env->SetStaticLongField(whole, retry, 15000000000);
+}
+
+TEST_F(ProbeSystemTest, LongTextsAreCut) {
+    const jclass whole = find("Whole");
+    setText(whole, "zykoraHome", std::string(2000, 'h').c_str());
+    setText(whole, "commandAgentID", std::string(300, 'c').c_str());
+    EXPECT_EQ(1, settingsOf(whole));
+    EXPECT_EQ(std::string(1023, 'h'), rawHome);
+    EXPECT_EQ(std::string(300, 'c'), systemSettings.commandAgentId);
+    EXPECT_EQ(std::string(255, 'c'), serverFacts.componentId);
+    setText(whole, "zykoraHome", "home");
+    setText(whole, "commandAgentID", "agent");
+}
+
+TEST_F(ProbeSystemTest, ProductVersion) {
+    strcpy(serverFacts.appServerVersion, "0.0.0");
+    const std::pair<const char *, const char *> cases[] = {
+        {"JvmVersion", "0.0.0"}, {"NullVersion", "0.0.0"}, {"ThrowingVersion", "0.0.0"}, {"Whole", "7.1.2"}};
+    for (const auto &[cls, version] : cases) {
+        EXPECT_EQ(1, settingsOf(find(cls)));
+        EXPECT_STREQ(version, serverFacts.appServerVersion) << cls;
+    }
+    EXPECT_TRUE(env->IsSameObject(systemSettings.object, env->FindClass("java/lang/Object")));
+    EXPECT_EQ(nullptr, systemSettings.string);
+    ProbeMgr::destroy(); // the settings can come before the manager
+    EXPECT_EQ(1, settingsOf(find("Whole")));
+}
+
+TEST_F(ProbeSystemTest, AnswersInThreeFields) {
+    const std::string texts[] = {"Exiting with error. ProbeSystem.processId not defined",
+                                 "Exiting with error. ProbeSystem.probeLevel not defined",
+                                 "Exiting with error. ProbeSystem.contextFileName not defined"};
+    std::string name = (std::filesystem::temp_directory_path() / "am-system-XXXXXX").string();
+    const std::filesystem::path root = mkdtemp(name.data());
+    std::filesystem::create_directories(root / "etc");
+    std::ofstream(root / "etc/am.mod") << "2\n";
+    contextPersister = new ProbeContextPersister(root.c_str(), root.c_str());
+    probeLevel = 2;
+    const RecordedLog log(LGK_DEBUG_MID);
+
+    EXPECT_TRUE(initialize(find("Whole")));
+    EXPECT_TRUE(log.has("Probe context filename not defined")); // nothing was read yet
+    ASSERT_TRUE(contextPersister->ctx_direct(ProbeContextPersister::CTX_READ));
+    const char *const incomplete[] = {"JvmVersion", "ProcessId", "Level"};
+    for (size_t i = 0; i < 3; ++i) {
+        EXPECT_FALSE(initialize(find(incomplete[i])));
+        EXPECT_EQ(texts[i], log.texts().back());
+    }
+    const jclass whole = find("Whole");
+    setInt(whole, "probeLevel", 0);
+    EXPECT_TRUE(initialize(whole));
+    EXPECT_EQ(processId, getInt(whole, "processId"));
+    EXPECT_EQ(2, getInt(whole, "probeLevel")); // the probe level, not the monitoring level
+    const jstring path = static_cast<jstring>(
+        env->GetStaticObjectField(whole, env->GetStaticFieldID(whole, "contextFileName", TEXT)));
+    ASSERT_NE(nullptr, path);
+    const char *text = env->GetStringUTFChars(path, nullptr);
+    EXPECT_STREQ(contextPersister->getLastReadFilePath(), text);
+    env->ReleaseStringUTFChars(path, text);
+    probeLevel = 0;
+    std::filesystem::remove_all(root);
+}
+
+TEST_F(ProbeSystemTest, ServerObjects) {
+    const jclass cls = find("DataSources");
+    const jobject table =
+        env->GetStaticObjectField(cls, env->GetStaticFieldID(cls, "dataSources", "Ljava/util/Hashtable;"));
+    EXPECT_TRUE(env->IsSameObject(table, Java_com_zykora_br40_BRSServer_getDataSources(env, nullptr, cls)));
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(nullptr, Java_com_zykora_br40_BRSServer_getDataSources(env, nullptr, nullptr));
+    EXPECT_EQ(nullptr, Java_com_zykora_br40_BRSServer_getDataSources(env, nullptr, find("None")));
+    EXPECT_EQ(nullptr, Java_com_zykora_br40_ProbeService_getSystemProperties(env, nullptr, nullptr));
+    EXPECT_EQ(nullptr, Java_com_zykora_br40_ProbeService_getSystemProperties(env, nullptr, cls));
+    testing::internal::GetCapturedStderr();
+}
+
+TEST(ProbeSystemStop, EndsTheProcessWithItsStatus) {
+    if (inChild()) {
+        Java_com_zykora_probe_ProbeSystem_stopNative(nullptr, nullptr);
+    }
+    EXPECT_EQ(12, runInChild({}).status);
+}
+
+} // namespace

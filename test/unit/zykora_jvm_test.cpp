@@ -1,0 +1,272 @@
+#include "zykora.h"
+
+#include "ChildRun.h"
+#include "InstrumentJNI.h"
+#include "ProbeState.h"
+#include "RealJvm.h"
+#include "RecordedLog.h"
+#include "RenamedClasses.h"
+#include "cmdline.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <string>
+#include <unistd.h>
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+namespace {
+
+constexpr char OUTER[] = "amtest/host/Bootstraps";
+constexpr char REGISTERED[] = "Successfully registered defineNativeMethodsForClassNative for "
+                              "com.zykora.bcm.bootstrap.BcmBootstrap.class";
+
+class Bootstrap : public testing::Test {
+protected:
+    Bootstrap() : env(RealJvm::env()), oldHook(disableToolkitHook), outer(nullptr) {
+        env->PushLocalFrame(64);
+        outer = env->FindClass(OUTER);
+        calls(0);
+        bootstrapAllowed = true;
+        bootstrapDone = false;
+    }
+    ~Bootstrap() override {
+        EXPECT_EQ(JNI_FALSE, env->ExceptionCheck());
+        env->PopLocalFrame(nullptr);
+        bootstrapAllowed = false;
+        bootstrapDone = false;
+        disableToolkitHook = oldHook;
+    }
+
+    int calls() { return env->GetStaticIntField(outer, env->GetStaticFieldID(outer, "calls", "I")); }
+    void calls(int value) {
+        env->SetStaticIntField(outer, env->GetStaticFieldID(outer, "calls", "I"), value);
+    }
+
+    // Runs `action` with the class of that kind as the bootstrap; returns what was printed.
+    template <typename Action>
+    std::string with(const std::string &kind, Action action) {
+        const RenamedClasses renamed(env, {{BOOTSTRAP_CLASS, std::string(OUTER) + "$" + kind}});
+        testing::internal::CaptureStdout();
+        testing::internal::CaptureStderr(); // stack traces of the JVM
+        action();
+        testing::internal::GetCapturedStderr();
+        EXPECT_EQ(JNI_FALSE, env->ExceptionCheck());
+        return testing::internal::GetCapturedStdout();
+    }
+    std::string bootstrap(const std::string &kind) {
+        return with(kind, [&] {
+            const JVMPI_Event event{JVMPI_EVENT_JVM_INIT_DONE, env, nullptr, nullptr, nullptr};
+            registerBcmBootstrapNative(&event);
+        });
+    }
+
+    JNIEnv *env;
+    bool (*oldHook)(JNIEnv *);
+    jclass outer;
+};
+
+TEST_F(Bootstrap, StartsTheJavaHalf) {
+    const RecordedLog log(LGK_DEBUG_MID);
+    EXPECT_EQ("", bootstrap("Good"));
+    EXPECT_EQ(1, calls());
+    EXPECT_TRUE(bootstrapDone);
+    EXPECT_THAT(log.numbers(), ElementsAre(1082));
+    EXPECT_TRUE(log.has(REGISTERED));
+    EXPECT_TRUE(log.has("Initialized BcmBootstrap"));
+    EXPECT_TRUE(disableToolkit(env));
+    EXPECT_EQ(11, calls());
+    EXPECT_EQ("NORAK Toolkit has been disabled", log.texts().back());
+    bool (*hook)(JNIEnv *) = disableToolkitHook;
+    ASSERT_NE(nullptr, hook);
+    EXPECT_TRUE(hook(env));
+}
+
+TEST_F(Bootstrap, WaitsUntilItIsAllowed) {
+    bootstrapAllowed = false;
+    EXPECT_EQ("", bootstrap("Good"));
+    EXPECT_EQ(0, calls());
+    EXPECT_FALSE(bootstrapDone);
+}
+
+// However the Java half fails: no exception is left, the way is closed, and Java code goes on.
+TEST_F(Bootstrap, FailuresAreTold) {
+    struct Case {
+        const char *kind;
+        const char *printed;
+        int calls;
+        std::vector<int> messages;
+        std::vector<std::string> traced;
+    };
+    const Case cases[] = {
+        {"NoSuchClass", "", 0, {1083}, {}},
+        {"Refusing",
+         "## zykora: Datacollector is disabled. Check value of the NORAK_DC_ENABLED property\n",
+         1,
+         {1082},
+         {"Call failed for com.zykora.bcm.bootstrap.BcmBootstrap.staticInit()",
+          "Datacollector will now be disabled. Check value of NORAK_DC_ENABLED property"}},
+        {"Mute",
+         "zykora: ExceptionOccurred\n",
+         0,
+         {1082},
+         {"Unable to resolve com.zykora.bcm.bootstrap.BcmBootstrap.staticInit()"}},
+        {"WithoutNatives", "zykora: ExceptionOccurred\nzykora: RegisterNatives rc=-1\n", 0, {}, {}},
+    };
+    for (const Case &c : cases) {
+        calls(0);
+        bootstrapDone = false;
+        const RecordedLog log(LGK_INFO);
+        EXPECT_EQ(c.printed, bootstrap(c.kind)) << c.kind;
+        EXPECT_EQ(c.calls, calls()) << c.kind;
+        EXPECT_EQ(c.messages, log.numbers()) << c.kind;
+        for (const std::string &line : c.traced) {
+            EXPECT_TRUE(log.has(line)) << line;
+        }
+        EXPECT_TRUE(bootstrapDone);
+    }
+}
+
+TEST_F(Bootstrap, AToolkitThatCannotBeDisabled) {
+    for (const auto &[kind, printed] :
+         std::vector<std::pair<std::string, std::string>>{{"NoSuchClass", ""},
+                                                          {"Mute", "zykora: ExceptionOccurred\n"},
+                                                          {"Refusing", "zykora: ExceptionOccurred\n"}}) {
+        bootstrap(kind);
+        EXPECT_EQ(printed, with(kind, [&] { EXPECT_FALSE(disableToolkit(env)); })) << kind;
+    }
+}
+
+// Without an environment the bootstrap has ended for this process.
+TEST_F(Bootstrap, EndsWithoutAnEnvironment) {
+    if (leftToChild()) {
+        return;
+    }
+    const RecordedLog log(LGK_DEBUG_MID);
+    const JVMPI_Event event{JVMPI_EVENT_JVM_INIT_DONE, nullptr, nullptr, nullptr, nullptr};
+    registerBcmBootstrapNative(&event);
+    EXPECT_THAT(log.texts(), ElementsAre("Can not obtain JNIEnv pointer",
+                                         "Can not register defineNativeMethodsForClassNative for "
+                                         "com.zykora.bcm.bootstrap.BcmBootstrap.class"));
+    EXPECT_EQ("", bootstrap("Good"));
+    EXPECT_EQ(0, calls());
+    EXPECT_FALSE(bootstrapDone);
+}
+
+TEST_F(Bootstrap, TheHookFindsItsClassOrDoesNot) {
+    const JVMPI_Event event{JVMPI_EVENT_JVM_INIT_DONE, env, nullptr, nullptr, nullptr};
+    const JVMPI_Event nowhere{JVMPI_EVENT_JVM_INIT_DONE, nullptr, nullptr, nullptr, nullptr};
+    const std::string processed =
+        "InstrumentJNI: notifyJVMInitDone has been processed, BcmBootstrap class has ";
+    const RecordedLog log(LGK_DEBUG_MIN);
+    with("NoSuchClass", [&] { notifyJVMInitDone(&event); });
+    notifyJVMInitDone(&nowhere);
+    with("Good", [&] { notifyJVMInitDone(&event); });
+    EXPECT_THAT(log.texts(), ElementsAre(processed + "**NOT** been loaded", processed + "**NOT** been loaded",
+                                         processed + "been loaded"));
+}
+
+// ---------------------------------------------------------------- natives, as Java calls them
+
+class BootstrapNatives : public Bootstrap {
+protected:
+    void SetUp() override {
+        bootstrap("Good");
+        good = env->FindClass((std::string(OUTER) + "$Good").c_str());
+    }
+    jmethodID method(const char *name, const char *signature) {
+        return env->GetStaticMethodID(good, name, signature);
+    }
+    template <typename T>
+    T checked(T result) {
+        EXPECT_EQ(JNI_FALSE, env->ExceptionCheck());
+        return result;
+    }
+    // "(null)" for a Java null.
+    std::string text(jobject string) {
+        if (string == nullptr) {
+            return "(null)";
+        }
+        const char *chars = env->GetStringUTFChars(static_cast<jstring>(string), nullptr);
+        const std::string result = chars;
+        env->ReleaseStringUTFChars(static_cast<jstring>(string), chars);
+        return result;
+    }
+    std::string variable(const char *name) {
+        const jmethodID getEnv = method("getEnvNative", "(Ljava/lang/String;)Ljava/lang/String;");
+        const jstring javaName = name != nullptr ? env->NewStringUTF(name) : nullptr;
+        return text(checked(env->CallStaticObjectMethod(good, getEnv, javaName)));
+    }
+    jlong cpuTime() {
+        return checked(env->CallStaticLongMethod(good, method("getCurrentThreadCPUTime", "()J")));
+    }
+
+    jclass good = nullptr;
+};
+
+TEST_F(BootstrapNatives, Answer) {
+    setenv("AM_TEST_VARIABLE", "val\xC3\xBC", 1);
+    setenv("AM_TEST_EMPTY", "", 1);
+    EXPECT_EQ("val\xC3\xBC", variable("AM_TEST_VARIABLE"));
+    EXPECT_EQ("", variable("AM_TEST_EMPTY"));
+    EXPECT_EQ("(null)", variable("AM_TEST_UNSET"));
+    EXPECT_EQ("(null)", variable(nullptr));
+    EXPECT_EQ(getpid(), checked(env->CallStaticIntMethod(good, method("getCurrentProcessIdNative", "()I"))));
+    EXPECT_EQ(JNI_TRUE,
+              checked(env->CallStaticBooleanMethod(good, method("isProcessAliveNative", "(I)Z"), -1)));
+    const jmethodID setFile = method("setFileReadWriteNative", "(Ljava/lang/String;)I");
+    EXPECT_EQ(0, checked(env->CallStaticIntMethod(good, setFile, nullptr)));
+    unsetenv("AM_TEST_VARIABLE");
+    unsetenv("AM_TEST_EMPTY");
+}
+
+TEST_F(BootstrapNatives, CpuTimeNeedsAnInterface) {
+    EXPECT_EQ(0, cpuTime());
+    const RealVmSkin skin;
+    const jlong first = cpuTime();
+    EXPECT_GT(first, 0);
+    eventInterface = nullptr; // the wrapper answers as well
+    EXPECT_GT(cpuTime(), first);
+}
+
+TEST_F(BootstrapNatives, CommandLine) {
+    char word[] = "-Da=b c";
+    char empty[] = "";
+    char *words[] = {word, empty, nullptr};
+    char **oldArgs = commandLineArgs;
+    const int oldCount = commandLineArgCount;
+    commandLineArgs = words;
+    commandLineArgCount = 2;
+    const jmethodID getArgs = method("getJavaCommandLineArgs", "()[Ljava/lang/String;");
+    const auto array = static_cast<jobjectArray>(checked(env->CallStaticObjectMethod(good, getArgs)));
+    commandLineArgs = nullptr;
+    commandLineArgCount = 0;
+    const auto nothing = static_cast<jobjectArray>(checked(env->CallStaticObjectMethod(good, getArgs)));
+    commandLineArgs = oldArgs;
+    commandLineArgCount = oldCount;
+    ASSERT_EQ(2, env->GetArrayLength(array));
+    EXPECT_EQ("-Da=b c", text(env->GetObjectArrayElement(array, 0)));
+    EXPECT_EQ("", text(env->GetObjectArrayElement(array, 1)));
+    EXPECT_EQ(0, env->GetArrayLength(nothing));
+}
+
+TEST_F(BootstrapNatives, ClassesWithoutNativesOfOursAreLeftAlone) {
+    const jmethodID define =
+        method("defineNativeMethodsForClassNative", "(Ljava/lang/Class;Ljava/lang/String;)V");
+    const RecordedLog log(LGK_DEBUG_MID);
+    const jstring name = env->NewStringUTF("some.Name");
+    const std::pair<jclass, jstring> arguments[] = {{nullptr, name}, {outer, nullptr}, {outer, name}};
+    for (const auto &[type, text] : arguments) {
+        env->CallStaticVoidMethod(good, define, type, text);
+        EXPECT_EQ(JNI_FALSE, env->ExceptionCheck());
+    }
+    EXPECT_THAT(log.texts(), ElementsAre("classNameStr is NULL", "classNameStr is NULL",
+                                         "No native method registration for class some.Name",
+                                         "Native methods registration for class some.Name failed"));
+}
+
+} // namespace
