@@ -68,7 +68,11 @@ void EventAgent::reduceMemoryUsed() {
 
 void EventAgent::startThread(JNIEnv *threadEnv) {
     AM_TRACE_SCOPE(eaTracer, LGK_DEBUG_MIN, "EventAgent::startThread( JNIEnv *env )");
-    if (packetBuffer == nullptr || entered.exchange(true)) {
+    if (packetBuffer == nullptr) {
+        traceError("Event Agent ID: %d has no packet buffer of %d KB and cannot start", id, packetSizeKB);
+        return;
+    }
+    if (entered.exchange(true)) {
         return;
     }
     enterLoop(threadEnv);
@@ -160,7 +164,9 @@ void EventAgent::sendPass() {
     constexpr char SIGNATURE[] = "EventAgent::startThread( JNIEnv *env )";
     if (resendInitialDataPending) {
         resendInitialData();
-        evtAgentMgr->setLeaderResent();
+        if (!resendInitialDataPending) {
+            evtAgentMgr->setLeaderResent();
+        }
     }
     const int32_t size = prepare2send();
     if (size < 1) {
@@ -198,11 +204,21 @@ void EventAgent::waitForPS() {
 }
 
 void EventAgent::checkMemory() {
+    reportConsumed();
     computeMemoryTaken();
     EvtAgentMgr *manager = evtAgentMgr;
     if (id == 0 && manager != nullptr) {
         manager->checkForMemory(this);
     }
+}
+
+// What this agent has taken from the queues since its last pass.
+void EventAgent::reportConsumed() {
+    MemoryMonitor *monitor = memoryMonitor;
+    if (monitor != nullptr) {
+        monitor->noteGrowth(-consumedBytes);
+    }
+    consumedBytes = 0;
 }
 
 void EventAgent::computeMemoryTaken() {
@@ -317,14 +333,15 @@ void EventAgent::resendInitialData() {
                  "Event Queue NULL for Special Event Queue Thread, TID: %d", special->threadId.get());
         return;
     }
+    resendInitialDataPending = false; // first: a loss during the resend asks for another
     while (Event *evt = special->eventQueue->removeFirst()) {
         consume(*special, evt); // it was meant for the old connection
     }
+    ProtocolVisitor::clearCommonNameCache();
     callSendAllClassEvents();
     if (resendSamplingRatesHook != nullptr) {
         resendSamplingRatesHook.get()(env);
     }
-    resendInitialDataPending = false;
 }
 
 // A Java half without that class is no error: its exceptions are cleared without a word.

@@ -68,6 +68,7 @@ private:
     void sleepByFill(int32_t packetSize);
     void waitForPS();
     void checkMemory();
+    void reportConsumed();
     void computeMemoryTaken();
     void sleep(int64_t ms);
     void wakeUp();
@@ -89,7 +90,7 @@ private:
     int32_t processQueue(ZykList<Event *> &queue, ProtocolVisitor &visitor);
     int32_t processQueueAux(ZykList<Event *> &queue, ProtocolVisitor &visitor);
     bool addEventToBuffer(Event &evt, ProtocolVisitor &visitor);
-    static void consume(ThreadData &thr, Event *evt);
+    void consume(ThreadData &thr, Event *evt);
 
     // Dropping.
     int32_t dropRecordsFromQueue(ThreadData *thrData, bool addDropRec, ProtocolVisitor *visitor);
@@ -97,6 +98,7 @@ private:
     bool anyCounted() const;
     void addDroppedEvent(ThreadData &thrData, ProtocolVisitor &visitor);
     void updateDropRecordCounters(const Event &evt);
+    int32_t keptWithoutPS() const;
     void dropRecordsOnPSDown();
     void reportDropsOnPSDown(int32_t total) const;
 
@@ -123,6 +125,7 @@ private:
     DropCounters drops{};
     Relaxed<bool> resendInitialDataPending{false};
     Relaxed<uint32_t> memoryTaken{0};
+    int32_t consumedBytes = 0; // since the last pass
     ZykLock sleepLock;
 };
 

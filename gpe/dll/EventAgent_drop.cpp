@@ -2,6 +2,7 @@
 #include "EventAgent.h"
 
 #include "Event.h"
+#include "MemoryMonitor.h"
 #include "ProbeLgKit.h"
 #include "ProtocolVisitor.h"
 #include "ThreadData.h"
@@ -30,7 +31,7 @@ int32_t EventAgent::dropRecordsFromQueue(ThreadData *thrData, bool addDropRec, P
     drops = {};
     tempList.clear();
     const int32_t dropped =
-        dropOldest(*thrData, length - (addDropRec ? queueLimit : psDownQueueLimit), addDropRec);
+        dropOldest(*thrData, length - (addDropRec ? queueLimit : keptWithoutPS()), addDropRec);
     thrData->eventQueue->prependAll(&tempList);
     if (addDropRec && visitor != nullptr && anyCounted()) {
         addDroppedEvent(*thrData, *visitor);
@@ -103,6 +104,13 @@ void EventAgent::addDroppedEvent(ThreadData &thrData, ProtocolVisitor &visitor) 
     thrData.eventQueue->prepend(evt);
 }
 
+// In turbo mode application threads wait until memory is low again: with nobody to send to, only dropping
+// brings that about.
+int32_t EventAgent::keptWithoutPS() const {
+    const MemoryMonitor *monitor = memoryMonitor;
+    return monitor != nullptr && monitor->inTurboMode() ? 0 : psDownQueueLimit;
+}
+
 void EventAgent::dropRecordsOnPSDown() {
     AM_TRACE_SCOPE(eaTracer, LGK_DEBUG_MAX, "EventAgent::dropRecordsOnPSDown()");
     psDownIterations = std::min(psDownIterations, INT32_MAX - 1) + 1;
@@ -114,7 +122,7 @@ void EventAgent::dropRecordsOnPSDown() {
     for (ThreadData *thr : takeRound()) {
         if (!thr->acceptsEvents()) {
             dead.push_back(thr);
-        } else if (thr->queueSize() > psDownQueueLimit) {
+        } else if (thr->queueSize() > keptWithoutPS()) {
             total += dropRecordsFromQueue(thr, false, nullptr);
         }
     }

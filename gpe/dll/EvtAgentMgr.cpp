@@ -8,6 +8,7 @@
 #include "platform.h"
 
 #include <algorithm>
+#include <mutex>
 
 Relaxed<EvtAgentMgr *> evtAgentMgr(nullptr);
 Relaxed<EvtAgentMgr *> evtAgentMgrInstance(nullptr);
@@ -20,6 +21,8 @@ constexpr int CALLS_POLL_MS = 5;
 } // namespace
 
 EvtAgentMgr *EvtAgentMgr::create() {
+    static std::mutex birthLock; // several natives may come first at once
+    const std::lock_guard<std::mutex> guard(birthLock);
     if (evtAgentMgr == nullptr) {
         evtAgentMgr = new EvtAgentMgr();
         evtAgentMgrInstance = evtAgentMgr.get();

@@ -39,7 +39,9 @@ jint switchEvent(jvmtiEventMode mode, jint event_type) {
     return 0;
 }
 
-jrawMonitorID asMonitor(void *lock_id) { return static_cast<jrawMonitorID>(lock_id); }
+jrawMonitorID asMonitor(void *lock_id) {
+    return static_cast<jrawMonitorID>(lock_id);
+}
 
 // The thread's group, if it has one, holds a local reference that the event handler's frame releases.
 void readThreadNames(jthread thread, JVMPI_Event *event) {
@@ -105,7 +107,8 @@ jint JNICALL getEnv(JavaVM *, void **penv, jint version) {
     case JVMDG_VERSION:
         return getDiagnosticsEnv(penv);
     default:
-        traceError("No other interfaces but for JVMPI & JVMDG are supported in this JVMTI mode in AM Library \n");
+        traceError(
+            "No other interfaces but for JVMPI & JVMDG are supported in this JVMTI mode in AM Library \n");
         return -1;
     }
 }
@@ -206,11 +209,16 @@ jlong JVMPIWrapper::GetCurrentThreadCpuTime() {
     return result == JVMTI_ERROR_NONE ? nanos : 0;
 }
 
-jint JVMPIWrapper::EnableEvent(jint event_type, void *) { return switchEvent(JVMTI_ENABLE, event_type); }
+jint JVMPIWrapper::EnableEvent(jint event_type, void *) {
+    return switchEvent(JVMTI_ENABLE, event_type);
+}
 
-jint JVMPIWrapper::DisableEvent(jint event_type, void *) { return switchEvent(JVMTI_DISABLE, event_type); }
+jint JVMPIWrapper::DisableEvent(jint event_type, void *) {
+    return switchEvent(JVMTI_DISABLE, event_type);
+}
 
-JVMPI_Event *JVMPIWrapper::mapThreadData2JVMPI_Event(JNIEnv *env, jthread thread, bool getInfo, bool isStart) {
+JVMPI_Event *JVMPIWrapper::mapThreadData2JVMPI_Event(JNIEnv *env, jthread thread, bool getInfo,
+                                                     bool isStart) {
     JVMPI_Event *event = new (std::nothrow)
         JVMPI_Event{isStart ? JVMPI_EVENT_THREAD_START : JVMPI_EVENT_THREAD_END, env, nullptr, nullptr, env};
     if (event != nullptr && getInfo && jvmti != nullptr) {

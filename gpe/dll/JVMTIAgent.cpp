@@ -68,14 +68,17 @@ JVMTIAgent *JVMTIAgent::getInstance() {
     return jvmtiAgent;
 }
 
-JVMTIAgent::JVMTIAgent() : wrapper(new (std::nothrow) JVMPIWrapper(JVMTI_PHASE_ONLOAD)), phase(JVMTI_PHASE_ONLOAD) {
+JVMTIAgent::JVMTIAgent()
+    : wrapper(new (std::nothrow) JVMPIWrapper(JVMTI_PHASE_ONLOAD)), phase(JVMTI_PHASE_ONLOAD) {
     jvmpiWrapper = wrapper;
     eventInterface = wrapper;
     initializeJVMWrapper();
     lock = new (std::nothrow) ZykLock(true);
 }
 
-JVMTIAgent::~JVMTIAgent() { phase = JVMTI_PHASE_DEAD; }
+JVMTIAgent::~JVMTIAgent() {
+    phase = JVMTI_PHASE_DEAD;
+}
 
 void JVMTIAgent::setPhase(uint32_t value) {
     phase = value;

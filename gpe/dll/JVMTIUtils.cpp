@@ -126,7 +126,9 @@ size_t translateSignature(const char *signature, size_t index, std::string &out)
     return index;
 }
 
-char *dupString(const char *text) { return text != nullptr ? strdup(text) : nullptr; }
+char *dupString(const char *text) {
+    return text != nullptr ? strdup(text) : nullptr;
+}
 
 void setEventMode(jvmtiEventMode mode, jvmtiEvent event) {
     if (jvmti != nullptr) {

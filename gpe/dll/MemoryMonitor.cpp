@@ -33,16 +33,18 @@ constexpr uint16_t SAMPLES_FROZEN = 65535;
 constexpr int GATE_POLL_MS = 5;
 constexpr int GATE_PATIENCE_MS = 10000;
 
+constexpr std::chrono::seconds STALL_TIME(1);
+
 enum TurboState : int { NORMAL = 1, TURBO = 2 };
 
 Relaxed<AgentPool *> eventPool(nullptr);
 Relaxed<AgentPool *> networkPool(nullptr);
 
-int32_t minimumMemory = 0;
-int32_t memoryLimit = 60 * MEGABYTE;
-int32_t acceptThreshold = 2 * MEGABYTE;
+Relaxed<int32_t> minimumMemory(0);
+Relaxed<int32_t> memoryLimit(60 * MEGABYTE);
+Relaxed<int32_t> acceptThreshold(2 * MEGABYTE);
 int32_t queueCounterResetIterations = 1800;
-int turboState = NORMAL;
+Relaxed<int> turboState(NORMAL);
 
 // More bytes than 32 bits can hold count as the most they can.
 int32_t bounded(double bytes) {
@@ -159,8 +161,9 @@ void MemoryMonitor::initializeSizes() {
 }
 
 void MemoryMonitor::readProperties() {
-    const double packetBytes = longProperty("internal.probe.event.packet.size", 2000) * 1024.0;
-    minimumMemory = bounded(BASE_FOOTPRINT + intProperty("eventagent.pool.size", 1) * packetBytes);
+    const double packetBytes = std::max(longProperty("internal.probe.event.packet.size", 2000), 0) * 1024.0;
+    minimumMemory =
+        bounded(BASE_FOOTPRINT + std::max(intProperty("eventagent.pool.size", 1), 1) * packetBytes);
     allowNew = boolProperty("turbomode.allownew", true);
     urlLimit = longProperty("internal.url.limit", 1000);
     sqlLimit = longProperty("internal.sql.limit", 5000);
@@ -180,15 +183,15 @@ void MemoryMonitor::readProperties() {
 void MemoryMonitor::readMemoryLimits() {
     memoryLimit = megabytes(longProperty("internal.memory.limit", 60));
     if (memoryLimit <= minimumMemory) {
-        memoryLimit = minimumMemory;
+        memoryLimit = minimumMemory.get();
         messageInfo(1051, "Ignoring user specified Memory Limit as it's less than minimum limit, %d MB",
-                    minimumMemory);
+                    minimumMemory.get());
     }
     acceptThreshold = megabytes(longProperty("internal.memory.accept.threshold", 2));
     if (acceptThreshold > difference(memoryLimit, minimumMemory)) {
         acceptThreshold = difference(memoryLimit, minimumMemory) / 2;
         AM_TRACE(ccTracer, LGK_DEBUG_MIN, "MemoryMonitor::readProperties()",
-                 "Accept threshold is greater than Max Limit - Min Limit, using %d", acceptThreshold);
+                 "Accept threshold is greater than Max Limit - Min Limit, using %d", acceptThreshold.get());
     }
 }
 
@@ -220,10 +223,11 @@ void MemoryMonitor::logProperties() {
     messageInfo(1052,
                 " Memory Monitor properties, ULimit %d bytes, Accept Threshold %d bytes, URL Limit: %d, SQL "
                 "Limit: %d",
-                memoryLimit, acceptThreshold, urlLimit.get(), sqlLimit.get());
+                memoryLimit.get(), acceptThreshold.get(), urlLimit.get(), sqlLimit.get());
     traceInfo("Memory Monitor properties, ULimit %d bytes, Accept Threshold %d bytes, URL Limit: %d, SQL "
               "Limit: %d TurboLLimit: %d, TurboULimit: %d",
-              memoryLimit, acceptThreshold, urlLimit.get(), sqlLimit.get(), turboLLimit, turboULimit);
+              memoryLimit.get(), acceptThreshold.get(), urlLimit.get(), sqlLimit.get(), turboLLimit,
+              turboULimit);
     traceInfo("EA Normal Priority: %d, EA Turbo Priority: %d, EA Turbo Sleep: %d ", eaNormalPriority,
               eaTurboPriority, eaTurboSleep);
     traceInfo("NA Normal Priority: %d, NA Turbo Priority: %d, NA Turbo Sleep: %d ", naNormalPriority,
@@ -248,14 +252,9 @@ bool MemoryMonitor::checkForULimit(uint32_t eventBytes) {
     const uint32_t total =
         eventBytes + networkBytes + threadCount * THREAD_RECORD_SIZE + static_cast<uint32_t>(minimumMemory);
     memoryTaken = total;
+    growthSinceCheck = 0;
     if (total >= static_cast<uint32_t>(memoryLimit)) {
-        if (!notAccepting) {
-            messageInfo(1054,
-                        "Memory Limit reached, datacollector stopped accepting data, Limit: %ld Memory "
-                        "Utilization: %ld",
-                        static_cast<long>(memoryLimit), static_cast<long>(total));
-            notAccepting = true;
-        }
+        stopAccepting(total);
     } else if (notAccepting && total <= static_cast<uint32_t>(difference(memoryLimit, acceptThreshold))) {
         notAccepting = false;
         messageInfo(1055,
@@ -264,6 +263,26 @@ bool MemoryMonitor::checkForULimit(uint32_t eventBytes) {
                     static_cast<long>(memoryLimit), static_cast<long>(total));
     }
     return notAccepting;
+}
+
+// Producers may come here together with the check; one of them tells.
+void MemoryMonitor::stopAccepting(uint32_t total) {
+    const ZykLockGuard guard(*lock);
+    if (!notAccepting) {
+        messageInfo(1054,
+                    "Memory Limit reached, datacollector stopped accepting data, Limit: %ld Memory "
+                    "Utilization: %ld",
+                    static_cast<long>(memoryLimit), static_cast<long>(total));
+        notAccepting = true;
+    }
+}
+
+void MemoryMonitor::noteGrowth(int32_t bytes) {
+    const int64_t growth = growthSinceCheck.fetch_add(bytes, std::memory_order_relaxed) + bytes;
+    const int64_t total = int64_t{memoryTaken} + growth;
+    if (bytes > 0 && total >= memoryLimit && !notAccepting) {
+        stopAccepting(static_cast<uint32_t>(total));
+    }
 }
 
 // ---------------------------------------------------------------- turbo control
@@ -279,11 +298,29 @@ void MemoryMonitor::checkTurboMode(JNIEnv *env) {
                   TURBO_LLIMIT_FALLBACK);
         turboLLimit = TURBO_LLIMIT_FALLBACK;
     }
-    if (memoryTaken >= static_cast<uint32_t>(turboULimit) && turboState == NORMAL) {
+    if (memoryTaken <= static_cast<uint32_t>(turboLLimit)) {
+        turboWasStalled = false;
+    }
+    if (memoryTaken >= static_cast<uint32_t>(turboULimit) && turboState == NORMAL && !turboWasStalled) {
         switchToTurboMode(env);
-    } else if (memoryTaken <= static_cast<uint32_t>(turboLLimit) && turboState == TURBO) {
+    } else if (turboState == TURBO &&
+               (memoryTaken <= static_cast<uint32_t>(turboLLimit) || turboIsStalled())) {
         switchToNormalMode(env);
     }
+}
+
+// With a receiver that does not read, the packets in the network queues alone can hold the total above the
+// lower limit. Application threads would then wait for nothing: turbo mode ends when it has brought nothing
+// for a while, and does not come back before the total has been low. The accept control goes on guarding
+// memory.
+bool MemoryMonitor::turboIsStalled() {
+    const auto now = std::chrono::steady_clock::now();
+    if (memoryTaken < lowestInTurbo) {
+        lowestInTurbo = memoryTaken;
+        lowestSeenAt = now;
+    }
+    turboWasStalled = now - lowestSeenAt >= STALL_TIME;
+    return turboWasStalled;
 }
 
 void MemoryMonitor::leaveTurboMode(JNIEnv *env) {
@@ -294,7 +331,7 @@ void MemoryMonitor::leaveTurboMode(JNIEnv *env) {
 
 void MemoryMonitor::switchToTurboMode(JNIEnv *env) {
     traceInfo("Switching to Turbo Mode, memory taken: %ld, Turbo Memory ULimit: %d, Mode: %d",
-              static_cast<long>(memoryTaken), turboULimit, turboState);
+              static_cast<long>(memoryTaken), turboULimit, turboState.get());
     turboLock.lock();
     AgentPool *network = networkPool;
     AgentPool *events = eventPool;
@@ -307,13 +344,15 @@ void MemoryMonitor::switchToTurboMode(JNIEnv *env) {
         events->setSleepTime(eaTurboSleep);
         events->setThreadPriority(env, eaTurboPriority);
     }
+    lowestInTurbo = memoryTaken;
+    lowestSeenAt = std::chrono::steady_clock::now();
     turboState = TURBO;
     turbo = true;
 }
 
 void MemoryMonitor::switchToNormalMode(JNIEnv *env) {
     traceInfo("Switching to Normal Mode, memory taken: %ld, Turbo Memory LLimit: %d, Mode: %d",
-              static_cast<long>(memoryTaken), turboLLimit, turboState);
+              static_cast<long>(memoryTaken), turboLLimit, turboState.get());
     turbo = false;
     AgentPool *network = networkPool;
     AgentPool *events = eventPool;
@@ -343,6 +382,11 @@ bool MemoryMonitor::shouldReject(JNIEnv *env) {
     if (turbo) {
         if (allowNew ? refusedInTurbo(td) : !passTurboLock()) {
             return true;
+        }
+        // The wait may have outlived a stop and a start, and with them the record.
+        td = threads->getThreadData(env);
+        if (td == nullptr) {
+            return notAccepting;
         }
     } else if (allowNew && !td->acceptingNewRequests) {
         td->acceptingNewRequests = true;

@@ -9,6 +9,7 @@
 #include "ZykLock.h"
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <jni.h>
 
@@ -42,8 +43,13 @@ public:
     // True while new data is refused.
     bool checkForULimit(uint32_t eventBytes);
 
+    // Between two checks: what the queues grew by, bytes (negative: what left them). Crossing the limit stops
+    // new data at once and not a pass later. From any thread, in portions.
+    void noteGrowth(int32_t bytes);
+
     // Runs the turbo control. Both switches must come from one and the same thread.
     void checkTurboMode(JNIEnv *env);
+    bool inTurboMode() const { return turbo; }
 
     // The admission gate at the head of every event-making native: true means drop this call.
     // In turbo mode the calling thread may wait here until the mode ends.
@@ -69,6 +75,8 @@ private:
     void readPriorities();
     void logProperties();
     void setResetTimer();
+    void stopAccepting(uint32_t total);
+    bool turboIsStalled();
     void switchToTurboMode(JNIEnv *env);
     void switchToNormalMode(JNIEnv *env);
     bool refusedInTurbo(ThreadData *td);
@@ -91,6 +99,10 @@ private:
     const int32_t eaNormalSleep = 2000; // the event agents' own sleep is never read back
     Relaxed<bool> allowNew{true};
     std::atomic<int32_t> waitingAtGate{0};
+    std::atomic<int64_t> growthSinceCheck{0};
+    uint32_t lowestInTurbo = 0; // of the totals in this turbo mode, and when it was seen
+    std::chrono::steady_clock::time_point lowestSeenAt;
+    bool turboWasStalled = false; // the last turbo mode brought nothing: none before the total has been low
 };
 
 extern Relaxed<MemoryMonitor *> memoryMonitor;

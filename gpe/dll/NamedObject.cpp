@@ -11,7 +11,9 @@ constexpr char OBJECT_LINE[] = "[%.90s (%.90s@%d)] %.90s \n";
 
 NamedObject::NamedObject(const char *className) : name(dupString(className)) {}
 
-NamedObject::~NamedObject() { free(name); }
+NamedObject::~NamedObject() {
+    free(name);
+}
 
 void NamedObject::info(const char *function, int line, const char *text) const {
     traceInfo(OBJECT_LINE, objectName(), function, line, text);

@@ -45,8 +45,8 @@ struct LgKitPaths {
 // Failures are printed and leave logging silent.
 void openLgKit(const LgKitPaths &paths);
 
-int messageSet();          // 1 once open, 0 before
-const char *catalogName(); // empty before the open
+int messageSet();           // 1 once open, 0 before
+const char *catalogName();  // empty before the open
 const char *logQualifier(); // the directory name of this server below the log directory
 
 bool getStatisticsEnabled();
@@ -79,12 +79,24 @@ inline bool LgkIsLoggable(LgkObject *object, int level) {
 namespace lgk {
 
 // Type codes of the toolkit's argument pairs.
-inline std::tuple<int, int> typed(int value) { return {502, value}; }
-inline std::tuple<int, int> typed(unsigned value) { return {502, static_cast<int>(value)}; }
-inline std::tuple<int, int> typed(bool value) { return {502, value ? 1 : 0}; }
-inline std::tuple<int, long> typed(long value) { return {503, value}; }
-inline std::tuple<int, long> typed(unsigned long value) { return {503, static_cast<long>(value)}; }
-inline std::tuple<int, const char *> typed(const char *value) { return {507, value != nullptr ? value : ""}; }
+inline std::tuple<int, int> typed(int value) {
+    return {502, value};
+}
+inline std::tuple<int, int> typed(unsigned value) {
+    return {502, static_cast<int>(value)};
+}
+inline std::tuple<int, int> typed(bool value) {
+    return {502, value ? 1 : 0};
+}
+inline std::tuple<int, long> typed(long value) {
+    return {503, value};
+}
+inline std::tuple<int, long> typed(unsigned long value) {
+    return {503, static_cast<long>(value)};
+}
+inline std::tuple<int, const char *> typed(const char *value) {
+    return {507, value != nullptr ? value : ""};
+}
 
 template <typename Call, typename... Fixed, typename... Args>
 void callTyped(Call call, std::tuple<Fixed...> fixed, Args... args) {
@@ -92,7 +104,9 @@ void callTyped(Call call, std::tuple<Fixed...> fixed, Args... args) {
 }
 
 inline LgkApi::DebugCall debugCall(int level) {
-    return level >= LGK_DEBUG_MIN ? lgkApi.debugMin : level >= LGK_DEBUG_MID ? lgkApi.debugMid : lgkApi.debugMax;
+    return level >= LGK_DEBUG_MIN   ? lgkApi.debugMin
+           : level >= LGK_DEBUG_MID ? lgkApi.debugMid
+                                    : lgkApi.debugMax;
 }
 
 // Writes one trace record. Call it behind the guard of `AM_TRACE`.
@@ -169,7 +183,8 @@ class TraceScope {
 public:
     TraceScope(LgkObject *moduleTracer, int traceLevel, const char *sourceFile, const char *declaration,
                int sourceLine)
-        : tracer(moduleTracer), level(traceLevel), file(sourceFile), signature(declaration), line(sourceLine) {
+        : tracer(moduleTracer), level(traceLevel), file(sourceFile), signature(declaration),
+          line(sourceLine) {
         write("entry");
     }
     ~TraceScope() { write("exit"); }

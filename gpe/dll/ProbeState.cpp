@@ -46,9 +46,13 @@ void storeReadiness(Relaxed<bool> &own, const Relaxed<bool> &other, bool ready) 
 
 } // namespace
 
-void notifyEventAgentStatus(bool ready) { storeReadiness(eventAgentReady, networkAgentReady, ready); }
+void notifyEventAgentStatus(bool ready) {
+    storeReadiness(eventAgentReady, networkAgentReady, ready);
+}
 
-void notifyNetworkAgentStatus(bool ready) { storeReadiness(networkAgentReady, eventAgentReady, ready); }
+void notifyNetworkAgentStatus(bool ready) {
+    storeReadiness(networkAgentReady, eventAgentReady, ready);
+}
 
 void copyFact(char *target, size_t room, const char *text) {
     if (text == nullptr || *text == '\0') {

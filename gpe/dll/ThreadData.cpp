@@ -1,22 +1,26 @@
 #include "ThreadData.h"
 
 #include "Event.h"
+#include "MemoryMonitor.h"
 #include "ProbeLgKit.h"
 #include "PropertyMgr.h"
 #include "ThreadMgr.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <new>
 
 namespace {
 
+constexpr int32_t GROWTH_PORTION = 16384; // bytes
+
 bool isClassOrMethod(const Event &evt) {
     return evt.type == Event::TYPE_CLASS || evt.type == Event::TYPE_METHOD;
 }
 
 int32_t queueLimit() {
-    static const int32_t limit = intProperty("internal.probe.event.queue.size.limit", 5000);
+    static const int32_t limit = std::max(intProperty("internal.probe.event.queue.size.limit", 5000), 0);
     return limit;
 }
 
@@ -79,7 +83,21 @@ bool ThreadData::appendEvent(Event *evt) {
         droppedMarkerSent = false;
     }
     addToProduced(*evt);
+    reportGrowth(evt->size);
     return eventQueue->append(evt);
+}
+
+// In portions, so that the common word is touched once in many events.
+void ThreadData::reportGrowth(int32_t bytes) {
+    unreportedBytes += bytes;
+    if (unreportedBytes < GROWTH_PORTION) {
+        return;
+    }
+    MemoryMonitor *monitor = memoryMonitor;
+    if (monitor != nullptr) {
+        monitor->noteGrowth(unreportedBytes);
+    }
+    unreportedBytes = 0;
 }
 
 // The marker tells the receiver that data is missing here; the agent tells how much.

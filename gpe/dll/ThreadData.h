@@ -70,6 +70,7 @@ public:
     Relaxed<uint32_t> bytesConsumedOther{0};
     Relaxed<uint32_t> bytesAddedClassMethod{0};
     Relaxed<uint32_t> bytesConsumedClassMethod{0};
+    Relaxed<int32_t> unreportedBytes{0};    // added since the memory monitor was last told
     ZykList<Event *> *eventQueue = nullptr; // owned, synchronised; null only if memory ran out
     bool memoryLimitMarkerSent = false;     // a marker was queued for the present memory-limit state
     bool acceptingNewRequests = true;       // false while turbo mode refuses new requests
@@ -81,6 +82,7 @@ public:
 private:
     void initialize();
     void refuse(Event *evt);
+    void reportGrowth(int32_t bytes);
     void reportRefusal(const Event *evt) const;
 };
 

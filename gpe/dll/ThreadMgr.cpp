@@ -11,6 +11,7 @@
 #include <cstring>
 #include <ctime>
 #include <memory>
+#include <mutex>
 #include <new>
 
 Relaxed<ThreadMgr *> threadMgr(nullptr);
@@ -31,7 +32,15 @@ struct LastAnswer {
     uint32_t generation;
 };
 thread_local LastAnswer lastAnswer{nullptr, nullptr, 0};
+// Likewise the number of an environment.
+struct LastNumber {
+    JNIEnv *env;
+    uint32_t id;
+    uint32_t generation;
+};
+thread_local LastNumber lastNumber{nullptr, 0, 0};
 std::atomic<uint32_t> generation{1};
+std::mutex birthLock; // several natives may come first at once
 
 void forgetAnswers() {
     generation.fetch_add(1, std::memory_order_relaxed);
@@ -44,6 +53,7 @@ void forgetAnswers() {
 ThreadMgr::ThreadMgr() : NamedObject("ThreadMgr"), threadTable(TABLE_SIZE, false, true) {}
 
 void ThreadMgr::create() {
+    const std::lock_guard<std::mutex> guard(birthLock);
     if (threadMgr == nullptr) {
         threadMgr = new ThreadMgr();
         threadMgrInstance = threadMgr.get();
@@ -74,6 +84,7 @@ void ThreadMgr::stop() {
         const std::unique_ptr<ThreadData *[]> snapshot(threadTable.values());
         threadTable.clear();
         threadIdMap.clear();
+        envNumbers.clear();
         forgetAnswers();
         for (ThreadData **data = snapshot.get(); *data != nullptr; ++data) {
             delete *data;
@@ -276,12 +287,21 @@ bool ThreadMgr::updateOnThreadEnd(JNIEnv *tid) {
 
 // ---------------------------------------------------------------- numbers
 
+// Refused calls come here each time: they must not meet at a lock.
 uint32_t ThreadMgr::getThreadId(JNIEnv *env) {
+    LastNumber &last = lastNumber;
+    const uint32_t now = generation.load(std::memory_order_relaxed);
+    if (last.env != env || last.generation != now) {
+        last = {env, allocateId(env), now};
+    }
+    return last.id;
+}
+
+uint32_t ThreadMgr::allocateId(JNIEnv *env) {
     const ZykLockGuard guard(threadLock);
-    for (const auto &entry : threadIdMap) {
-        if (entry.second == env) {
-            return entry.first;
-        }
+    const auto known = envNumbers.find(env);
+    if (known != envNumbers.end()) {
+        return known->second;
     }
     auto id = static_cast<uint32_t>(clock());
     for (auto taken = threadIdMap.find(id); taken != threadIdMap.end() && taken->second != nullptr;
@@ -289,6 +309,7 @@ uint32_t ThreadMgr::getThreadId(JNIEnv *env) {
         ++id;
     }
     threadIdMap[id] = env;
+    envNumbers[env] = id;
     return id;
 }
 
@@ -300,13 +321,13 @@ JNIEnv *ThreadMgr::getEnv(uint32_t threadId) {
 
 // For the holder of `threadLock`.
 bool ThreadMgr::eraseId(JNIEnv *env) {
-    for (auto entry = threadIdMap.begin(); entry != threadIdMap.end(); ++entry) {
-        if (entry->second == env) {
-            threadIdMap.erase(entry);
-            return true;
-        }
+    const auto known = envNumbers.find(env);
+    if (known == envNumbers.end()) {
+        return false;
     }
-    return false;
+    threadIdMap.erase(known->second);
+    envNumbers.erase(known);
+    return true;
 }
 
 // ---------------------------------------------------------------- natives

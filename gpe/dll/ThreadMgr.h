@@ -12,6 +12,7 @@
 #include <cstdint>
 #include <jni.h>
 #include <map>
+#include <unordered_map>
 
 class ThreadData;
 
@@ -72,10 +73,12 @@ private:
     bool enter(ThreadData *data);
     void discard(ThreadData *data);
     static void traceFailedInsertion(const char *signature, const ThreadData &data);
+    uint32_t allocateId(JNIEnv *env);
     bool eraseId(JNIEnv *env);
 
     ZykHashTable<JNIEnv *, ThreadData *> threadTable;
-    std::map<uint32_t, JNIEnv *> threadIdMap; // guarded by `threadLock`
+    std::map<uint32_t, JNIEnv *> threadIdMap; // guarded by `threadLock`, as is its inverse
+    std::unordered_map<JNIEnv *, uint32_t> envNumbers;
     Relaxed<bool> started{false};
     ZykLock startLock;  // taken once, so that the JVM has made its first raw monitor before threads race
     ZykLock threadLock; // the id map, changes of both maps together, and the destruction of a `ThreadData`

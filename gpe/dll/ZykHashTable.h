@@ -142,9 +142,7 @@ private:
 
     static bool isNullValue(K key) { return key == K(); }
 
-    void complain(const char *text) const {
-        AM_TRACE(ccTracer, LGK_DEBUG_MIN, "ZykHashTable", "%s", text);
-    }
+    void complain(const char *text) const { AM_TRACE(ccTracer, LGK_DEBUG_MIN, "ZykHashTable", "%s", text); }
 
     bool isNull(K key, const char *text) const {
         if (isNullValue(key)) {

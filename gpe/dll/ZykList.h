@@ -20,7 +20,8 @@ class ZykList : public virtual NamedObject {
 
 public:
     explicit ZykList(bool isSynchronised)
-        : NamedObject("ZykList"), lock(isSynchronised ? new ZykLock : nullptr), synchronised(isSynchronised) {}
+        : NamedObject("ZykList"), lock(isSynchronised ? new ZykLock : nullptr), synchronised(isSynchronised) {
+    }
 
     ~ZykList() override {
         clear();
@@ -148,8 +149,8 @@ public:
         const Node *cursor;
     };
 
-    // A copy of the values in order, taken under the lock: calls `visit(value)` for each without the lock held.
-    // For walks over a list that other threads append to.
+    // A copy of the values in order, taken under the lock: calls `visit(value)` for each without the lock
+    // held. For walks over a list that other threads append to.
     template <typename Visit>
     void forEachSnapshot(Visit visit) {
         int32_t taken = 0;

@@ -24,7 +24,9 @@ ZykOsLock::ZykOsLock(bool createOnCreation) {
     }
 }
 
-ZykOsLock::~ZykOsLock() { delete mutex; }
+ZykOsLock::~ZykOsLock() {
+    delete mutex;
+}
 
 bool ZykOsLock::ensureCreated() {
     const std::lock_guard<std::recursive_timed_mutex> guard(osGlobalLock());

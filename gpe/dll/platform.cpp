@@ -24,6 +24,10 @@ void thread_sleep(int ms) {
     }
 }
 
-int getProcessId() { return static_cast<int>(getpid()); }
+int getProcessId() {
+    return static_cast<int>(getpid());
+}
 
-int getPlatformId() { return BuildPlatform_LINUX; }
+int getPlatformId() {
+    return BuildPlatform_LINUX;
+}

@@ -134,8 +134,8 @@ bool takeSizes(JNIEnv *env, jclass cls) {
          "exiting with error. publishing_frequency not defined"},
         {"eventPacketSize", &systemSettings.eventPacketSize, 5000, "event_packet_size defined: %d",
          "exiting with error. event_packet_size not defined"},
-        {"eventQueueSizeLimit", &systemSettings.eventQueueSizeLimit, 5000, "limit_per_event_queue defined: %d",
-         "exiting with error. limit_per_event_queue not defined"},
+        {"eventQueueSizeLimit", &systemSettings.eventQueueSizeLimit, 5000,
+         "limit_per_event_queue defined: %d", "exiting with error. limit_per_event_queue not defined"},
     };
     const IntField wakeup = {"wakeupQueueLength", &systemSettings.wakeupQueueLength, 500,
                              "wakeup_queuelength defined: %d",
@@ -187,8 +187,7 @@ bool takeClass(JNIEnv *env, jclass cls, const char *name, jclass *target) {
 }
 
 void takeProductVersion(JNIEnv *env, jclass cls, const ProbeMgr *probe) {
-    const jmethodID method =
-        findStaticMethod(env, cls, "getAppServerProductVersion", "()Ljava/lang/String;");
+    const jmethodID method = findStaticMethod(env, cls, "getAppServerProductVersion", "()Ljava/lang/String;");
     if (method == nullptr) {
         return;
     }
@@ -309,13 +308,21 @@ JNIEXPORT jboolean JNICALL SYSTEM(initializeProbe)(JNIEnv *env, jclass cls) {
 }
 
 // Ends the process with status 12, at the Java side's request.
-JNIEXPORT void JNICALL SYSTEM(stopNative)(JNIEnv *, jclass) { exit(STOP_STATUS); }
+JNIEXPORT void JNICALL SYSTEM(stopNative)(JNIEnv *, jclass) {
+    exit(STOP_STATUS);
+}
 
-JNIEXPORT jint JNICALL SYSTEM(getProcessId)(JNIEnv *, jclass) { return processId; }
+JNIEXPORT jint JNICALL SYSTEM(getProcessId)(JNIEnv *, jclass) {
+    return processId;
+}
 
 // There is no lock on the id file on this platform: always 0.
-JNIEXPORT jint JNICALL SYSTEM(nativeLockIdFile)(JNIEnv *, jclass, jstring) { return 0; }
-JNIEXPORT jint JNICALL SYSTEM(nativeUnlockIdFile)(JNIEnv *, jclass, jstring) { return 0; }
+JNIEXPORT jint JNICALL SYSTEM(nativeLockIdFile)(JNIEnv *, jclass, jstring) {
+    return 0;
+}
+JNIEXPORT jint JNICALL SYSTEM(nativeUnlockIdFile)(JNIEnv *, jclass, jstring) {
+    return 0;
+}
 
 // The library's build time and date as one line.
 JNIEXPORT jstring JNICALL Java_com_zykora_probe_ProbeUtils_getBuildTime(JNIEnv *env, jclass) {

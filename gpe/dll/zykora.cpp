@@ -41,10 +41,14 @@ void JNICALL defineNativeMethodsForClassNative(JNIEnv *env, jclass, jclass clazz
     free(name);
 }
 
-jint JNICALL getCurrentProcessIdNative(JNIEnv *, jclass) { return static_cast<jint>(getpid()); }
+jint JNICALL getCurrentProcessIdNative(JNIEnv *, jclass) {
+    return static_cast<jint>(getpid());
+}
 
 // Not looked into on this platform: always true.
-jboolean JNICALL isProcessAliveNative(JNIEnv *, jclass, jint) { return JNI_TRUE; }
+jboolean JNICALL isProcessAliveNative(JNIEnv *, jclass, jint) {
+    return JNI_TRUE;
+}
 
 // An environment variable; null for a null name or an unset variable.
 jstring JNICALL getEnvNative(JNIEnv *env, jclass, jstring name) {
@@ -76,7 +80,9 @@ jlong JNICALL getCurrentThreadCPUTime(JNIEnv *, jclass) {
 }
 
 // Files are made with the process's own mask on this platform: always 0.
-jint JNICALL setFileReadWriteNative(JNIEnv *, jclass, jstring) { return 0; }
+jint JNICALL setFileReadWriteNative(JNIEnv *, jclass, jstring) {
+    return 0;
+}
 
 template <typename Function>
 JNINativeMethod native(const char *name, const char *signature, Function function) {
@@ -233,7 +239,9 @@ JNIEXPORT void JNICALL PROBE_LOGGER(setNativeProbeLoggingLevel)(JNIEnv *, jclass
 }
 
 // No file name is kept on this side: always null.
-JNIEXPORT jstring JNICALL PROBE_LOGGER(getLogFileName)(JNIEnv *, jclass) { return nullptr; }
+JNIEXPORT jstring JNICALL PROBE_LOGGER(getLogFileName)(JNIEnv *, jclass) {
+    return nullptr;
+}
 
 // An old print path whose table of formats is empty: nothing is printed.
 JNIEXPORT void JNICALL PROBE_LOGGER(write)(JNIEnv *, jclass, jint, jstring) {}

@@ -25,7 +25,7 @@ wait_until() {
     shift 2
     until "$@"; do
         [ "$SECONDS" -lt "$deadline" ] || fail "waited in vain for $what"
-        sleep 0.2
+        sleep 0.05
     done
 }
 
@@ -62,6 +62,7 @@ options_for() {
     local server=$1
     shift
     mapfile -t options < <("$HOME_AM/bin/am-options" "$server" --node node --data "$PWD/data" "$@")
+    [ "${#options[@]}" -gt 0 ] || fail "am-options prints nothing"
     runtime=$PWD/data/runtime/server.node.$server
     logs=$PWD/data/ZYK/logs/node.$server
     mkdir -p "$runtime"

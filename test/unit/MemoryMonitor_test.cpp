@@ -244,6 +244,51 @@ TEST_F(MemoryMonitorTest, TurboUsesTheConfiguredFiguresAndIsLeftOnDemand) {
     EXPECT_THAT(calls, ElementsAre("network sleep 0", "network priority 4"));
 }
 
+// Between two checks producers and agents tell what the queues grew by.
+TEST_F(MemoryMonitorTest, GrowthStopsNewDataAtTheLimitAndNotAPassLater) {
+    restart("");
+    checkAt(LIMIT - 1000);
+    memoryMonitor->noteGrowth(999);
+    EXPECT_FALSE(notAccepting);
+    memoryMonitor->noteGrowth(-500);
+    memoryMonitor->noteGrowth(500);
+    EXPECT_FALSE(notAccepting);
+    log.take();
+    memoryMonitor->noteGrowth(1);
+    memoryMonitor->noteGrowth(1);
+    EXPECT_TRUE(notAccepting);
+    EXPECT_EQ(log.takeMessages().size(), 1U); // told once
+    checkAt(RESUME);
+    EXPECT_FALSE(notAccepting);
+    memoryMonitor->noteGrowth(1000); // counts from the last check
+    EXPECT_FALSE(notAccepting);
+}
+
+// A receiver that does not read must not hold application threads at the gate for ever.
+TEST_F(MemoryMonitorTest, TurboThatBringsNothingEndsAndWaitsForALowTotal) {
+    restart("");
+    const auto passes = [this](uint32_t bytes) {
+        const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+        int count = 0;
+        while (memoryMonitor->inTurboMode() && std::chrono::steady_clock::now() < end) {
+            turboAt(bytes);
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+            ++count;
+        }
+        return count;
+    };
+    turboAt(TURBO_ON);
+    turboAt(TURBO_ON - 1000);
+    EXPECT_GT(passes(TURBO_ON - 1000), 1); // not at once
+    EXPECT_FALSE(memoryMonitor->inTurboMode());
+    turboAt(TURBO_ON);
+    EXPECT_FALSE(memoryMonitor->inTurboMode());
+    turboAt(TURBO_OFF);
+    turboAt(TURBO_ON);
+    EXPECT_TRUE(memoryMonitor->inTurboMode());
+    turboAt(TURBO_OFF);
+}
+
 // ---------------------------------------------------------------- properties
 
 TEST_F(MemoryMonitorTest, ValidatesItsLimits) {
@@ -273,8 +318,8 @@ TEST_F(MemoryMonitorTest, ValidatesItsLimits) {
          "6048000 0 40000000 4536000",
          {ignored(6048000), halved(0), badLower(2419200)}},
         {"internal.memory.limit=4 eventagent.pool.size=0",
-         "4000000 0 40000000 75000000",
-         {ignored(4000000), halved(0), badUpper(3000000), badLower(1600000)}},
+         "6048000 0 40000000 4536000",
+         {ignored(6048000), halved(0), badLower(2419200)}},
         {"internal.memory.limit=7", "7000000 476000 40000000 5250000", {halved(476000), badLower(2800000)}},
         {"internal.memory.limit=8 eventagent.pool.size=3 internal.probe.event.packet.size=1001 "
          "internal.memory.accept.threshold=1",

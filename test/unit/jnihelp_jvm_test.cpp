@@ -7,8 +7,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstdarg>
 #include <cstdlib>
 #include <cstring>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -73,18 +75,40 @@ std::u16string repeated(const std::u16string &text, int times) {
     return result;
 }
 
-// The body leaves no local reference behind, however often it runs: the JVM's own check would tell.
-template <typename Body>
-bool leavesLocalReferences(JNIEnv *env, Body body) {
-    testing::internal::CaptureStdout();
-    env->PushLocalFrame(16);
-    for (int i = 0; i < 200; ++i) {
-        body();
+// Counts the local references that this thread's environment gives out and takes back while it lives.
+class CountedReferences {
+public:
+    explicit CountedReferences(JNIEnv *jniEnv) : env(jniEnv), table(*jniEnv->functions) {
+        real = env->functions;
+        held = 0;
+        table.FindClass = [](JNIEnv *e, const char *name) { return given(real->FindClass(e, name)); };
+        table.NewStringUTF = [](JNIEnv *e, const char *text) { return given(real->NewStringUTF(e, text)); };
+        table.NewObjectArray = [](JNIEnv *e, jsize size, jclass cls, jobject first) {
+            return given(real->NewObjectArray(e, size, cls, first));
+        };
+        table.CallStaticObjectMethodV = [](JNIEnv *e, jclass cls, jmethodID method, va_list args) {
+            return given(real->CallStaticObjectMethodV(e, cls, method, args));
+        };
+        table.DeleteLocalRef = [](JNIEnv *e, jobject ref) {
+            held -= ref != nullptr ? 1 : 0;
+            real->DeleteLocalRef(e, ref);
+        };
+        env->functions = &table;
     }
-    env->ExceptionCheck();
-    env->PopLocalFrame(nullptr);
-    return testing::internal::GetCapturedStdout().find("local refs") != std::string::npos;
-}
+    ~CountedReferences() { env->functions = real; }
+
+    static inline int held = 0;
+
+private:
+    template <typename T>
+    static T given(T ref) {
+        held += ref != nullptr ? 1 : 0;
+        return ref;
+    }
+    static inline const JNINativeInterface_ *real = nullptr;
+    JNIEnv *env;
+    JNINativeInterface_ table;
+};
 
 class JniHelp : public testing::Test {
 protected:
@@ -99,12 +123,6 @@ protected:
     }
     JNIEnv *env;
 };
-
-TEST_F(JniHelp, TheReferenceCheckWorks) {
-    EXPECT_TRUE(leavesLocalReferences(env, [&] { env->NewStringUTF("left behind"); }));
-    EXPECT_FALSE(
-        leavesLocalReferences(env, [&] { const LocalRef<jstring> text(env, env->NewStringUTF("x")); }));
-}
 
 // One-, two- and three-byte characters, an embedded NUL, a surrogate pair, a lone surrogate, and lengths on
 // both sides of the scratch buffer, cut at every byte.
@@ -190,14 +208,24 @@ TEST_F(JniHelp, NoLocalReferenceStays) {
     char word[] = "word";
     char *const words[] = {word, word, word};
     char value[64];
-    EXPECT_FALSE(leavesLocalReferences(env, [&] {
-        free(jniStringCopy(env, text));
-        env->DeleteLocalRef(newStringArray(env, words, 3));
-        getJavaSystemProperty(env, "java.version", value, sizeof(value));
-        setJavaSystemProperty(env, "am.test.host", "x");
-        getFullAppServerName(value, sizeof(value), env);
-        callStaticVoidInt(env, TEST_TOOLS, "receive", 1);
-    }));
+    const std::pair<const char *, std::function<void()>> steps[] = {
+        {"string", [&] { free(jniStringCopy(env, text)); }},
+        {"global class", [&] { env->DeleteGlobalRef(findGlobalClass(env, TEST_TOOLS)); }},
+        {"get property", [&] { getJavaSystemProperty(env, "java.version", value, sizeof(value)); }},
+        {"set property", [&] { setJavaSystemProperty(env, "am.test.host", "x"); }}, // has no older value
+        {"set property again", [&] { setJavaSystemProperty(env, "am.test.host", "y"); }},
+        {"server name", [&] { getFullAppServerName(value, sizeof(value), env); }},
+        {"call", [&] { callStaticVoidInt(env, TEST_TOOLS, "receive", 1); }},
+        {"failing call", [&] { callStaticVoid(env, TEST_TOOLS, "refuse"); }},
+    };
+    for (const auto &[name, step] : steps) {
+        const CountedReferences counted(env);
+        step();
+        EXPECT_EQ(0, CountedReferences::held) << name;
+    }
+    const CountedReferences counted(env);
+    newStringArray(env, words, 3);
+    EXPECT_EQ(1, CountedReferences::held); // the array
 }
 
 // ---------------------------------------------------------------- system properties

@@ -17,8 +17,8 @@ case_counts() {
     stop_receiver
     [ "$(value checksum driver.json)" = "$plain" ] || fail "the agent changes the answers"
     "$TOOLS/compare-counts" driver.json received.json 2> /dev/null > differences || fail "$(head -n 1 differences)"
-    expect_output '## PropertyMgr::initialize() Calling  defineEnvMethodId.......' \
-        '## PropertyMgr::initialize() loaded Environment Variables'
+    expect_console server.out "${started[@]}"
+    ! grep -q '^##\|Exception' server.err || fail "the collector complains: $(cat server.err)"
 }
 
 # The slowest of requests that are sent one by one for SECONDS, in whole milliseconds.

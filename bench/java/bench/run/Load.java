@@ -19,7 +19,7 @@ final class Load {
     private static final Map<String, String> SMALL_LIMITS = Settings.with(Settings.QUICK_CONNECT, Map.of(
             "internal.memory.limit", "16",
             "internal.probe.event.packet.size", "500",
-            "internal.probe.event.queue.size.limit", "1000",
+            "internal.probe.event.queue.size.limit", "2000",
             "internal.probe.publishing.frequency", "200"));
 
     /**

@@ -1,7 +1,9 @@
 package bench.run;
 
 import java.io.IOException;
+import java.util.ArrayList;
 import java.util.Arrays;
+import java.util.Collections;
 import java.util.EnumMap;
 import java.util.List;
 import java.util.Map;
@@ -24,13 +26,15 @@ final class Startup {
 
     static void run(Install install, List<String> arguments) throws IOException, InterruptedException {
         Options options = new Options(DEFAULTS, arguments);
-        int whole = Math.min(options.get("whole"), options.get("rounds"));
+        int whole = Math.max(1, Math.min(options.get("whole"), options.get("rounds")));
         Startup startup = new Startup(options.get("rounds"), whole);
         try (Receiver receiver = new Receiver(install)) {
+            List<Setup.Collector> order = new ArrayList<>(List.of(Setup.Collector.values()));
             for (int round = 0; round < options.get("rounds"); round++) {
-                for (Setup.Collector collector : Setup.Collector.values()) {
+                for (Setup.Collector collector : order) {
                     startup.time(install, collector, receiver.port(), round);
                 }
+                Collections.reverse(order);
             }
         }
         startup.report();

@@ -61,7 +61,8 @@ class RuntimeBuilderTest {
 
     @Test
     void aFailedMakingIsCompletedByTheNextStart() throws IOException {
-        Path broken = Files.createSymbolicLink(root.resolve("home/etc/datacollector_z.properties"), root.resolve("gone"));
+        Path broken = root.resolve("home/etc/datacollector_z.properties");
+        Files.createSymbolicLink(broken, root.resolve("gone"));
         Path wanted = root.resolve("runtime");
         assertFalse(RuntimeBuilder.buildRuntime(wanted.toString()));
         Files.deleteIfExists(wanted.resolve("dc.env.properties"));
