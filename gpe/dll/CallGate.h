@@ -11,7 +11,7 @@ public:
     void open() { opened = true; }
     void close() { opened = false; }
     bool isOpen() const { return opened; }
-    // After `close`: true once nobody is inside. A caller that is refused counts for that moment too.
+    // After `close`: true once nobody is inside. A caller that is being refused counts for a moment.
     bool isEmpty() const { return inside == 0; }
 
     // One call. It counts itself in first and looks at the gate afterwards, `close` and `isEmpty` go the
@@ -21,8 +21,15 @@ public:
         explicit Pass(CallGate &entered) : gate(entered) {
             ++gate.inside;
             admitted = gate.opened;
+            if (!admitted) {
+                --gate.inside;
+            }
         }
-        ~Pass() { --gate.inside; }
+        ~Pass() {
+            if (admitted) {
+                --gate.inside;
+            }
+        }
         Pass(const Pass &) = delete;
         Pass &operator=(const Pass &) = delete;
         explicit operator bool() const { return admitted; }

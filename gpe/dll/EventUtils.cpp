@@ -339,10 +339,19 @@ void endJDORequest(JNIEnv *env, jstring className, jstring methodName, jstring a
     leave(td);
 }
 
+namespace {
+
+// Other actions have no record of this kind.
+bool hasCorrelationRecord(jint act) {
+    return act == 7 || act == 10 || act == 11 || act == 13;
+}
+
+} // namespace
+
 // Both records carry the raised depth. The pair is made after the call, so both take the CPU clock first.
 void processGpsXQRequest(JNIEnv *env, jstring queueName, jstring, jint act, int8_t *gpsToken, int32_t len) {
     ThreadData *td = callingThread(env);
-    if (td != nullptr && td->requestDepth == 0) {
+    if ((td != nullptr && td->requestDepth == 0) || !hasCorrelationRecord(act)) {
         free(gpsToken);
         return;
     }

@@ -163,7 +163,10 @@ bool PropertyMgr::loadEnvironmentProperties(JNIEnv *env, const char *dir) {
 void PropertyMgr::moveSettingsToEnvironment() {
     const std::unique_ptr<const char *[]> keys(internalProps->keys());
     for (const char **key = keys.get(); *key != nullptr; ++key) {
-        setenv(*key, getInternalProp(*key), 1);
+        const char *value = getInternalProp(*key);
+        if (value != nullptr) {
+            setenv(*key, value, 1);
+        }
     }
     freeEntries(*internalProps);
 }

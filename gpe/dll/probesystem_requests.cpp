@@ -61,18 +61,39 @@ int8_t *copyBytes(JNIEnv *env, jbyteArray bytes, jint count) {
     return copyArray<jbyte>(env, bytes, count, &JNIEnv::GetByteArrayRegion);
 }
 
-// Payload of a bean request without data, so that a receiver can still walk the record: the length of what
-// follows, then three empty strings.
+// Payload of a bean request without usable data, so that a receiver can still walk the record: the length of
+// what follows, then three empty strings.
 constexpr int8_t EMPTY_BEAN[] = {0, 6, 0, 0, 0, 0, 0, 0};
+
+uint32_t lengthAt(const int8_t *bytes) {
+    return static_cast<uint32_t>(static_cast<uint8_t>(bytes[0])) << 8 | static_cast<uint8_t>(bytes[1]);
+}
+
+// The length of all that follows, then three strings that fill it exactly.
+bool isBean(const int8_t *data, uint32_t count) {
+    if (count < sizeof(EMPTY_BEAN) || lengthAt(data) != count - 2) {
+        return false;
+    }
+    uint32_t at = 2;
+    for (int i = 0; i < 3; ++i) {
+        if (at + 2 > count) {
+            return false;
+        }
+        at += 2 + lengthAt(data + at);
+    }
+    return at == count;
+}
 
 int8_t *copyBean(JNIEnv *env, jbyteArray data, jint *count) {
     int8_t *copy = copyBytes(env, data, *count);
-    if (copy == nullptr) {
-        *count = sizeof(EMPTY_BEAN);
-        copy = static_cast<int8_t *>(malloc(sizeof(EMPTY_BEAN)));
-        if (copy != nullptr) {
-            memcpy(copy, EMPTY_BEAN, sizeof(EMPTY_BEAN));
-        }
+    if (copy != nullptr && isBean(copy, static_cast<uint32_t>(*count))) {
+        return copy;
+    }
+    free(copy);
+    *count = sizeof(EMPTY_BEAN);
+    copy = static_cast<int8_t *>(malloc(sizeof(EMPTY_BEAN)));
+    if (copy != nullptr) {
+        memcpy(copy, EMPTY_BEAN, sizeof(EMPTY_BEAN));
     }
     return copy;
 }
@@ -382,7 +403,7 @@ JNIEXPORT void JNICALL EVENT_AGENT(endXQRequestNative)(JNIEnv *env, jclass, jstr
 // ---------------------------------------------------------------- requests of the server
 
 // `data` is the payload as it goes out: a length of 16 bits, then three strings with such a length each. A
-// null array, or a `count` that it does not hold, counts as three empty strings.
+// null array, a `count` that it does not hold, or bytes of another form count as three empty strings.
 JNIEXPORT jint JNICALL EVENT_AGENT(beginEJBRequestNative)(JNIEnv *env, jclass cls, jbyteArray data,
                                                           jint count) {
     return gatedWithId(env, [=] {

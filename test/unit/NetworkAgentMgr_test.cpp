@@ -288,6 +288,7 @@ TEST_F(NetworkPoolTest, ManagerGoesUnderTheFeetOfItsCallers) {
             while (!done) {
                 EXPECT_EQ(2, NetworkAgentMgr::agentCount());
                 NetworkAgentMgr::stopNetworkAgent(nullptr, caller);
+                std::this_thread::yield();
             }
         });
     }
@@ -296,7 +297,7 @@ TEST_F(NetworkPoolTest, ManagerGoesUnderTheFeetOfItsCallers) {
         std::this_thread::yield();
         NetworkAgentMgr::destroy();
     };
-    for (int i = 0; i < 500; ++i) {
+    for (int i = 0; i < 200; ++i) {
         cycle();
     }
     std::thread latecomer([&done] {

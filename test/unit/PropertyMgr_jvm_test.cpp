@@ -112,6 +112,12 @@ protected:
         return printed.substr(0, printed.find("WARN: "));
     }
 
+    // A manager is filled once only.
+    static void renew() {
+        PropertyMgr::destroy();
+        new PropertyMgr;
+    }
+
     void setProperty(const char *name, const std::string &value) {
         setJavaSystemProperty(env, name, value.c_str());
     }
@@ -210,11 +216,13 @@ TEST_F(PropertyMgrJvmTest, AsksForNoFileWithoutADirectory) {
     } cases[] = {{"/some/dir", "/some/dir/dc.env.properties"}, {"", nullptr}, {nullptr, nullptr}};
     for (const auto &c : cases) {
         unsetenv("AM_TEST_FILE");
+        renew();
         EXPECT_EQ(initialize(c.dir, true, {{BUILDER, MISSING}, {MANAGER, "amtest/ConfigHelpers$OddLines"}}),
                   std::string(NO_BUILDER_LINE) + CALLING_LINE + LOADED_LINE);
         EXPECT_STREQ(getenv("AM_TEST_FILE"), c.file);
     }
     // The Java half that is shipped.
+    renew();
     EXPECT_EQ(initialize("", true), std::string(CALLING_LINE) + LOADED_LINE);
 }
 

@@ -212,13 +212,13 @@ TEST_F(JniHelp, NoLocalReferenceStays) {
         {"string", [&] { free(jniStringCopy(env, text)); }},
         {"global class", [&] { env->DeleteGlobalRef(findGlobalClass(env, TEST_TOOLS)); }},
         {"get property", [&] { getJavaSystemProperty(env, "java.version", value, sizeof(value)); }},
-        {"set property", [&] { setJavaSystemProperty(env, "am.test.host", "x"); }}, // has no older value
-        {"set property again", [&] { setJavaSystemProperty(env, "am.test.host", "y"); }},
+        {"set property", [&] { setJavaSystemProperty(env, "am.test.host", "x"); }},
         {"server name", [&] { getFullAppServerName(value, sizeof(value), env); }},
         {"call", [&] { callStaticVoidInt(env, TEST_TOOLS, "receive", 1); }},
         {"failing call", [&] { callStaticVoid(env, TEST_TOOLS, "refuse"); }},
     };
     for (const auto &[name, step] : steps) {
+        step(); // what Java loads on the way takes references of its own
         const CountedReferences counted(env);
         step();
         EXPECT_EQ(0, CountedReferences::held) << name;

@@ -30,6 +30,15 @@ slowest_request() {
     done | awk '$1 > most { most = $1 } END { printf "%d\n", most * 1000 }'
 }
 
+# Nobody has waited for the Publish Server: on a busy machine one request may be slow, not one of twenty.
+nobody_waited() {
+    local page_ms
+    [ "$(cat slowest)" -lt 10000 ] || fail "a request took $(cat slowest) ms"
+    for page_ms in $(grep -oE '"p95Ms":[0-9]+' driver.json | grep -oE '[0-9]+$'); do
+        [ "$page_ms" -lt 2000 ] || fail "one of twenty requests for a page took $page_ms ms"
+    done
+}
+
 # The Publish Server dies without a word and comes back on its port.
 case_publish_server_killed() {
     start_receiver
@@ -46,7 +55,7 @@ case_publish_server_killed() {
     wait_until 20 "records on the new connection" received SQLEvent.end
     wait "$traffic" || fail "a request failed"
     wait "$sampler"
-    [ "$(cat slowest)" -lt 3000 ] || fail "a request took $(cat slowest) ms"
+    nobody_waited
     stop_shop
     stop_receiver
     [ "$(head -n 2 records.json | grep -oE '"name":"(InitRecord|J2EEInitRecord)"' | tr '\n' ' ')" = \
@@ -62,7 +71,7 @@ case_publish_server_never_there() {
     local sampler=$!
     drive --requests 2000
     wait "$sampler"
-    [ "$(cat slowest)" -lt 3000 ] || fail "a request took $(cat slowest) ms"
+    nobody_waited
     stop_shop
     expect_line "$logs/dc-msg.log" 'ERROR 1059 socket connect() failure [127.0.0.1:1] Errno: 111'
     expect_line "$logs/dc-msg.log" 'ERROR 1064 Failed to connect to PS socket'
