@@ -31,7 +31,8 @@ EvtAgentMgr *EvtAgentMgr::create() {
 }
 
 EvtAgentMgr::EvtAgentMgr()
-    : NamedObject("EvtAgentMgr"), poolSize(std::max(intProperty("eventagent.pool.size", 1), 1)),
+    : NamedObject("EvtAgentMgr"),
+      poolSize(std::clamp(intProperty("eventagent.pool.size", 1), 1, MAX_POOL_SIZE)),
       turboEnabled(boolProperty("dc.turbomode.enabled", true)),
       statsTimer(static_cast<uint32_t>(longProperty("log.statistics.frequency", 30000))),
       logStatistics(getStatisticsEnabled()) {}
@@ -248,9 +249,11 @@ uint32_t EvtAgentMgr::sumMemoryTaken() {
     return sum;
 }
 
+// Outside of start and stop the monitor may be about to go.
 uint32_t EvtAgentMgr::getTotalBytesConsumed() {
+    const CallGate::Pass pass(gate);
     MemoryMonitor *monitor = memoryMonitor;
-    if (monitor == nullptr) {
+    if (!pass || monitor == nullptr) {
         return 0;
     }
     monitor->checkForULimit(static_cast<uint32_t>(getTotalDataSize()));

@@ -25,6 +25,9 @@ public:
 
 class ThreadData;
 
+// Of either pool: a slip in the configuration must not cost a server its threads.
+constexpr int32_t MAX_POOL_SIZE = 256;
+
 class MemoryMonitor : public virtual NamedObject {
 public:
     MemoryMonitor();

@@ -19,7 +19,6 @@ namespace {
 constexpr int64_t STOP_POLL_MS = 1000;
 constexpr int CALLS_POLL_MS = 1;
 constexpr int CLIENT_BUCKETS = 11;
-constexpr int32_t MAX_POOL_SIZE = 256; // a slip in the configuration must not cost a server its threads
 
 Relaxed<int32_t> nextAgentIndex(0);
 

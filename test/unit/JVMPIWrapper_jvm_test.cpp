@@ -49,21 +49,6 @@ TEST_F(RealInterface, ThreadAndGroupNames) {
     EXPECT_THAT(log.texts(), testing::ElementsAre(HasSubstr("JVMTI_ERROR_INVALID_THREAD")));
 }
 
-TEST_F(RealInterface, ClockCountsTheCallingThread) {
-    const jlong first = skin.wrapper.GetCurrentThreadCpuTime();
-    volatile uint64_t sum = 0;
-    for (uint64_t i = 0; i < 20000000; ++i) {
-        sum = sum + i;
-    }
-    EXPECT_GT(skin.wrapper.GetCurrentThreadCpuTime(), first + 1000000);
-}
-
-TEST_F(RealInterface, KnowsNoDiagnosticsInterface) {
-    initializeJVMWrapper();
-    void *found = nullptr;
-    EXPECT_EQ(-1, fakeJvm->GetEnv(&found, 0x7f000001));
-}
-
 // The probe's stop disables all four; a JVM without the capability for two of them does not mind.
 TEST_F(RealInterface, EventsSwitchWithoutComplaint) {
     const RecordedLog log(LGK_ERROR);

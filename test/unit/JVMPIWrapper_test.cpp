@@ -87,19 +87,6 @@ TEST(JvmpiWrapper, FailuresOfTheJvmAreLoggedAndAnsweredWithNothing) {
     EXPECT_THAT(texts[2], testing::HasSubstr("Msg: Error when getting thread info from jvmti\n"));
 }
 
-TEST(JvmpiWrapper, ThreadEventsCarryTheirNumberAndEnvironment) {
-    const FakeVm vm;
-    for (const bool isStart : {true, false}) {
-        JVMPI_Event *event = const_cast<JVMPIWrapper &>(vm.wrapper)
-                                 .mapThreadData2JVMPI_Event(fakeEnv(3), nullptr, false, isStart);
-        EXPECT_EQ(isStart ? 33 : 34, event->event_type);
-        EXPECT_EQ(fakeEnv(3), event->env_id);
-        EXPECT_EQ(fakeEnv(3), event->parent_env_id);
-        EXPECT_EQ(nullptr, event->thread_name);
-        freeJVMPIEvent(event);
-    }
-}
-
 TEST(JvmpiWrapper, SwitchesTheEventsItKnows) {
     FakeVm vm;
     const RecordedJvmti recorded;
@@ -168,22 +155,6 @@ TEST(SubstituteJvm, PassesDiagnosticsOnToTheRealOne) {
         EXPECT_EQ(wanted, fakeJvm->GetEnv(&found, 0x7f000001));
         EXPECT_EQ(0x7f000001, askedVersion);
     }
-}
-
-TEST(SubstituteJvm, RefusesTheRest) {
-    initializeJVMWrapper();
-    const RecordedLog log;
-    EXPECT_EQ(-1, fakeJvm->DestroyJavaVM());
-    EXPECT_EQ(-1, fakeJvm->AttachCurrentThread(nullptr, nullptr));
-    EXPECT_EQ(-1, fakeJvm->DetachCurrentThread());
-    EXPECT_EQ(-1, fakeJvm->AttachCurrentThreadAsDaemon(nullptr, nullptr));
-    std::vector<std::string> expected;
-    for (const char *name :
-         {"DestroyJavaVM", "AttachCurrentThread", "DetachCurrentThread", "AttachCurrentThreadAsDaemon"}) {
-        expected.push_back(std::string("This method: ") + name +
-                           " is NOT supported in AM Library, please do NOT use \n");
-    }
-    EXPECT_EQ(expected, log.texts());
 }
 
 TEST(SubstituteJvm, GoesWithItsWrapper) {

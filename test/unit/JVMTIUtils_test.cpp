@@ -48,20 +48,6 @@ TEST(JvmtiErrors, AreLoggedButForRacesAtShutdown) {
     }
 }
 
-TEST(JvmtiErrors, WithoutANameAreStillLogged) {
-    const FakeVm vm;
-    RecordedJvmti recorded;
-    recorded.table.GetErrorName = [](jvmtiEnv *, jvmtiError, char **) {
-        return JVMTI_ERROR_ILLEGAL_ARGUMENT;
-    };
-    const RecordedLog log;
-    EXPECT_EQ(nullptr, getErrorName(JVMTI_ERROR_INTERNAL));
-    checkJvmtiError(JVMTI_ERROR_INTERNAL, "F", 1, "M");
-    EXPECT_THAT(log.texts(), ElementsAre("ERROR: JVMTI GetErrorName failed, Error No: 103 \n",
-                                         "ERROR: JVMTI GetErrorName failed, Error No: 103 \n",
-                                         "ERROR: JVMTI error: NO: 113 Name:  Location F:1 Msg: M\n"));
-}
-
 TEST(JvmtiUtils, DoNothingWithoutAnEnvironment) {
     jvmtiEnv *old = jvmti;
     jvmti = nullptr;
@@ -78,21 +64,6 @@ TEST(JvmtiUtils, DoNothingWithoutAnEnvironment) {
     disableAllEvents();
     relinquishCapabilities();
     jvmti = old;
-}
-
-TEST(JvmtiUtils, MemoryFailuresAreLogged) {
-    const FakeVm vm;
-    RecordedJvmti recorded;
-    recorded.table.Allocate = [](jvmtiEnv *, jlong, unsigned char **) { return JVMTI_ERROR_OUT_OF_MEMORY; };
-    recorded.table.Deallocate = [](jvmtiEnv *, unsigned char *) { return JVMTI_ERROR_ILLEGAL_ARGUMENT; };
-    const RecordedLog log;
-    unsigned char own = 0;
-    unsigned char *memory = &own;
-    AllocateJVMTIMemory(8, &memory);
-    EXPECT_EQ(&own, memory);
-    freeJVMTIMemory(memory);
-    EXPECT_THAT(log.texts(), ElementsAre("ERROR: JVMTI Allocate failed, Error No: 110 \n",
-                                         "ERROR: JVMTI Deallocate failed, Error No: 103 \n"));
 }
 
 struct NoProcessor : GCProcessor {

@@ -24,17 +24,12 @@ TEST(NamedObject, KeepsItsOwnNameAndSpeaksInOneForm) {
     memset(name, 'x', sizeof(name) - 1);
     const RecordedLog log;
     speaker.speak();
-    const std::vector<RecordedLog::Line> lines = log.lines();
-    ASSERT_EQ(3U, lines.size());
-    EXPECT_EQ("[Manager (work()@7)] one \n", lines[0].text);
-    EXPECT_EQ(LGK_INFO, lines[0].level);
-    EXPECT_EQ("[Manager (work()@8)] two \n", lines[1].text);
-    EXPECT_EQ(LGK_WARN, lines[1].level);
-    EXPECT_EQ("[Manager (work()@9)] three \n", lines[2].text);
-    EXPECT_EQ(LGK_ERROR, lines[2].level);
-    for (const RecordedLog::Line &line : lines) {
-        EXPECT_EQ(0, line.number);
-    }
+    EXPECT_THAT(log.texts(),
+                testing::ElementsAre("[Manager (work()@7)] one \n", "[Manager (work()@8)] two \n",
+                                     "[Manager (work()@9)] three \n"));
+    EXPECT_EQ(LGK_INFO, log.lines()[0].level);
+    EXPECT_EQ(LGK_WARN, log.lines()[1].level);
+    EXPECT_EQ(LGK_ERROR, log.lines()[2].level);
     Speaker(nullptr).speak();
     EXPECT_TRUE(log.has("[ (work()@7)] one \n"));
 }

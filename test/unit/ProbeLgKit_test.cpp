@@ -88,17 +88,6 @@ TEST(LogCalls, PassTheGateOfTheirModule) {
     EXPECT_EQ(3U, log.lines().size());
 }
 
-TEST(LogCalls, TypedArguments) {
-    const RecordedLog log;
-    char own[] = "own";
-    messageWarn(1043, "%d %u %d %ld %lu %s %s", -1, 7U, true, -5000000000L, 5UL, own,
-                static_cast<const char *>(nullptr));
-    ASSERT_EQ(1U, log.lines().size());
-    EXPECT_EQ(LGK_WARN, log.lines()[0].level);
-    EXPECT_EQ(1043, log.lines()[0].number);
-    EXPECT_EQ("-1 7 1 -5000000000 5 own ", log.lines()[0].text);
-}
-
 // ---------------------------------------------------------------- the toolkit itself
 
 const std::string MESSAGE_LOG =

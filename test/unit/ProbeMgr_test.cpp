@@ -2,7 +2,6 @@
 
 #include "FakeVm.h"
 #include "ProbeContextPersister.h"
-#include "PropertyMgr.h"
 #include "RecordedJvmti.h"
 #include "RecordedLog.h"
 
@@ -176,70 +175,6 @@ TEST_F(Levels, FlagsAreSavedOnAChange) {
     }
 }
 
-TEST_F(Levels, ContextGoesInAndOut) {
-    EXPECT_EQ(nullptr, ProbeMgr::initProbeContext());
-    EXPECT_EQ(nullptr, ProbeMgr::synchInProbeContext());
-    const int32_t ids[] = {9, 1, 2, 0, 3, 4};
-    const int32_t values[] = {1, 1002, 5, 1, -1, 0};
-    EXPECT_FALSE(ProbeMgr::synchOutProbeContext(ids, values, 6));
-
-    keepContext("3S");
-    const auto taken = [](int32_t *elements) {
-        const std::vector<int32_t> result(elements, elements + 4);
-        delete[] elements;
-        return result;
-    };
-    EXPECT_THAT(taken(ProbeMgr::initProbeContext()), ElementsAre(3, 0, 1, 0));
-    EXPECT_EQ(0U, probeLevel); // only read
-    EXPECT_THAT(taken(ProbeMgr::synchInProbeContext()), ElementsAre(3, 0, 1, 0));
-    EXPECT_EQ(3U, probeLevel);
-    EXPECT_TRUE(suppressL3Collection);
-
-    EXPECT_TRUE(ProbeMgr::synchOutProbeContext(ids, values, 6));
-    EXPECT_EQ(2U, probeLevel);
-    EXPECT_TRUE(probeLevelIsDefault);
-    EXPECT_TRUE(suppressL3Collection);
-    EXPECT_FALSE(suppressGCEventCollection);
-    EXPECT_EQ("2DS", saved());
-    // Unknown ids are skipped, and the file is written all the same.
-    fs::remove_all(root / "runtime");
-    fs::create_directories(root / "runtime");
-    EXPECT_TRUE(ProbeMgr::synchOutProbeContext(ids, values, 1));
-    EXPECT_EQ("2DS", saved());
-    EXPECT_FALSE(ProbeMgr::synchOutProbeContext(nullptr, values, 1));
-    EXPECT_FALSE(ProbeMgr::synchOutProbeContext(ids, nullptr, 1));
-    EXPECT_FALSE(ProbeMgr::synchOutProbeContext(ids, values, 0));
-    EXPECT_FALSE(ProbeMgr::synchOutProbeContext(ids, values, -3));
-}
-
-TEST_F(Levels, MethodTraceTellsWhyItIsNotSwitched) {
-    const auto reason = [] {
-        const RecordedLog log(LGK_DEBUG_MIN);
-        ProbeMgr::turnMethodTrace(true);
-        return log.texts();
-    };
-    EXPECT_THAT(reason(), ElementsAre("L3 collection skipped. No longer handled by native probe"));
-    suppressL3Collection = true;
-    EXPECT_THAT(reason(), ElementsAre("L3 collection suppressed. Not enabling method events"));
-    new PropertyMgr;
-    propertyMgr->putInternalProp("internal.disableL3", "yes");
-    EXPECT_THAT(reason(), ElementsAre("L3 disabled. Not enabling method events"));
-    PropertyMgr::destroy();
-}
-
-TEST(ServerFactsOfJava, AreCut) {
-    const ProbeMgr manager;
-    const ServerFacts old = serverFacts;
-    manager.setAppServerVersion(nullptr);
-    manager.setAppServerVersion("");
-    EXPECT_STREQ("0.0.0", serverFacts.appServerVersion);
-    manager.setAppServerVersion(std::string(200, '9').c_str());
-    EXPECT_EQ(std::string(99, '9'), serverFacts.appServerVersion);
-    manager.setComponentId(std::string(300, 'c').c_str());
-    EXPECT_EQ(std::string(255, 'c'), serverFacts.componentId);
-    serverFacts = old;
-}
-
 // ---------------------------------------------------------------- event interface
 
 jint answers[2] = {};
@@ -312,16 +247,6 @@ TEST_F(EventInterface, IsAskedForInTwoVersions) {
             EXPECT_EQ(c.asked, asked); // not asked again
         }
     }
-}
-
-TEST_F(EventInterface, NoJvmCountsAsSuccessAndEnablesNothing) {
-    const RecordedJvmti recorded;
-    ProbeMgr::onLoadInitialize(nullptr, "");
-    EXPECT_TRUE(ProbeMgr::initializeJVMPI());
-    EXPECT_EQ(nullptr, jvmpi.get());
-    ProbeMgr::enableClassLoadHook();
-    ProbeMgr::enableJVMInitDone();
-    EXPECT_THAT(RecordedJvmti::switches, IsEmpty());
 }
 
 TEST_F(EventInterface, EnablesTheClassHookAndFillsTheSlot) {

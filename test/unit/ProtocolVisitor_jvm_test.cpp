@@ -12,6 +12,8 @@
 extern "C" void Java_com_qel_morvex_norak_dc_networkagent_NativeNetworkAgentImpl_setTrace(JNIEnv *env,
                                                                                           jclass cls,
                                                                                           jbyte flag);
+extern "C" jobjectArray
+Java_com_qel_morvex_norak_toolkit_ai_osutils_OsUtils_getArgumentVectorNative(JNIEnv *env, jclass cls);
 
 namespace {
 
@@ -201,6 +203,14 @@ TEST(ServerNames, AreTheSameFromJavaAndFromTheConfiguration) {
 
 TEST(ServerNames, ProfileIsFoundInTheSameOrderByBothHalves) {
     JNIEnv *env = RealJvm::env();
+    const LocalRef<jclass> osUtils(env, env->FindClass("com/qel/morvex/norak/toolkit/ai/osutils/OsUtils"));
+    char name[] = "getArgumentVectorNative";
+    char signature[] = "()[Ljava/lang/String;";
+    const JNINativeMethod native = {
+        name, signature,
+        reinterpret_cast<void *>(
+            Java_com_qel_morvex_norak_toolkit_ai_osutils_OsUtils_getArgumentVectorNative)};
+    ASSERT_EQ(JNI_OK, env->RegisterNatives(osUtils.get(), &native, 1)) << "no agent is loaded that has it";
     char **const oldArgs = commandLineArgs;
     const int oldCount = commandLineArgCount;
     const struct {
@@ -227,6 +237,7 @@ TEST(ServerNames, ProfileIsFoundInTheSameOrderByBothHalves) {
     }
     commandLineArgs = oldArgs;
     commandLineArgCount = oldCount;
+    env->UnregisterNatives(osUtils.get());
 }
 
 TEST(ServerNames, LongestInitialBlockHas818Bytes) {

@@ -122,21 +122,6 @@ TEST(ZykList, CutsFromTheFront) {
     expectUsable(other, {});
 }
 
-TEST(ZykList, OwnsItsLockAndMakesItOnFirstUse) {
-    JVMPIWrapper *old = eventInterface;
-    eventInterface = nullptr;
-    auto list = std::make_unique<List>(true);
-    fill(*list, {1});
-    eventInterface = old;
-    const FakeVm vm;
-    const int before = vm.monitorsAlive();
-    list->prepareLock();
-    EXPECT_EQ(before + 1, vm.monitorsAlive());
-    EXPECT_EQ(&items[1], list->removeFirst());
-    list.reset();
-    EXPECT_EQ(before, vm.monitorsAlive());
-}
-
 // Two threads append, one takes single items, one takes bundles and puts some back, one looks on: each item
 // comes out once.
 TEST(ZykList, ManyThreads) {

@@ -19,8 +19,6 @@
 extern "C" {
 JNIEXPORT jboolean JNICALL Java_com_zykora_probe_ProbeSystem_initializeProbe(JNIEnv *, jclass);
 JNIEXPORT void JNICALL Java_com_zykora_probe_ProbeSystem_stopNative(JNIEnv *, jclass);
-JNIEXPORT jobject JNICALL Java_com_zykora_br40_BRSServer_getDataSources(JNIEnv *, jclass, jclass);
-JNIEXPORT jobject JNICALL Java_com_zykora_br40_ProbeService_getSystemProperties(JNIEnv *, jclass, jclass);
 }
 
 namespace {
@@ -223,19 +221,6 @@ TEST_F(ProbeSystemTest, AnswersInThreeFields) {
     env->ReleaseStringUTFChars(path, text);
     probeLevel = 0;
     std::filesystem::remove_all(root);
-}
-
-TEST_F(ProbeSystemTest, ServerObjects) {
-    const jclass cls = find("DataSources");
-    const jobject table =
-        env->GetStaticObjectField(cls, env->GetStaticFieldID(cls, "dataSources", "Ljava/util/Hashtable;"));
-    EXPECT_TRUE(env->IsSameObject(table, Java_com_zykora_br40_BRSServer_getDataSources(env, nullptr, cls)));
-    testing::internal::CaptureStderr();
-    EXPECT_EQ(nullptr, Java_com_zykora_br40_BRSServer_getDataSources(env, nullptr, nullptr));
-    EXPECT_EQ(nullptr, Java_com_zykora_br40_BRSServer_getDataSources(env, nullptr, find("None")));
-    EXPECT_EQ(nullptr, Java_com_zykora_br40_ProbeService_getSystemProperties(env, nullptr, nullptr));
-    EXPECT_EQ(nullptr, Java_com_zykora_br40_ProbeService_getSystemProperties(env, nullptr, cls));
-    testing::internal::GetCapturedStderr();
 }
 
 TEST(ProbeSystemStop, EndsTheProcessWithItsStatus) {

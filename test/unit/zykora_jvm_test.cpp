@@ -224,15 +224,6 @@ TEST_F(BootstrapNatives, Answer) {
     unsetenv("AM_TEST_EMPTY");
 }
 
-TEST_F(BootstrapNatives, CpuTimeNeedsAnInterface) {
-    EXPECT_EQ(0, cpuTime());
-    const RealVmSkin skin;
-    const jlong first = cpuTime();
-    EXPECT_GT(first, 0);
-    eventInterface = nullptr; // the wrapper answers as well
-    EXPECT_GT(cpuTime(), first);
-}
-
 TEST_F(BootstrapNatives, CommandLine) {
     char word[] = "-Da=b c";
     char empty[] = "";

@@ -15,8 +15,8 @@ final class Memory {
         Options options = new Options(DEFAULTS, arguments);
         System.out.printf("%-12s %16s %16s %8s%n", "event", "estimated bytes", "malloc'ed bytes", "ratio");
         for (String kind : List.of("http begin", "http end", "sql begin", "sql end")) {
-            try (MonitoredJvm jvm = new MonitoredJvm(install, Setup.steady(Peer.UNUSED_PORT, Settings.NO_DRAIN), "QueueMemory",
-                    kind, options.get("events"))) {
+            try (MonitoredJvm jvm = new MonitoredJvm(install, Setup.steady(Peer.UNUSED_PORT, Settings.NO_DRAIN),
+                    "QueueMemory", kind, options.get("events"))) {
                 jvm.awaitStage("done");
                 double estimated = jvm.number("estimated");
                 double real = jvm.number("real");

@@ -32,8 +32,8 @@ final class Pairs {
     private static Map<String, Double> measure(Install install, int threads, Options options, String what)
             throws IOException, InterruptedException {
         try (Receiver receiver = new Receiver(install);
-                MonitoredJvm jvm = new MonitoredJvm(install, Setup.steady(receiver.port(), Settings.BURSTS), "PairCosts",
-                        threads, options.get("rounds"), options.get("burst"), what)) {
+                MonitoredJvm jvm = new MonitoredJvm(install, Setup.steady(receiver.port(), Settings.BURSTS),
+                        "PairCosts", threads, options.get("rounds"), options.get("burst"), what)) {
             jvm.awaitStage("ready");
             jvm.goOn();
             jvm.awaitStage("done");

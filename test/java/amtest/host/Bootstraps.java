@@ -18,17 +18,11 @@ public final class Bootstraps {
         }
 
         public static native void defineNativeMethodsForClassNative(Class<?> type, String name);
-
         public static native int getCurrentProcessIdNative();
-
         public static native boolean isProcessAliveNative(int processId);
-
         public static native String getEnvNative(String name);
-
         public static native String[] getJavaCommandLineArgs();
-
         public static native long getCurrentThreadCPUTime();
-
         public static native int setFileReadWriteNative(String file);
     }
 
@@ -44,34 +38,22 @@ public final class Bootstraps {
         }
 
         public static native void defineNativeMethodsForClassNative(Class<?> type, String name);
-
         public static native int getCurrentProcessIdNative();
-
         public static native boolean isProcessAliveNative(int processId);
-
         public static native String getEnvNative(String name);
-
         public static native String[] getJavaCommandLineArgs();
-
         public static native long getCurrentThreadCPUTime();
-
         public static native int setFileReadWriteNative(String file);
     }
 
     /** Has the natives, but nothing to start or to stop. */
     public static final class Mute {
         public static native void defineNativeMethodsForClassNative(Class<?> type, String name);
-
         public static native int getCurrentProcessIdNative();
-
         public static native boolean isProcessAliveNative(int processId);
-
         public static native String getEnvNative(String name);
-
         public static native String[] getJavaCommandLineArgs();
-
         public static native long getCurrentThreadCPUTime();
-
         public static native int setFileReadWriteNative(String file);
     }
 

@@ -1,7 +1,5 @@
 package amtest.host;
 
-import java.util.Hashtable;
-
 /** Descriptions of a server that lack something: each class has one field more than the one it extends. */
 public final class PartialSystem {
     private PartialSystem() {
@@ -109,10 +107,5 @@ public final class PartialSystem {
         public static String getAppServerName() {
             throw new IllegalStateException("getAppServerName of a test");
         }
-    }
-
-    /** Keeps its data sources where the server does. */
-    public static class DataSources {
-        public static Hashtable<String, String> dataSources = new Hashtable<>();
     }
 }
