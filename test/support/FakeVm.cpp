@@ -21,7 +21,9 @@ std::atomic<int> created{0};
 std::atomic<int> alive{0};
 std::atomic<jlong> cpuTime{0};
 
-Monitor *monitorOf(jrawMonitorID id) { return reinterpret_cast<Monitor *>(id); }
+Monitor *monitorOf(jrawMonitorID id) {
+    return reinterpret_cast<Monitor *>(id);
+}
 
 jvmtiError JNICALL createMonitor(jvmtiEnv *, const char *, jrawMonitorID *out) {
     if (failCreation) {
@@ -79,7 +81,9 @@ jvmtiError JNICALL release(jvmtiEnv *, unsigned char *memory) {
     return JVMTI_ERROR_NONE;
 }
 
-jvmtiError JNICALL switchEvent(jvmtiEnv *, jvmtiEventMode, jvmtiEvent, jthread, ...) { return JVMTI_ERROR_NONE; }
+jvmtiError JNICALL switchEvent(jvmtiEnv *, jvmtiEventMode, jvmtiEvent, jthread, ...) {
+    return JVMTI_ERROR_NONE;
+}
 
 jvmtiEnv *fakeJvmti() {
     static jvmtiInterface_1_ table{};
@@ -116,12 +120,22 @@ FakeVm::~FakeVm() {
     eventInterface = oldInterface;
 }
 
-void FakeVm::failMonitorCreation(bool fail) { failCreation = fail; }
+void FakeVm::failMonitorCreation(bool fail) {
+    failCreation = fail;
+}
 
-void FakeVm::setCpuTime(jlong nanos) { cpuTime = nanos; }
+void FakeVm::setCpuTime(jlong nanos) {
+    cpuTime = nanos;
+}
 
-int FakeVm::monitorsCreated() const { return created; }
+int FakeVm::monitorsCreated() const {
+    return created;
+}
 
-int FakeVm::monitorsAlive() const { return alive; }
+int FakeVm::monitorsAlive() const {
+    return alive;
+}
 
-JNIEnv *fakeEnv(int number) { return reinterpret_cast<JNIEnv *>(0x10000L + 64L * number); }
+JNIEnv *fakeEnv(int number) {
+    return reinterpret_cast<JNIEnv *>(0x10000L + 64L * number);
+}

@@ -90,17 +90,19 @@ TEST_F(ProbeNatives, WithoutAContext) {
 }
 
 TEST_F(ProbeNatives, ContextInAndOut) {
-    keepContext("2D");
+    keepContext("2DS");
     EXPECT_EQ(nullptr, CONTEXT(getProbeContextLastReadFilePath)(env, nullptr));
-    EXPECT_THAT(numbers(CONTEXT(initProbeContext)(env, nullptr)), ElementsAre(2, 1, 0, 0));
+    EXPECT_THAT(numbers(CONTEXT(initProbeContext)(env, nullptr)), ElementsAre(2, 1, 1, 0));
     EXPECT_EQ(0U, probeLevel);
     char *path = jniStringCopy(env, CONTEXT(getProbeContextLastReadFilePath)(env, nullptr));
     EXPECT_STREQ(contextPersister->getLastReadFilePath(), path);
     free(path);
-    EXPECT_THAT(numbers(CONTEXT(synchInProbeContext)(env, nullptr)), ElementsAre(2, 1, 0, 0));
+    EXPECT_THAT(numbers(CONTEXT(synchInProbeContext)(env, nullptr)), ElementsAre(2, 1, 1, 0));
     EXPECT_EQ(2U, probeLevel);
     EXPECT_TRUE(probeLevelIsDefault);
-    EXPECT_TRUE(out(array({1, 4, 77}), array({1003, -1, 1}), 3));
+    EXPECT_TRUE(suppressL3Collection);
+    EXPECT_FALSE(suppressGCEventCollection);
+    EXPECT_TRUE(out(array({1, 3, 77, 4}), array({1003, 0, 1, -1}), 4));
     EXPECT_THAT(numbers(CONTEXT(initProbeContext)(env, nullptr)), ElementsAre(3, 1, 0, 1));
     EXPECT_EQ(JNI_TRUE, CONTEXT(resetProbeContext)(env, nullptr));
 }
