@@ -108,7 +108,7 @@ void EvtAgentMgr::deleteData() {
             AM_TRACE(eaTracer, LGK_DEBUG_MIN, "EvtAgentMgr::deleteData()",
                      "EventAgent ID: %d still alive after 10 sec wait therefore not deleting",
                      agent->getId());
-            agent.release();
+            static_cast<void>(agent.release());
         }
     }
     agents.clear();

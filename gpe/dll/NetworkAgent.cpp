@@ -91,7 +91,7 @@ bool NetworkAgent::sendData(const char *data, const int size) {
     // ahead of the count would leave the account too high for good.
     addQueuedBytes(size);
     if (dataQueue_.append(buffer.get())) {
-        buffer.release();
+        static_cast<void>(buffer.release());
         return true;
     }
     addQueuedBytes(-size);

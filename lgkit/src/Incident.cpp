@@ -31,7 +31,7 @@ struct Settings {
 
 std::string property(LgkObject *handler, const char *name) {
     char *value = LgkGetObjProp(handler, name, nullptr);
-    const std::string copy = value != nullptr ? value : "";
+    std::string copy = value != nullptr ? value : "";
     LgkMemoryFree(value);
     return copy;
 }
