@@ -2,6 +2,7 @@
 
 #include "ProbeState.h"
 #include "RealJvm.h"
+#include "RenamedClasses.h"
 #include "cmdline.h"
 #include "jnihelp.h"
 
@@ -30,35 +31,6 @@ constexpr char FAILED_LINES[] = "## loadEnvProperties failed.\n"
                                 "## PropertyMgr::initialize() could not load Environment Variables\n"
                                 "## PropertyMgr::initialize() error during initialization\n"
                                 "## PropertyMgr::initialize() NORAK will be disabled\n";
-
-// While it lives, this thread's environment finds other classes behind some names.
-class RenamedClasses {
-public:
-    RenamedClasses(JNIEnv *jniEnv, std::map<std::string, std::string> classNames)
-        : env(jniEnv), real(jniEnv->functions), table(*real) {
-        names = std::move(classNames);
-        realFind = real->FindClass;
-        table.FindClass = findRenamed;
-        env->functions = &table;
-    }
-    ~RenamedClasses() { env->functions = real; }
-    RenamedClasses(const RenamedClasses &) = delete;
-    RenamedClasses &operator=(const RenamedClasses &) = delete;
-
-private:
-    static jclass JNICALL findRenamed(JNIEnv *env, const char *name) {
-        const auto other = names.find(name);
-        return realFind(env, other != names.end() ? other->second.c_str() : name);
-    }
-
-    static std::map<std::string, std::string> names;
-    static jclass(JNICALL *realFind)(JNIEnv *, const char *);
-    JNIEnv *env;
-    const JNINativeInterface_ *real;
-    JNINativeInterface_ table;
-};
-std::map<std::string, std::string> RenamedClasses::names;
-jclass(JNICALL *RenamedClasses::realFind)(JNIEnv *, const char *) = nullptr;
 
 int toolkitsDisabled = 0;
 
