@@ -12,6 +12,7 @@ import java.net.InetAddress;
 import java.net.InetSocketAddress;
 import java.nio.charset.StandardCharsets;
 import java.util.ArrayList;
+import java.util.Arrays;
 import java.util.List;
 import java.util.concurrent.Executors;
 import java.util.concurrent.SynchronousQueue;
@@ -28,6 +29,8 @@ import java.util.function.IntUnaryOperator;
  * /threads?1000    1000 threads, one after the other, with one request each
  * /virtual?1000    the same at once on virtual threads, which wait within the request; 0 where the JVM has none
  * /load?8          8 threads that go on making such requests until the end
+ * /slow?4          the same, with 20 ms within each statement
+ * /priorities?0    sum of the priorities of the event agents' threads and, times 100, of the network agents'
  * /state           "requests R failures F longest M ms"
  * /cycle?1         stops and starts the collector
  * /enabled?0       1 while events are taken
@@ -53,7 +56,9 @@ public final class Station {
         HttpServer server = HttpServer.create(new InetSocketAddress(InetAddress.getLoopbackAddress(), 0), 0);
         server.setExecutor(Executors.newFixedThreadPool(4, Station::daemon));
         on(server, "/work", Station::work);
-        on(server, "/load", Station::load);
+        on(server, "/load", n -> load(n, 0));
+        on(server, "/slow", n -> load(n, 20));
+        on(server, "/priorities", n -> priorities("am-event-agent-") + 100 * priorities("am-network-agent-"));
         on(server, "/threads", Station::oneByOne);
         on(server, "/virtual", Station::virtual);
         server.createContext("/state", call -> answer(call, state()));
@@ -153,15 +158,22 @@ public final class Station {
         }
     }
 
-    private static int load(int threads) {
+    private static int load(int threads, long waitMillis) {
         for (int i = 0; i < threads; i++) {
             daemon(() -> {
                 while (pause(2)) {
-                    request(0);
+                    request(waitMillis);
                 }
             }).start();
         }
         return threads;
+    }
+
+    private static int priorities(String pool) {
+        Thread[] threads = new Thread[Thread.activeCount() + 50];
+        int count = Thread.enumerate(threads);
+        return Arrays.stream(threads, 0, count).filter(thread -> thread.getName().startsWith(pool))
+                .mapToInt(Thread::getPriority).sum();
     }
 
     private static boolean pause(long millis) {
