@@ -1,6 +1,11 @@
 #include "decoder/RecordReader.h"
 
 namespace ps {
+namespace {
+
+constexpr char kSizeMismatch[] = "length does not fit its content";
+
+} // namespace
 
 bool RecordReader::readFields(Record &record) {
     for (std::size_t i = 0; i < record.spec->fieldCount; ++i) {
@@ -98,13 +103,13 @@ bool RecordReader::ranged(const Field &field, Value &value) {
     return allowed || (field.orZero && value.number == 0) || wrong("value out of range", from);
 }
 
-bool RecordReader::counted(Value &value, std::uint64_t longest) {
+bool RecordReader::counted(Value &value, std::uint64_t longest, const char *tooLong) {
     const char *from = at_;
     std::uint64_t length = 0;
     if (!number(2, length)) {
         return false;
     }
-    return length <= longest ? raw(length, value) : wrong("text longer than its field", from);
+    return length <= longest ? raw(length, value) : wrong(tooLong, from);
 }
 
 bool RecordReader::raw(std::size_t count, Value &value) {
@@ -117,12 +122,7 @@ bool RecordReader::raw(std::size_t count, Value &value) {
 }
 
 bool RecordReader::name(Value &value) {
-    const std::uint64_t flag = lastNumber_;
-    const char *from = at_;
-    if (!counted(value)) {
-        return false;
-    }
-    return flag == 1 || value.text.empty() || wrong("a name although the names flag is 0", from);
+    return counted(value, lastNumber_ == 1 ? kAny : 0, "a name although the names flag is 0");
 }
 
 bool RecordReader::literal(Value &value) {
@@ -139,7 +139,9 @@ bool RecordReader::size(Value &value) {
 }
 
 bool RecordReader::sizeEnd() {
-    return consumed() == sizeEnd_ || wrong("length does not fit its content", at_);
+    const bool reached = consumed() == sizeEnd_;
+    sizeEnd_ = kAny;
+    return reached || wrong(kSizeMismatch, at_);
 }
 
 bool RecordReader::strs(Value &value) {
@@ -177,6 +179,9 @@ bool RecordReader::number(std::size_t width, std::uint64_t &out) {
 }
 
 bool RecordReader::take(std::size_t count, const char *&from) {
+    if (consumed() + count > sizeEnd_) {
+        return wrong(kSizeMismatch, at_);
+    }
     if (consumed() + count > limit_) {
         return wrong("record longer than the limit", at_);
     }

@@ -33,7 +33,8 @@ private:
     bool time(Record &record);
     bool level(Record &record);
     bool ranged(const Field &field, Value &value);
-    bool counted(Value &value, std::uint64_t longest = kAny);
+    bool counted(Value &value, std::uint64_t longest = kAny,
+                 const char *tooLong = "text longer than its field");
     bool raw(std::size_t count, Value &value);
     bool name(Value &value);
     bool literal(Value &value);
@@ -52,7 +53,9 @@ private:
     const char *end_;
     std::size_t limit_;
     std::uint64_t lastNumber_ = 0; // the names flag when a Name follows it
-    std::uint64_t sizeEnd_ = 0;    // where the open Size leads, as distance from the first byte
+    // Where the open Size leads, as distance from the first byte. Nothing is read beyond it, so a length that
+    // leads further is refused without waiting for the bytes.
+    std::uint64_t sizeEnd_ = kAny;
 };
 
 } // namespace ps

@@ -270,6 +270,11 @@ TEST(PsDecoder, malformedStreams) {
         {one("98" PREFIX "0000 0000002D 0000" END), recordAt + 24, "field nameType"},
         {one("98" PREFIX "0000 00000001 0000" END), recordAt + 24, "field nameType"},
         {one("06" PREFIX "0007 0000 0000 0000" END), recordAt + 30, "length does not fit its content"},
+        // A wrong length is refused at once, not when all that it announces has come.
+        {one("06" PREFIX "0007 0006"), recordAt + 26,
+         "length does not fit its content in EJBEvent.begin, field bean"},
+        {one("04" PREFIX "00 0001"), recordAt + 23,
+         "a name although the names flag is 0 in HttpEvent.begin, field requestName"},
         {one("29 0000 0000 0000000000000000 FFFFFFFF"), recordAt + 17, "record longer than the limit"},
         // One record too few, then too many, for what the header counts.
         {kInitBlock + bytes("00 00000002 7F7F 2C 0000 7F7F 00 00000001 7F7F"), recordAt + 5,
