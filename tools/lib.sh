@@ -29,3 +29,12 @@ step() {
         return 1
     fi
 }
+
+# unit_tests PRESET: without what passed; the first faults stand once more behind the summary.
+unit_tests() {
+    local status=0 output
+    output=$(ctest --preset "$1") || status=$?
+    grep -vE '^ *Start +[0-9]|  Passed +[0-9.]+ sec$' <<< "$output"
+    [ "$status" -eq 0 ] || grep -m 3 -A 8 -E ': Failure$|ERROR: |WARNING: |FATAL: ' <<< "$output" | cut -c 1-200
+    return "$status"
+}
