@@ -100,11 +100,15 @@ public:
     Event(const Event &) = delete;
     Event &operator=(const Event &) = delete;
 
-    uint32_t threadId = 0; // number of the `ThreadData`, 0 where unknown
-    int64_t cpuTime = 0;   // thread CPU time in nanoseconds
-    uint32_t timeSec = 0;  // wall clock, seconds since the epoch
-    uint32_t timeUSec = 0; // microseconds within the second, in steps of 1000
-    int16_t size;          // estimate of the memory held, in bytes; starts as the object's own size
+    // Bytes that the event is taken to hold while it is queued.
+    int32_t charge() const { return size + static_cast<int32_t>(extraBytes); }
+
+    uint32_t threadId = 0;   // number of the `ThreadData`, 0 where unknown
+    uint32_t extraBytes = 0; // of texts and arrays so long that `size` cannot stand for them
+    int64_t cpuTime = 0;     // thread CPU time in nanoseconds
+    uint32_t timeSec = 0;    // wall clock, seconds since the epoch
+    uint32_t timeUSec = 0;   // microseconds within the second, in steps of 1000
+    int16_t size;            // estimate of the memory held, in bytes; starts as the object's own size
     EventType type;
     EventSubType subType;
 

@@ -18,31 +18,34 @@ Relaxed<void (*)(JNIEnv *)> resendSamplingRatesHook(nullptr);
 
 namespace {
 
-constexpr int32_t DEFAULT_PACKET_KB = 2000;
-constexpr int32_t MOST_PACKET_KB = INT32_MAX / 1024; // a packet's size is 32 bits wide
 constexpr int32_t DEFAULT_SLEEP_MS = 2000;
 constexpr int32_t OUTAGE_GRACE_MS = 30000;
 constexpr int64_t STOP_POLL_MS = 1000;
 
-int32_t inRange(int32_t value, int32_t most, int32_t otherwise) {
-    return value >= 1 && value <= most ? value : otherwise;
+int32_t configuredSleepTime() {
+    const int32_t ms = longProperty("internal.probe.publishing.frequency", DEFAULT_SLEEP_MS);
+    return ms >= 1 ? ms : DEFAULT_SLEEP_MS;
 }
 
 bool isTrue(const char *text) {
     return text != nullptr && strcasecmp(text, "true") == 0;
 }
 
+void noteGrowth(int64_t bytes) {
+    MemoryMonitor *monitor = memoryMonitor;
+    if (monitor != nullptr) {
+        monitor->noteGrowth(bytes);
+    }
+}
+
 } // namespace
 
 EventAgent::EventAgent(int agentId)
-    : NamedObject("EventAgent"), id(agentId),
-      packetSizeKB(inRange(longProperty("internal.probe.event.packet.size", DEFAULT_PACKET_KB),
-                           MOST_PACKET_KB, DEFAULT_PACKET_KB)),
+    : NamedObject("EventAgent"), id(agentId), packetSizeKB(eventPacketKB()),
       packetBuffer(new (std::nothrow) char[static_cast<size_t>(packetSizeKB) * 1024]),
       queueLimit(longProperty("internal.probe.event.queue.size.limit", 5000)),
-      sleepTime(inRange(longProperty("internal.probe.publishing.frequency", DEFAULT_SLEEP_MS), INT32_MAX,
-                        DEFAULT_SLEEP_MS)),
-      psDownQueueLimit(queueLimit), psDownIterationLimit(OUTAGE_GRACE_MS / sleepTime),
+      sleepTime(configuredSleepTime()), psDownQueueLimit(queueLimit),
+      psDownIterationLimit(OUTAGE_GRACE_MS / sleepTime),
       noSleep(isTrue(stringProperty("eventagent.no.sleep", "false"))),
       popSize(std::max(intProperty("ea.popevent.size", 1), 1)) {
     traceInfo("EAID: %d PacketSize: %ld PopSize: %d QueueLimit: %ld Sleep: %ld ", id,
@@ -125,22 +128,34 @@ void EventAgent::stopThread() {
     AM_TRACE(eaTracer, LGK_DEBUG_MIN, "EventAgent::stopThread()", "Event Agent Thread being Stopped...");
     keepRunning = false;
     while (entered) {
-        keepRunning = false;
-        wakeUp();
+        requestStop();
         waitOnLocalLock(STOP_POLL_MS);
     }
 }
 
+void EventAgent::requestStop() {
+    keepRunning = false;
+    wakeUp();
+}
+
+void EventAgent::setSleepTime(int32_t ms) {
+    sleepTime = ms;
+    wakeUp();
+}
+
+// An agent that is on its way to sleep does not miss it.
 void EventAgent::wakeUp() {
     const ZykLockGuard guard(sleepLock);
+    woken = true;
     sleepLock.notifyAll();
 }
 
 void EventAgent::sleep(int64_t ms) {
     const ZykLockGuard guard(sleepLock);
-    if (keepRunning) {
+    if (keepRunning && !woken) {
         sleepLock.wait(ms);
     }
+    woken = false;
 }
 
 // ---------------------------------------------------------------- one pass
@@ -162,12 +177,7 @@ bool EventAgent::canSend() {
 
 void EventAgent::sendPass() {
     constexpr char SIGNATURE[] = "EventAgent::startThread( JNIEnv *env )";
-    if (resendInitialDataPending) {
-        resendInitialData();
-        if (!resendInitialDataPending) {
-            evtAgentMgr->setLeaderResent();
-        }
-    }
+    resendIfPending();
     const int32_t size = prepare2send();
     if (size < 1) {
         sleep(int64_t{sleepTime} * 2);
@@ -204,7 +214,6 @@ void EventAgent::waitForPS() {
 }
 
 void EventAgent::checkMemory() {
-    reportConsumed();
     computeMemoryTaken();
     EvtAgentMgr *manager = evtAgentMgr;
     if (id == 0 && manager != nullptr) {
@@ -212,20 +221,16 @@ void EventAgent::checkMemory() {
     }
 }
 
-// What this agent has taken from the queues since its last pass.
-void EventAgent::reportConsumed() {
-    MemoryMonitor *monitor = memoryMonitor;
-    if (monitor != nullptr) {
-        monitor->noteGrowth(-consumedBytes);
-    }
-    consumedBytes = 0;
-}
-
+// What stands in the queues takes the place of what was there in the last pass and was reported since: the
+// memory monitor's account is right again, whatever has left the queues on whichever way.
 void EventAgent::computeMemoryTaken() {
     uint32_t sum = 0;
-    for (const ThreadData *thr : takeRound()) {
+    int64_t reported = 0;
+    for (ThreadData *thr : takeRound()) {
+        reported += thr->takeReported(); // first: what comes in between counts twice rather than never
         sum += thr->bytesQueued();
     }
+    noteGrowth(static_cast<int32_t>(sum - memoryTaken) - reported);
     memoryTaken = sum;
     AM_TRACE(eaTracer, LGK_DEBUG_MAX, "EventAgent::computeMemoryTaken()", "exit with %lu",
              static_cast<unsigned long>(sum));
@@ -281,6 +286,7 @@ void EventAgent::deleteThread(ThreadData *thr) {
     if (currentThread == thr) {
         currentThread = nullptr;
     }
+    noteGrowth(-thr->takeReported());
     threadMgr->deleteThreadData(thr);
 }
 
@@ -316,7 +322,22 @@ int32_t EventAgent::getNumberOfEvents() {
 
 // ---------------------------------------------------------------- after a reconnection
 
-void EventAgent::resendInitialData() {
+// The others may send once the leader has done what it can. Without a queue for the data it goes on trying.
+void EventAgent::resendIfPending() {
+    if (!resendInitialDataPending) {
+        return;
+    }
+    resendInitialDataPending = false; // first: a loss during the resend asks for another
+    const bool done = resendInitialData();
+    if (!resendInitialDataPending) {
+        evtAgentMgr->setLeaderResent();
+    }
+    if (!done) {
+        resendInitialDataPending = true;
+    }
+}
+
+bool EventAgent::resendInitialData() {
     constexpr char SIGNATURE[] = "EventAgent::resendInitialData()";
     AM_TRACE_SCOPE(eaTracer, LGK_DEBUG_MIN, SIGNATURE);
     if (specialThreadData == nullptr && env != nullptr) {
@@ -326,14 +347,13 @@ void EventAgent::resendInitialData() {
     if (special == nullptr) {
         AM_TRACE(eaTracer, LGK_DEBUG_MIN, SIGNATURE,
                  "The special event queue is NULL, cannot resendInitData");
-        return;
+        return false;
     }
     if (special->eventQueue == nullptr) {
         AM_TRACE(eaTracer, LGK_DEBUG_MIN, SIGNATURE,
                  "Event Queue NULL for Special Event Queue Thread, TID: %d", special->threadId.get());
-        return;
+        return false;
     }
-    resendInitialDataPending = false; // first: a loss during the resend asks for another
     while (Event *evt = special->eventQueue->removeFirst()) {
         consume(*special, evt); // it was meant for the old connection
     }
@@ -342,6 +362,7 @@ void EventAgent::resendInitialData() {
     if (resendSamplingRatesHook != nullptr) {
         resendSamplingRatesHook.get()(env);
     }
+    return true;
 }
 
 // A Java half without that class is no error: its exceptions are cleared without a word.

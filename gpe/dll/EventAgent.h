@@ -33,6 +33,8 @@ public:
 
     // Any thread but the agent's: returns when no thread is inside `startThread`, however long that takes.
     void stopThread();
+    // Any thread: tells it to end, without waiting.
+    void requestStop();
 
     bool isAlive() const { return isRunning.load(std::memory_order_acquire); } // any thread
 
@@ -42,7 +44,7 @@ public:
     // Any thread: whether the next pass shall send the initial data again.
     void notifyPSReconnect(bool resend) { resendInitialDataPending = resend; }
 
-    void setSleepTime(int32_t ms) { sleepTime = ms; }       // any thread
+    void setSleepTime(int32_t ms);                          // any thread; a sleeper wakes at once
     int32_t getSleepTime() const { return sleepTime; }      // any thread, ms
     uint32_t getMemoryTaken() const { return memoryTaken; } // any thread, bytes; as of the last pass
     int32_t getNumberOfEvents();                            // any thread; of all queues
@@ -68,7 +70,6 @@ private:
     void sleepByFill(int32_t packetSize);
     void waitForPS();
     void checkMemory();
-    void reportConsumed();
     void computeMemoryTaken();
     void sleep(int64_t ms);
     void wakeUp();
@@ -80,7 +81,8 @@ private:
     void releaseThreads();
 
     // After a reconnection.
-    void resendInitialData();
+    void resendIfPending();
+    bool resendInitialData();
     void callSendAllClassEvents();
 
     // Packets.
@@ -125,7 +127,7 @@ private:
     DropCounters drops{};
     Relaxed<bool> resendInitialDataPending{false};
     Relaxed<uint32_t> memoryTaken{0};
-    int32_t consumedBytes = 0; // since the last pass
+    bool woken = false; // guarded by `sleepLock`: the next sleep, or the present one, is cut short
     ZykLock sleepLock;
 };
 

@@ -135,6 +135,5 @@ bool EventAgent::addEventToBuffer(Event &evt, ProtocolVisitor &visitor) {
 
 void EventAgent::consume(ThreadData &thr, Event *evt) {
     thr.addToConsumed(*evt);
-    consumedBytes += evt->size;
     delete evt;
 }

@@ -6,7 +6,6 @@
 #include "platform.h"
 
 #include <algorithm>
-#include <cstring>
 
 namespace assembly {
 
@@ -85,17 +84,26 @@ void takeClocks(Event &event, ThreadData *td, Clocks order) {
     }
 }
 
-char *textCopy(JNIEnv *env, jstring text) {
-    return jniStringCopyLimited(env, text, WIRE_TEXT_LIMIT, CutAt::Character, nullptr);
+int32_t Texts::take(char *&target, jstring text) {
+    int32_t kept = 1; // the NUL
+    target = jniStringCopyLimited(env, text, WIRE_TEXT_LIMIT, CutAt::Character, &kept);
+    return kept - 1;
 }
 
-void Texts::weigh(char *&target, jstring text) {
-    copy(target, text);
-    bytes += target != nullptr ? static_cast<int64_t>(strlen(target)) : 0;
+void Texts::charge(Event &event) const {
+    addWeight(event, weighed);
+    addUnweighed(event, unweighed);
 }
 
 void addWeight(Event &event, int64_t bytes) {
-    event.size = static_cast<int16_t>(std::min<int64_t>(event.size + bytes, INT16_MAX));
+    const int64_t wanted = event.size + bytes;
+    event.size = static_cast<int16_t>(std::min<int64_t>(wanted, INT16_MAX));
+    event.extraBytes += static_cast<uint32_t>(wanted - event.size);
+}
+
+void addUnweighed(Event &event, int64_t bytes) {
+    constexpr int64_t USUAL = 2048;
+    event.extraBytes += static_cast<uint32_t>(std::max<int64_t>(bytes - USUAL, 0));
 }
 
 } // namespace assembly

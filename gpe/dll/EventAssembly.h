@@ -35,6 +35,11 @@ bool enter(ThreadData *td, Rule rule);
 bool mayEnd(ThreadData *td, Rule rule);
 void leave(ThreadData *td);
 
+// Asks the Java listeners, if there are any to be asked; false if one refuses the event. They may take any
+// time, even until the collector has been stopped: then it is false too, `recordStands` is false, and no
+// `ThreadData` looked up before may be touched.
+bool askListeners(JNIEnv *env, const Event &event, bool &recordStands);
+
 enum class Clocks { WallFirst, CpuFirst };
 
 // A start takes the wall clock first and an end the CPU clock first, so that the measuring itself falls
@@ -48,25 +53,31 @@ int64_t threadCpuTime(ThreadData *td);
 
 // A longer text (bytes, the NUL included) could not be read back: its length has 16 bits on the wire.
 constexpr int32_t WIRE_TEXT_LIMIT = 65535 + 1;
-// A copy of a text as far as the wire can carry it.
-char *textCopy(JNIEnv *env, jstring text);
 
-// Copies the strings of an event and adds up the weight of those that count.
+// Copies the strings of an event, as far as the wire can carry them, and adds up their lengths: of those that
+// count in the event's size, and of the others.
 class Texts {
 public:
     explicit Texts(JNIEnv *jniEnv) : env(jniEnv) {}
-    void copy(char *&target, jstring text) { target = textCopy(env, text); }
-    void weigh(char *&target, jstring text);
-    int64_t weight() const { return bytes; }
-    void cutTo16Bits() { bytes = static_cast<uint16_t>(bytes); }
+    void copy(char *&target, jstring text) { unweighed += take(target, text); }
+    void weigh(char *&target, jstring text) { weighed += take(target, text); }
+    // Bytes that the event holds beside its strings.
+    void hold(int64_t bytes) { unweighed += bytes; }
+    // Charges the event for all of them.
+    void charge(Event &event) const;
 
 private:
+    int32_t take(char *&target, jstring text);
+
     JNIEnv *env;
-    int64_t bytes = 0;
+    int64_t weighed = 0;
+    int64_t unweighed = 0;
 };
 
-// The estimate has 16 bits: what is heavier counts as the most they can hold.
+// Adds to the event's size. That has 16 bits: what is beyond goes to the extra bytes.
 void addWeight(Event &event, int64_t bytes);
+// What the size does not cover by its fixed part or its averages: nothing for usual lengths.
+void addUnweighed(Event &event, int64_t bytes);
 
 // A new event with the thread's number, and its depth for classes that carry one.
 template <typename E, typename... Args>
@@ -86,46 +97,78 @@ E *newEvent(const ThreadData *td, Args... args) {
     return event;
 }
 
-// Clocks, strings, weight, queue: what every begin and end has in common.
+// Strings and what they weigh.
 template <typename E, typename Fill>
-void completeAndAppend(JNIEnv *env, ThreadData *td, E *event, Clocks order, Fill fill) {
-    takeClocks(*event, td, order);
+void fillAndCharge(JNIEnv *env, E &event, Fill fill) {
     Texts texts(env);
-    fill(*event, texts);
-    addWeight(*event, texts.weight());
-    appendRequestEvent(env, td, event);
+    fill(event, texts);
+    texts.charge(event);
 }
 
-// A begin that opens a level and an end that closes it.
+// Clocks, strings, weight, queue: what every begin and end has in common. The result as of
+// `appendRequestEvent`.
 template <typename E, typename Fill>
-void beginRequest(JNIEnv *env, Rule rule, Fill fill) {
+bool completeAndAppend(JNIEnv *env, ThreadData *td, E *event, Clocks order, Fill fill) {
+    takeClocks(*event, td, order);
+    fillAndCharge(env, *event, fill);
+    return appendRequestEvent(env, td, event);
+}
+
+// A begin that opens a level and an end that closes it. False if it is not recorded.
+template <typename E, typename Fill>
+bool beginRequest(JNIEnv *env, Rule rule, Fill fill) {
     ThreadData *td = callingThread(env);
-    if (enter(td, rule)) {
-        completeAndAppend(env, td, newEvent<E>(td, Event::SUB_START), Clocks::WallFirst, fill);
+    if (!enter(td, rule)) {
+        return false;
     }
+    completeAndAppend(env, td, newEvent<E>(td, Event::SUB_START), Clocks::WallFirst, fill);
+    return true;
 }
 
 template <typename E, typename Fill>
-void endRequest(JNIEnv *env, Rule rule, Fill fill) {
+bool endRequest(JNIEnv *env, Rule rule, Fill fill) {
     ThreadData *td = callingThread(env);
-    if (mayEnd(td, rule)) {
-        completeAndAppend(env, td, newEvent<E>(td, Event::SUB_END), Clocks::CpuFirst, fill);
+    if (!mayEnd(td, rule)) {
+        return false;
+    }
+    if (completeAndAppend(env, td, newEvent<E>(td, Event::SUB_END), Clocks::CpuFirst, fill)) {
         leave(td);
     }
+    return true;
 }
 
-// The families that are counted without any test: their depth may go below 0. Both of their records take the
-// wall clock first.
-template <typename E, typename Fill>
-void countedRequest(JNIEnv *env, Event::EventSubType subType, Fill fill) {
-    ThreadData *td = callingThread(env);
+// The families that are counted without any test: their depth may go below 0. `record` makes the record, if
+// there is one, and says whether the thread's data still stands.
+template <typename Record>
+void counted(ThreadData *td, Event::EventSubType subType, Record record) {
     if (td != nullptr && subType == Event::SUB_START) {
         ++td->requestDepth;
     }
-    completeAndAppend(env, td, newEvent<E>(td, subType), Clocks::WallFirst, fill);
-    if (td != nullptr && subType == Event::SUB_END) {
+    if (record() && td != nullptr && subType == Event::SUB_END) {
         --td->requestDepth;
     }
+}
+
+// Those that make a record of their own take the wall clock first, also at the end.
+template <typename E, typename Fill>
+void countedRequest(JNIEnv *env, Event::EventSubType subType, Fill fill) {
+    ThreadData *td = callingThread(env);
+    counted(td, subType,
+            [=] { return completeAndAppend(env, td, newEvent<E>(td, subType), Clocks::WallFirst, fill); });
+}
+
+// A record of the calling thread that stands alone, without clocks; false, with nothing done, if the thread
+// has no data.
+template <typename E, typename Fill, typename... Args>
+bool appendSingle(JNIEnv *env, Fill fill, Args... args) {
+    ThreadData *td = callingThread(env);
+    if (td == nullptr) {
+        return false;
+    }
+    E *event = newThreadEvent<E>(td, args...);
+    fillAndCharge(env, *event, fill);
+    appendRequestEvent(env, td, event);
+    return true;
 }
 
 } // namespace assembly

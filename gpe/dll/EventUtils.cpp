@@ -7,6 +7,7 @@
 #include "platform.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cstdlib>
 
 using namespace assembly;
@@ -15,31 +16,58 @@ namespace {
 
 // ---------------------------------------------------------------- listeners
 
+// Set once, for the process's life.
+struct NotifyTarget {
+    jclass cls; // global
+    jmethodID method;
+};
+
 Relaxed<bool> notificationOn(false);
 Relaxed<int32_t> listenerCount(0);
-Relaxed<jclass> notifyClass(nullptr);
-Relaxed<jmethodID> notifyMethod(nullptr);
+std::atomic<const NotifyTarget *> notifyTarget{nullptr};
+thread_local bool asking = false; // what a listener does in monitored code is recorded without a question
+
+const NotifyTarget *targetToAsk() {
+    const bool wanted = notificationOn && !asking && listenerCount >= 1;
+    return wanted ? notifyTarget.load(std::memory_order_acquire) : nullptr;
+}
 
 // An exception of a listener counts as its consent.
-bool listenersAgree(JNIEnv *env, const Event &event) {
-    if (!notificationOn || notifyMethod == nullptr || listenerCount < 1) {
-        return true;
-    }
+bool listenersAgree(JNIEnv *env, const NotifyTarget &target, const Event &event) {
+    asking = true;
     const jboolean answer =
-        env->CallStaticBooleanMethod(notifyClass, notifyMethod, static_cast<jint>(event.type));
+        env->CallStaticBooleanMethod(target.cls, target.method, static_cast<jint>(event.type));
+    asking = false;
     return clearException(env) || answer == JNI_TRUE;
 }
 
 } // namespace
 
+bool assembly::askListeners(JNIEnv *env, const Event &event, bool &recordStands) {
+    recordStands = true;
+    const NotifyTarget *target = targetToAsk();
+    if (target == nullptr) {
+        return true;
+    }
+    const ThreadData *before = callingThread(env);
+    const bool agreed = listenersAgree(env, *target, event);
+    recordStands = callingThread(env) == before;
+    return agreed && recordStands;
+}
+
 void setNotifyTarget(JNIEnv *env, jclass cls) {
-    if (notifyClass != nullptr || cls == nullptr) {
+    const NotifyTarget *none = nullptr;
+    const jmethodID method = notifyTarget.load(std::memory_order_relaxed) == none
+                                 ? findStaticMethod(env, cls, "notifyListeners", "(I)Z")
+                                 : nullptr;
+    const auto global = method != nullptr ? static_cast<jclass>(env->NewGlobalRef(cls)) : nullptr;
+    if (global == nullptr) {
         return;
     }
-    const jmethodID method = findStaticMethod(env, cls, "notifyListeners", "(I)Z");
-    if (method != nullptr) {
-        notifyClass = static_cast<jclass>(env->NewGlobalRef(cls));
-        notifyMethod = method;
+    auto *target = new NotifyTarget{global, method};
+    if (!notifyTarget.compare_exchange_strong(none, target, std::memory_order_acq_rel)) {
+        env->DeleteGlobalRef(global);
+        delete target;
     }
 }
 
@@ -51,10 +79,11 @@ void setEntryExitNotification(bool on) {
     notificationOn = on;
 }
 
-void appendRequestEvent(JNIEnv *env, ThreadData *thr, Event *request) {
-    if (!listenersAgree(env, *request)) {
+bool appendRequestEvent(JNIEnv *env, ThreadData *thr, Event *request) {
+    bool recordStands;
+    if (!askListeners(env, *request, recordStands)) {
         delete request;
-        return;
+        return recordStands;
     }
     if (thr == nullptr) {
         thr = callingThread(env);
@@ -62,9 +91,10 @@ void appendRequestEvent(JNIEnv *env, ThreadData *thr, Event *request) {
     if (thr == nullptr) {
         messageWarn(1045, "ThreadData creation failed");
         delete request;
-        return;
+        return true;
     }
     thr->appendEvent(request);
+    return true;
 }
 
 // ---------------------------------------------------------------- requests with names
@@ -105,17 +135,17 @@ void copyNames(JNIEnv *env, RequestEvent &request, jstring requestName, jstring 
         AM_TRACE(ccTracer, LGK_DEBUG_MAX, signature, "application name is null");
     }
     if (request.userId == nullptr) {
-        request.userId = textCopy(env, nullptr);
+        request.userId = jniStringCopy(env, nullptr);
     }
 }
 
 } // namespace
 
-void sendRequest(JNIEnv *env, ThreadData *storage, RequestEvent *request, jstring requestName,
+bool sendRequest(JNIEnv *env, ThreadData *storage, RequestEvent *request, jstring requestName,
                  jstring applicationName, jstring url) {
     if (!hasStorage(storage, "sendRequest()")) {
         delete request;
-        return;
+        return true;
     }
     request->threadId = storage->threadId;
     takeClocks(*request, storage, clocksOf(request->subType));
@@ -124,7 +154,7 @@ void sendRequest(JNIEnv *env, ThreadData *storage, RequestEvent *request, jstrin
     }
     request->size = sizeof(RequestEvent);
     addWeight(*request, averageUrlLength);
-    appendRequestEvent(env, storage, request);
+    return appendRequestEvent(env, storage, request);
 }
 
 void sendEJBRequest(JNIEnv *env, ThreadData *storage, EJBEvent *request) {
@@ -145,6 +175,7 @@ void sendEJBRequest(JNIEnv *env, ThreadData *storage, EJBEvent *request) {
         storage->lastEjbTimeUSec = request->timeUSec;
     }
     addWeight(*request, averageUrlLength);
+    addUnweighed(*request, request->count);
     appendRequestEvent(env, storage, request);
 }
 
@@ -152,9 +183,9 @@ void sendEJBRequest(JNIEnv *env, ThreadData *storage, EJBEvent *request) {
 
 namespace {
 
-void copyStatement(JNIEnv *env, SQLEvent &event, jstring sql, jstring dataSrcName) {
+void copyStatement(JNIEnv *env, SQLEvent &event, Texts &texts, jstring sql, jstring dataSrcName) {
     constexpr char signature[] = "beginInternalSQLRequest( JNIEnv *env, jstring sql, jstring dataSrcName )";
-    event.dataSourceName = textCopy(env, dataSrcName);
+    texts.copy(event.dataSourceName, dataSrcName);
     if (dataSrcName == nullptr) {
         AM_TRACE(ccTracer, LGK_DEBUG_MAX, signature, "data source name is null");
     }
@@ -173,19 +204,18 @@ void beginInternalSQLRequest(JNIEnv *env, ThreadData *td, jstring sql, jstring d
     if (td != nullptr) {
         ++td->requestDepth;
     }
-    SQLEvent *event = newEvent<SQLEvent>(td, Event::SUB_START);
-    takeClocks(*event, td, Clocks::WallFirst);
-    copyStatement(env, *event, sql, dataSrcName);
-    addWeight(*event, averageSqlLength);
-    appendRequestEvent(env, td, event);
+    completeAndAppend(env, td, newEvent<SQLEvent>(td, Event::SUB_START), Clocks::WallFirst,
+                      [=](SQLEvent &event, Texts &texts) {
+                          copyStatement(env, event, texts, sql, dataSrcName);
+                          addWeight(event, averageSqlLength);
+                      });
 }
 
 void endInternalSQLRequest(JNIEnv *env, ThreadData *td) {
-    SQLEvent *event = newEvent<SQLEvent>(td, Event::SUB_END);
-    takeClocks(*event, td, Clocks::CpuFirst);
-    addWeight(*event, averageSqlLength);
-    appendRequestEvent(env, td, event);
-    leave(td);
+    if (completeAndAppend(env, td, newEvent<SQLEvent>(td, Event::SUB_END), Clocks::CpuFirst,
+                          [](SQLEvent &event, Texts &) { addWeight(event, averageSqlLength); })) {
+        leave(td);
+    }
 }
 
 bool reportedByWrapper(const ThreadData *td) {
@@ -276,7 +306,6 @@ auto jdoTexts(jstring className, jstring methodName, jstring argumentString) {
     return [=](JDOEvent &event, Texts &texts) {
         texts.weigh(event.className, className);
         texts.weigh(event.argumentString, argumentString);
-        texts.cutTo16Bits();
         texts.weigh(event.methodName, methodName);
     };
 }
@@ -332,11 +361,11 @@ void endJDORequest(JNIEnv *env, jstring className, jstring methodName, jstring a
     if (!mayEnd(td, Rule::Nested)) {
         return;
     }
-    if (td == nullptr || td->requestDepth > 1) {
-        completeAndAppend(env, td, newEvent<JDOEvent>(td, Event::SUB_END), Clocks::CpuFirst,
-                          jdoTexts(className, methodName, argumentString));
+    const bool recorded = td == nullptr || td->requestDepth > 1;
+    if (!recorded || completeAndAppend(env, td, newEvent<JDOEvent>(td, Event::SUB_END), Clocks::CpuFirst,
+                                       jdoTexts(className, methodName, argumentString))) {
+        leave(td);
     }
-    leave(td);
 }
 
 namespace {
@@ -358,16 +387,18 @@ void processGpsXQRequest(JNIEnv *env, jstring queueName, jstring, jint act, int8
     if (td != nullptr) {
         ++td->requestDepth;
     }
-    GPSXQEvent *begin = newEvent<GPSXQEvent>(td, Event::SUB_START);
-    takeClocks(*begin, td, Clocks::CpuFirst);
-    begin->action = act;
-    begin->queueName = textCopy(env, queueName);
-    begin->gpsToken = gpsToken;
-    begin->tokenLength = gpsToken != nullptr ? len : 0;
-    appendRequestEvent(env, td, begin);
-    completeAndAppend(env, td, newEvent<GPSXQEvent>(td, Event::SUB_END), Clocks::CpuFirst,
-                      [=](GPSXQEvent &event, Texts &) { event.action = act; });
-    leave(td);
+    const auto begin = [=](GPSXQEvent &event, Texts &texts) {
+        event.action = act;
+        texts.copy(event.queueName, queueName);
+        event.gpsToken = gpsToken;
+        event.tokenLength = gpsToken != nullptr ? len : 0;
+        texts.hold(event.tokenLength);
+    };
+    const auto end = [=](GPSXQEvent &event, Texts &) { event.action = act; };
+    if (completeAndAppend(env, td, newEvent<GPSXQEvent>(td, Event::SUB_START), Clocks::CpuFirst, begin) &&
+        completeAndAppend(env, td, newEvent<GPSXQEvent>(td, Event::SUB_END), Clocks::CpuFirst, end)) {
+        leave(td);
+    }
 }
 
 // ---------------------------------------------------------------- requests of the server
@@ -396,10 +427,11 @@ void endBeanRequest(JNIEnv *env, jclass) {
 
 void appendCommonEvent(JNIEnv *env, Event::EventType type, Event::EventSubType subType, jstring className,
                        jstring methodName) {
-    const auto names = [=](CommonEvent &event, Texts &) {
+    const auto names = [=](CommonEvent &event, Texts &texts) {
+        event.prepare(env, 0);
         if (event.subType == Event::SUB_START) {
-            event.className = textCopy(env, className);
-            event.methodName = textCopy(env, methodName);
+            texts.copy(event.className, className);
+            texts.copy(event.methodName, methodName);
         }
     };
     if (type == Event::TYPE_IIOP_SERVER) {
@@ -422,12 +454,18 @@ int32_t usableValues(JNIEnv *env, jint nCtxProps, jobjectArray ctxValues) {
     return std::max(0, std::min({nCtxProps, env->GetArrayLength(ctxValues), MOST}));
 }
 
+// Of two threads that look it up at once the first is believed.
 jclass stringClass(JNIEnv *env) {
-    static Relaxed<jclass> known(nullptr);
-    if (known == nullptr) {
-        known = findGlobalClass(env, "java/lang/String");
+    static std::atomic<jclass> known{nullptr};
+    jclass first = known.load(std::memory_order_acquire);
+    if (first == nullptr) {
+        const jclass found = findGlobalClass(env, "java/lang/String");
+        if (known.compare_exchange_strong(first, found, std::memory_order_acq_rel)) {
+            return found;
+        }
+        env->DeleteGlobalRef(found);
     }
-    return known;
+    return first;
 }
 
 void copyContextValues(JNIEnv *env, jobjectArray source, ContextValues &target, Texts &texts) {
@@ -444,7 +482,6 @@ void copyContextValues(JNIEnv *env, jobjectArray source, ContextValues &target, 
             texts.weigh(target.ctxValues[i], static_cast<jstring>(value.get()));
         }
     }
-    texts.cutTo16Bits();
 }
 
 } // namespace
@@ -459,11 +496,9 @@ void beginGenericEvent(JNIEnv *env, jint id, jint nCtxProps, jobjectArray ctxVal
     }
     GenericEvent *event =
         newEvent<GenericEvent>(td, Event::TYPE_GENERIC_START, id, usableValues(env, nCtxProps, ctxValues));
-    takeClocks(*event, td, Clocks::WallFirst);
-    Texts texts(env);
-    copyContextValues(env, ctxValues, *event, texts);
-    addWeight(*event, texts.weight());
-    appendRequestEvent(env, td, event);
+    completeAndAppend(env, td, event, Clocks::WallFirst, [=](GenericEvent &target, Texts &texts) {
+        copyContextValues(env, ctxValues, target, texts);
+    });
 }
 
 // The event carries the depth of the level that it closes.
@@ -482,8 +517,8 @@ void exceptionGenericEvent(JNIEnv *env, jint id, jint nCtxProps, jobjectArray ct
     ThreadData *td = callingThread(env);
     GenericExceptionEvent *event =
         newThreadEvent<GenericExceptionEvent>(td, id, usableValues(env, nCtxProps, ctxValues));
-    Texts texts(env);
-    copyContextValues(env, ctxValues, *event, texts);
-    addWeight(*event, texts.weight());
+    fillAndCharge(env, *event, [=](GenericExceptionEvent &target, Texts &texts) {
+        copyContextValues(env, ctxValues, target, texts);
+    });
     appendRequestEvent(env, td, event);
 }

@@ -12,12 +12,13 @@
 class ThreadData;
 
 // Hands an event to its thread's queue, unless a Java listener refuses its type. Takes ownership in every
-// case. A null `thr` is replaced by the calling thread's data.
-void appendRequestEvent(JNIEnv *env, ThreadData *thr, Event *request);
+// case. A null `thr` is replaced by the calling thread's data. False if the collector was stopped meanwhile:
+// no `ThreadData` looked up before may then be touched.
+bool appendRequestEvent(JNIEnv *env, ThreadData *thr, Event *request);
 
 // Complete a request event (names, clocks, weight) and append it; with a null `storage` it is destroyed.
-// Names are cut at `urlLimit` bytes.
-void sendRequest(JNIEnv *env, ThreadData *storage, RequestEvent *request, jstring requestName,
+// Names are cut at `urlLimit` bytes. The result as of `appendRequestEvent`.
+bool sendRequest(JNIEnv *env, ThreadData *storage, RequestEvent *request, jstring requestName,
                  jstring applicationName, jstring url);
 // Two events of a thread within the same millisecond share their clocks.
 void sendEJBRequest(JNIEnv *env, ThreadData *storage, EJBEvent *request);
@@ -42,9 +43,28 @@ void beginJavaMailRequest(JNIEnv *env, jstring url, jstring subject);
 void endJavaMailRequest(JNIEnv *env, jstring url, jstring subject);
 void beginXQRequest(JNIEnv *env, jstring queueName, jstring queueMgrName, jint act);
 void endXQRequest(JNIEnv *env, jstring queueName, jstring queueMgrName, jint act);
-// A correlated message as a begin and end pair. Takes over `gpsToken` (`len` bytes from malloc, may be null).
+// A correlated message as a begin and end pair. Takes over `gpsToken` (`len` bytes from malloc, may be null,
+// 65,535 at most).
 void processGpsXQRequest(JNIEnv *env, jstring queueName, jstring queueMgrName, jint act, int8_t *gpsToken,
                          int32_t len);
+
+// Work inside a request that no native reports at its usual level: objects made, and monitors entered. The
+// results say whether it was recorded. Of an allocation the line is not kept.
+bool beginHeapAllocation(JNIEnv *env, jint allocatingMethodId, jint allocatingLineNumber,
+                         jstring instantiatedClassName);
+bool endHeapAllocation(JNIEnv *env, jint allocatingMethodId, jint allocatingLineNumber,
+                       jstring instantiatedClassName);
+bool beginLockAcquisition(JNIEnv *env, jint lockingMethodId, jstring lockedClassName);
+bool endLockAcquisition(JNIEnv *env, jint lockingMethodId, jstring lockedClassName);
+bool beginLockRelease(JNIEnv *env, jint lockingMethodId, jstring lockedClassName);
+bool endLockRelease(JNIEnv *env, jint lockingMethodId, jstring lockedClassName);
+// Belongs to the request of the thread whose number is `waitingThreadId`; the caller's, if that is unknown.
+bool beginLockContention(JNIEnv *env, jint lockingMethodId, jstring lockedClassName, jbyte owningRequestType,
+                         jstring owningRequestName, jstring owningApplicationName, jint owning_method_id,
+                         jint waitingThreadId);
+bool endLockContention(JNIEnv *env, jint lockingMethodId, jstring lockedClassName, jbyte owningRequestType,
+                       jstring owningRequestName, jstring owningApplicationName, jint owning_method_id,
+                       jint waitingThreadId);
 
 // Requests of the server itself; recorded everywhere.
 // Takes over `data` (`count` bytes from malloc): the record's payload as it goes out.
@@ -71,10 +91,15 @@ void appendDroppedRecEvent(JNIEnv *env);
 // Records without a thread of their own: they go to the special queue of the first event agent.
 void appendSamplingRateEvent(JNIEnv *env, const int32_t *levels, int32_t useDefault); // four levels
 void appendPSStatusRecEvent(JNIEnv *env, jstring mesg);
+// A collection: two records. Times in milliseconds since the epoch, space in bytes.
+void appendGCEvent(JNIEnv *env, jlong startTime, jlong endTime, jlong usedObjects, jlong usedObjectSpace,
+                   jlong totalObjectSpace);
 
 // The last sampling rates, kept for resending.
 constexpr int SAMPLING_LEVELS = 4;
 void storeSamplingRates(const int32_t *levels, int32_t useDefault);
+// Fills `levels` and gives `useDefault`.
+int32_t storedSamplingRates(int32_t *levels);
 void resendSamplingRates(JNIEnv *env);
 
 // Java listeners may veto events by their type: static `boolean notifyListeners(int)` of `cls`. The target is

@@ -13,25 +13,15 @@ namespace {
 Relaxed<int32_t> samplingLevels[SAMPLING_LEVELS];
 Relaxed<int32_t> samplingUseDefault(0);
 
-// One record of the calling thread, without clocks; nothing if the thread has no data.
-template <typename E, typename Fill>
-bool appendSingle(JNIEnv *env, Fill fill) {
-    ThreadData *td = callingThread(env);
-    if (td == nullptr) {
-        return false;
-    }
-    E *event = newThreadEvent<E>(td, Event::SUB_ALONE);
-    Texts texts(env);
-    fill(*event, texts);
-    addWeight(*event, texts.weight());
-    appendRequestEvent(env, td, event);
-    return true;
+// The queue for records without a thread, that of the first agent; null while there is none.
+ThreadData *specialQueue() {
+    EvtAgentMgr *agents = evtAgentMgr;
+    return agents != nullptr ? agents->getSpecialThreadData() : nullptr;
 }
 
-// To the special queue of the first agent, past listeners and gate; takes ownership in every case.
+// To the special queue, past listeners and gate; takes ownership in every case.
 void appendSpecial(Event *event) {
-    EvtAgentMgr *agents = evtAgentMgr;
-    ThreadData *special = agents != nullptr ? agents->getSpecialThreadData() : nullptr;
+    ThreadData *special = specialQueue();
     if (special != nullptr) {
         special->appendEvent(event);
     } else {
@@ -73,6 +63,7 @@ void appendXQIEvent(JNIEnv *env, jstring mgrName, jstring queueName, jlong snapS
         event.counts = count;
         event.avgTimes = avgTimeTaken;
         event.arrLength = arrLength;
+        texts.hold(int64_t{arrLength} * (sizeof(*type) + sizeof(*count) + sizeof(*avgTimeTaken)));
     });
     if (!made) {
         free(type);
@@ -96,10 +87,34 @@ void appendSamplingRateEvent(JNIEnv *env, const int32_t *levels, int32_t useDefa
 
 void appendPSStatusRecEvent(JNIEnv *env, jstring mesg) {
     PSStatusEvent *event = new PSStatusEvent(Event::SUB_ALONE);
-    Texts texts(env);
-    texts.weigh(event->message, mesg);
-    addWeight(*event, texts.weight());
+    fillAndCharge(env, *event,
+                  [=](PSStatusEvent &target, Texts &texts) { texts.weigh(target.message, mesg); });
     appendSpecial(event);
+}
+
+namespace {
+
+GCEvent *newCollection(const ThreadData &special, Event::EventSubType subType, jlong millis) {
+    GCEvent *event = newThreadEvent<GCEvent>(&special, subType);
+    event->timeSec = static_cast<uint32_t>(millis / 1000);
+    event->timeUSec = static_cast<uint32_t>(millis % 1000 * 1000);
+    return event;
+}
+
+} // namespace
+
+void appendGCEvent(JNIEnv *, jlong startTime, jlong endTime, jlong usedObjects, jlong usedObjectSpace,
+                   jlong totalObjectSpace) {
+    ThreadData *special = specialQueue();
+    if (special == nullptr) {
+        return;
+    }
+    special->appendEvent(newCollection(*special, Event::SUB_START, startTime));
+    GCEvent *end = newCollection(*special, Event::SUB_END, endTime);
+    end->usedObjects = static_cast<uint64_t>(usedObjects);
+    end->usedObjectSpace = static_cast<uint64_t>(usedObjectSpace);
+    end->totalObjectSpace = static_cast<uint64_t>(totalObjectSpace);
+    special->appendEvent(end);
 }
 
 void storeSamplingRates(const int32_t *levels, int32_t useDefault) {
@@ -109,10 +124,15 @@ void storeSamplingRates(const int32_t *levels, int32_t useDefault) {
     samplingUseDefault = useDefault;
 }
 
-void resendSamplingRates(JNIEnv *env) {
-    int32_t levels[SAMPLING_LEVELS];
+int32_t storedSamplingRates(int32_t *levels) {
     for (int i = 0; i < SAMPLING_LEVELS; ++i) {
         levels[i] = samplingLevels[i];
     }
-    appendSamplingRateEvent(env, levels, samplingUseDefault);
+    return samplingUseDefault;
+}
+
+void resendSamplingRates(JNIEnv *env) {
+    int32_t levels[SAMPLING_LEVELS];
+    const int32_t useDefault = storedSamplingRates(levels);
+    appendSamplingRateEvent(env, levels, useDefault);
 }

@@ -31,8 +31,7 @@ EvtAgentMgr *EvtAgentMgr::create() {
 }
 
 EvtAgentMgr::EvtAgentMgr()
-    : NamedObject("EvtAgentMgr"),
-      poolSize(std::clamp(intProperty("eventagent.pool.size", 1), 1, MAX_POOL_SIZE)),
+    : NamedObject("EvtAgentMgr"), poolSize(eventPoolSize()),
       turboEnabled(boolProperty("dc.turbomode.enabled", true)),
       statsTimer(static_cast<uint32_t>(longProperty("log.statistics.frequency", 30000))),
       logStatistics(getStatisticsEnabled()) {}
@@ -84,6 +83,9 @@ void EvtAgentMgr::stop() {
 // A thread may have been let in before the gate closed and start its agent only after it was told to stop: it
 // is told again.
 void EvtAgentMgr::stopAgents() {
+    for (const auto &agent : agents) {
+        agent->requestStop(); // all at once, so that one's end is not waited for before the next one's begins
+    }
     for (const auto &agent : agents) {
         agent->stopThread();
     }
@@ -222,7 +224,8 @@ void EvtAgentMgr::checkForMemory(EventAgent *agent) {
             total += events;
         }
     }
-    monitor->checkForULimit(memory);
+    // The other agents' sums are up to one pass old: the account has what their threads have queued since.
+    monitor->checkForULimit(monitor->getEventBytes());
     if (stats) {
         traceInfo(
             "## EAMgr: Statistics across all EA's: Total EA events: %ld EA Event Memory: %ld Total Sink "
@@ -256,7 +259,7 @@ uint32_t EvtAgentMgr::getTotalBytesConsumed() {
     if (!pass || monitor == nullptr) {
         return 0;
     }
-    monitor->checkForULimit(static_cast<uint32_t>(getTotalDataSize()));
+    monitor->checkForULimit(monitor->getEventBytes());
     return monitor->getMemoryTaken();
 }
 

@@ -54,8 +54,8 @@ public:
 
     int32_t getPoolSize() const { return poolSize; }
     int32_t getNumberOfEvents();
-    uint32_t
-    getTotalBytesConsumed(); // the memory monitor's total after it saw this pool's; 0 without a monitor
+    // The memory monitor's total, checked against its limit just now; 0 without a monitor.
+    uint32_t getTotalBytesConsumed();
     void reduceMemory();
     // The leader's own queue, for events without a thread; null while there is none.
     ThreadData *getSpecialThreadData();

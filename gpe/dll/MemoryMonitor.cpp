@@ -13,6 +13,7 @@
 
 Relaxed<MemoryMonitor *> memoryMonitor(nullptr);
 Relaxed<bool> notAccepting(false);
+Relaxed<int32_t> growthPortion(16384);
 Relaxed<int32_t> urlLimit(300);
 Relaxed<int32_t> sqlLimit(5000);
 Relaxed<int32_t> averageUrlLength(100);
@@ -33,7 +34,15 @@ constexpr uint16_t SAMPLES_FROZEN = 65535;
 constexpr int GATE_POLL_MS = 5;
 constexpr int GATE_PATIENCE_MS = 10000;
 
-constexpr std::chrono::seconds STALL_TIME(1);
+constexpr int32_t LEAST_PORTION = 1024;
+constexpr int32_t MOST_PORTION = 16384;
+constexpr int32_t UNREPORTED_SHARE = 64; // of the limit, in all threads together
+
+constexpr int32_t DEFAULT_PACKET_KB = 2000;
+constexpr int32_t MOST_PACKET_KB = INT32_MAX / 1024; // a packet's size is 32 bits wide
+
+// A slow link shows progress only once a whole packet has gone.
+constexpr std::chrono::seconds STALL_TIME(3);
 
 enum TurboState : int { NORMAL = 1, TURBO = 2 };
 
@@ -63,6 +72,11 @@ int32_t truncated(float bytes) {
     return bytes >= 2147483648.0F ? INT32_MAX : static_cast<int32_t>(bytes);
 }
 
+int32_t portionFor(uint32_t threadCount) {
+    const auto share = static_cast<uint32_t>(memoryLimit) / UNREPORTED_SHARE / std::max(threadCount, 1U);
+    return std::clamp(static_cast<int32_t>(share), LEAST_PORTION, MOST_PORTION);
+}
+
 void appendMarker(ThreadData *td) {
     DroppedEvent *marker = new DroppedEvent(Event::SUB_ALONE);
     marker->threadId = td->threadId;
@@ -71,19 +85,27 @@ void appendMarker(ThreadData *td) {
 
 } // namespace
 
+int32_t eventPoolSize() {
+    return std::clamp(intProperty("eventagent.pool.size", 1), 1, MAX_POOL_SIZE);
+}
+
+int32_t eventPacketKB() {
+    const int32_t wanted = longProperty("internal.probe.event.packet.size", DEFAULT_PACKET_KB);
+    return wanted >= 1 && wanted <= MOST_PACKET_KB ? wanted : DEFAULT_PACKET_KB;
+}
+
 // ---------------------------------------------------------------- weights of texts
 
 void TextSamples::add(int32_t bytes) {
-    const uint16_t before = samples;
+    uint16_t before = samples.load(std::memory_order_relaxed);
     if (before == SAMPLES_FROZEN) {
         return;
     }
     sampleBytes += static_cast<uint32_t>(bytes);
-    if (before + 1 == SAMPLES_WANTED) {
-        samples = SAMPLES_FROZEN;
+    const bool last = before + 1 == SAMPLES_WANTED;
+    const auto after = last ? SAMPLES_FROZEN : static_cast<uint16_t>(before + 1);
+    if (samples.compare_exchange_strong(before, after, std::memory_order_relaxed) && last) {
         average = static_cast<int32_t>(sampleBytes / SAMPLES_WANTED);
-    } else {
-        samples = static_cast<uint16_t>(before + 1);
     }
 }
 
@@ -149,6 +171,10 @@ void MemoryMonitor::stop() {
 
 void MemoryMonitor::initializeSizes() {
     notAccepting = false;
+    turboWasStalled = false;
+    eventBytesNow = 0;
+    otherBytes = 0;
+    growthPortion = MOST_PORTION;
     memoryLimit = 60 * MEGABYTE;
     acceptThreshold = 2 * MEGABYTE;
     urlLimit = 300;
@@ -161,9 +187,7 @@ void MemoryMonitor::initializeSizes() {
 }
 
 void MemoryMonitor::readProperties() {
-    const double packetBytes = std::max(longProperty("internal.probe.event.packet.size", 2000), 0) * 1024.0;
-    minimumMemory =
-        bounded(BASE_FOOTPRINT + std::max(intProperty("eventagent.pool.size", 1), 1) * packetBytes);
+    minimumMemory = bounded(BASE_FOOTPRINT + eventPoolSize() * (eventPacketKB() * 1024.0));
     allowNew = boolProperty("turbomode.allownew", true);
     urlLimit = longProperty("internal.url.limit", 1000);
     sqlLimit = longProperty("internal.sql.limit", 5000);
@@ -244,17 +268,30 @@ void MemoryMonitor::setResetTimer() {
 
 // ---------------------------------------------------------------- accept control
 
+// Under the lock from the first figure on: nobody stops data by a total that is older than the last one told.
 bool MemoryMonitor::checkForULimit(uint32_t eventBytes) {
+    const ZykLockGuard guard(*lock);
     AgentPool *network = networkPool;
     ThreadMgr *threads = threadMgr;
     const uint32_t networkBytes = network != nullptr ? static_cast<uint32_t>(network->getTotalDataSize()) : 0;
     const uint32_t threadCount = threads != nullptr ? static_cast<uint32_t>(threads->getThreadCount()) : 0;
-    const uint32_t total =
-        eventBytes + networkBytes + threadCount * THREAD_RECORD_SIZE + static_cast<uint32_t>(minimumMemory);
-    memoryTaken = total;
-    growthSinceCheck = 0;
+    otherBytes = networkBytes + threadCount * THREAD_RECORD_SIZE + static_cast<uint32_t>(minimumMemory);
+    memoryTaken = eventBytes + otherBytes;
+    growthPortion = portionFor(threadCount);
+    turnAcceptControl();
+    return notAccepting;
+}
+
+void MemoryMonitor::turnAcceptControl() {
+    const uint32_t total = memoryTaken;
     if (total >= static_cast<uint32_t>(memoryLimit)) {
-        stopAccepting(total);
+        if (!notAccepting) {
+            messageInfo(1054,
+                        "Memory Limit reached, datacollector stopped accepting data, Limit: %ld Memory "
+                        "Utilization: %ld",
+                        static_cast<long>(memoryLimit), static_cast<long>(total));
+        }
+        notAccepting = true;
     } else if (notAccepting && total <= static_cast<uint32_t>(difference(memoryLimit, acceptThreshold))) {
         notAccepting = false;
         messageInfo(1055,
@@ -262,26 +299,13 @@ bool MemoryMonitor::checkForULimit(uint32_t eventBytes) {
                     "Utilization: %ld",
                     static_cast<long>(memoryLimit), static_cast<long>(total));
     }
-    return notAccepting;
 }
 
-// Producers may come here together with the check; one of them tells.
-void MemoryMonitor::stopAccepting(uint32_t total) {
-    const ZykLockGuard guard(*lock);
-    if (!notAccepting) {
-        messageInfo(1054,
-                    "Memory Limit reached, datacollector stopped accepting data, Limit: %ld Memory "
-                    "Utilization: %ld",
-                    static_cast<long>(memoryLimit), static_cast<long>(total));
-        notAccepting = true;
-    }
-}
-
-void MemoryMonitor::noteGrowth(int32_t bytes) {
-    const int64_t growth = growthSinceCheck.fetch_add(bytes, std::memory_order_relaxed) + bytes;
-    const int64_t total = int64_t{memoryTaken} + growth;
-    if (bytes > 0 && total >= memoryLimit && !notAccepting) {
-        stopAccepting(static_cast<uint32_t>(total));
+void MemoryMonitor::noteGrowth(int64_t bytes) {
+    const int64_t eventBytes = eventBytesNow.fetch_add(bytes, std::memory_order_relaxed) + bytes;
+    if (bytes > 0 && !notAccepting && eventBytes + otherBytes >= memoryLimit) {
+        const ZykLockGuard guard(*lock);
+        checkForULimit(getEventBytes());
     }
 }
 
@@ -301,12 +325,18 @@ void MemoryMonitor::checkTurboMode(JNIEnv *env) {
     if (memoryTaken <= static_cast<uint32_t>(turboLLimit)) {
         turboWasStalled = false;
     }
-    if (memoryTaken >= static_cast<uint32_t>(turboULimit) && turboState == NORMAL && !turboWasStalled) {
+    if (turboState == TURBO) {
+        if (turboHasToEnd()) {
+            switchToNormalMode(env);
+        }
+    } else if (memoryTaken >= static_cast<uint32_t>(turboULimit) && !turboWasStalled && !probeDisabled) {
         switchToTurboMode(env);
-    } else if (turboState == TURBO &&
-               (memoryTaken <= static_cast<uint32_t>(turboLLimit) || turboIsStalled())) {
-        switchToNormalMode(env);
     }
+}
+
+// A probe that is being stopped lets the threads at the gate go, and takes nothing that would have to wait.
+bool MemoryMonitor::turboHasToEnd() {
+    return probeDisabled || memoryTaken <= static_cast<uint32_t>(turboLLimit) || turboIsStalled();
 }
 
 // With a receiver that does not read, the packets in the network queues alone can hold the total above the

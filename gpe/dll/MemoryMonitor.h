@@ -28,6 +28,11 @@ class ThreadData;
 // Of either pool: a slip in the configuration must not cost a server its threads.
 constexpr int32_t MAX_POOL_SIZE = 256;
 
+// Event agents and the kilobytes of each one's packet buffer as they are used: a setting that cannot be
+// worked with is brought into its range, or becomes the default.
+int32_t eventPoolSize();
+int32_t eventPacketKB();
+
 class MemoryMonitor : public virtual NamedObject {
 public:
     MemoryMonitor();
@@ -43,12 +48,16 @@ public:
     void stop();
 
     // Computes the total from the bytes in the event queues and runs the accept control.
-    // True while new data is refused.
+    // True while new data is refused. From any thread.
     bool checkForULimit(uint32_t eventBytes);
 
-    // Between two checks: what the queues grew by, bytes (negative: what left them). Crossing the limit stops
-    // new data at once and not a pass later. From any thread, in portions.
-    void noteGrowth(int32_t bytes);
+    // Keeps the account of the event queues between two checks: bytes that came, negative for such that went.
+    // Crossing the limit stops new data at once and not a pass later. From any thread, in portions.
+    void noteGrowth(int64_t bytes);
+    // That account: what each event agent saw in its last pass, and what its threads have reported since.
+    uint32_t getEventBytes() const {
+        return static_cast<uint32_t>(eventBytesNow.load(std::memory_order_relaxed));
+    }
 
     // Runs the turbo control. Both switches must come from one and the same thread.
     void checkTurboMode(JNIEnv *env);
@@ -78,7 +87,8 @@ private:
     void readPriorities();
     void logProperties();
     void setResetTimer();
-    void stopAccepting(uint32_t total);
+    void turnAcceptControl();
+    bool turboHasToEnd();
     bool turboIsStalled();
     void switchToTurboMode(JNIEnv *env);
     void switchToNormalMode(JNIEnv *env);
@@ -86,7 +96,7 @@ private:
     bool refusedByLimit(ThreadData *td);
     bool passTurboLock();
 
-    ZykLock *lock;
+    ZykLock *lock; // held during a check
     Relaxed<uint32_t> memoryTaken{0};
     int32_t naTurboPriority = 10;
     int32_t naTurboSleep = 50;
@@ -102,8 +112,9 @@ private:
     const int32_t eaNormalSleep = 2000; // the event agents' own sleep is never read back
     Relaxed<bool> allowNew{true};
     std::atomic<int32_t> waitingAtGate{0};
-    std::atomic<int64_t> growthSinceCheck{0};
-    uint32_t lowestInTurbo = 0; // of the totals in this turbo mode, and when it was seen
+    std::atomic<int64_t> eventBytesNow{0};
+    Relaxed<uint32_t> otherBytes{0}; // of the last total: all but the event queues
+    uint32_t lowestInTurbo = 0;      // of the totals in this turbo mode, and when it was seen
     std::chrono::steady_clock::time_point lowestSeenAt;
     bool turboWasStalled = false; // the last turbo mode brought nothing: none before the total has been low
 };
@@ -117,6 +128,10 @@ inline bool shouldReject(JNIEnv *env) {
 }
 
 extern Relaxed<bool> notAccepting; // the accept control has stopped new data
+
+// Bytes that a thread queues before it reports them: smaller with many threads, so that all that is
+// unreported stays a small share of the limit. Set by each check.
+extern Relaxed<int32_t> growthPortion;
 
 // Limits of texts in events (bytes kept, the NUL included) and the running averages that weigh a text before
 // its event exists in full.
@@ -135,7 +150,7 @@ public:
 
 private:
     Relaxed<int32_t> &average;
-    Relaxed<uint16_t> samples{0};
+    std::atomic<uint16_t> samples{0}; // changed from the value seen only: a late thread must not thaw it
     Relaxed<uint32_t> sampleBytes{0};
 };
 

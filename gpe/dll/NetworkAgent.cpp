@@ -138,6 +138,17 @@ void NetworkAgent::stopThread() {
 // either it does not fall asleep, or it is there to be woken.
 void NetworkAgent::requestStop() {
     alive_ = false;
+    wakeUp();
+}
+
+void NetworkAgent::setSleepTime(int32_t ms) {
+    sleepTime_ = ms;
+    wakeUp();
+}
+
+// A thread that is on its way to sleep does not miss it.
+void NetworkAgent::wakeUp() {
     const ZykLockGuard guard(sleepLock_);
+    woken_ = true;
     sleepLock_.notifyAll();
 }

@@ -29,6 +29,10 @@ public:
     void runTCPagent(JNIEnv *env);
     // Returns when no thread is inside `runTCPagent`.
     void stopThread();
+    // Tells the thread to end, without waiting.
+    void requestStop();
+    // Base pause of the loop, ms. A sleeper wakes at once.
+    void setSleepTime(int32_t ms);
 
     // Queues a copy of the bytes; false if the agent is not connected or its queue is full. Null `data` and a
     // negative size count as done.
@@ -73,7 +77,7 @@ private:
     void leaveThread();
     void runPass();
     void sleepFor(int64_t ms);
-    void requestStop();
+    void wakeUp();
     void connectionLost();
 
     // Reconnecting.
@@ -107,7 +111,8 @@ private:
                          const char *failedText);
 
     ZykList<NetworkAgentData *> dataQueue_{true};
-    ZykLock sleepLock_; // the thread sleeps on it; held only around a wait and a notify
+    ZykLock sleepLock_;  // the thread sleeps on it; held only around a wait and a notify
+    bool woken_ = false; // guarded by `sleepLock_`: the next sleep, or the present one, is cut short
     int32_t socket_ = -1;
     std::vector<int> strandedSockets_; // opened on the way to a bind address and left; closed with `socket_`
     std::string psHost_;

@@ -92,9 +92,12 @@ void NetworkAgentMgr::stop() {
     AM_TRACE_SCOPE(naTracer, LGK_DEBUG_MIN, "NetworkAgentMgr::stop()");
     gate.close();
     MemoryMonitor::setNetworkPool(nullptr);
-    for (int32_t id = 0; id < poolSize_; ++id) {
-        if (agents_[id] != nullptr) {
-            agents_[id]->stopThread();
+    // All are told before the first is waited for.
+    for (void (NetworkAgent::*step)() : {&NetworkAgent::requestStop, &NetworkAgent::stopThread}) {
+        for (int32_t id = 0; id < poolSize_; ++id) {
+            if (agents_[id] != nullptr) {
+                (agents_[id]->*step)();
+            }
         }
     }
     waitForCallers();
@@ -329,7 +332,7 @@ bool NetworkAgentMgr::setSleepTime(long time) {
     const CallGate::Pass pass(gate);
     for (int32_t id = 0; pass && id < poolSize_; ++id) {
         if (agents_[id] != nullptr) {
-            agents_[id]->sleepTime_ = static_cast<int32_t>(time);
+            agents_[id]->setSleepTime(static_cast<int32_t>(time));
         }
     }
     return true;

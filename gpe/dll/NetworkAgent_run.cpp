@@ -84,9 +84,10 @@ int64_t NetworkAgent::ratePause() const {
 
 void NetworkAgent::sleepFor(int64_t ms) {
     const ZykLockGuard guard(sleepLock_);
-    if (alive_) {
+    if (alive_ && !woken_) {
         sleepLock_.wait(ms);
     }
+    woken_ = false;
 }
 
 // A write that a stop cut short is no loss to report, but its stream ends within a packet and is not gone on

@@ -13,8 +13,6 @@
 
 namespace {
 
-constexpr int32_t GROWTH_PORTION = 16384; // bytes
-
 bool isClassOrMethod(const Event &evt) {
     return evt.type == Event::TYPE_CLASS || evt.type == Event::TYPE_METHOD;
 }
@@ -83,18 +81,19 @@ bool ThreadData::appendEvent(Event *evt) {
         droppedMarkerSent = false;
     }
     addToProduced(*evt);
-    reportGrowth(evt->size);
+    reportGrowth(evt->charge());
     return eventQueue->append(evt);
 }
 
 // In portions, so that the common word is touched once in many events.
 void ThreadData::reportGrowth(int32_t bytes) {
     unreportedBytes += bytes;
-    if (unreportedBytes < GROWTH_PORTION) {
+    if (unreportedBytes < growthPortion) {
         return;
     }
     MemoryMonitor *monitor = memoryMonitor;
     if (monitor != nullptr) {
+        reportedBytes.fetch_add(unreportedBytes, std::memory_order_relaxed);
         monitor->noteGrowth(unreportedBytes);
     }
     unreportedBytes = 0;
@@ -150,15 +149,17 @@ int32_t ThreadData::queueSize() const {
 }
 
 void ThreadData::addToProduced(const Event &evt) {
-    (isClassOrMethod(evt) ? bytesAddedClassMethod : bytesAddedOther) += static_cast<uint32_t>(evt.size);
+    (isClassOrMethod(evt) ? bytesAddedClassMethod : bytesAddedOther) += static_cast<uint32_t>(evt.charge());
 }
 
 void ThreadData::addToConsumed(const Event &evt) {
-    (isClassOrMethod(evt) ? bytesConsumedClassMethod : bytesConsumedOther) += static_cast<uint32_t>(evt.size);
+    (isClassOrMethod(evt) ? bytesConsumedClassMethod : bytesConsumedOther) +=
+        static_cast<uint32_t>(evt.charge());
 }
 
 void ThreadData::takeBackConsumed(const Event &evt) {
-    (isClassOrMethod(evt) ? bytesConsumedClassMethod : bytesConsumedOther) -= static_cast<uint32_t>(evt.size);
+    (isClassOrMethod(evt) ? bytesConsumedClassMethod : bytesConsumedOther) -=
+        static_cast<uint32_t>(evt.charge());
 }
 
 uint32_t ThreadData::bytesQueued() const {

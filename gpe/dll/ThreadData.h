@@ -48,6 +48,9 @@ public:
     // Bytes in the queue by the accounts, modulo 2^32.
     uint32_t bytesQueued() const;
 
+    // Bytes that the memory monitor was told of since the last call; for the one who now counts them himself.
+    int64_t takeReported() { return reportedBytes.exchange(0, std::memory_order_relaxed); }
+
     bool acceptsEvents() const { return isAlive.load(std::memory_order_acquire); }
 
     int64_t lastCpuTime = 0;         // nanoseconds
@@ -71,6 +74,7 @@ public:
     Relaxed<uint32_t> bytesAddedClassMethod{0};
     Relaxed<uint32_t> bytesConsumedClassMethod{0};
     Relaxed<int32_t> unreportedBytes{0};    // added since the memory monitor was last told
+    std::atomic<int64_t> reportedBytes{0};  // what it was told since the agent last summed up its queues
     ZykList<Event *> *eventQueue = nullptr; // owned, synchronised; null only if memory ran out
     bool memoryLimitMarkerSent = false;     // a marker was queued for the present memory-limit state
     bool acceptingNewRequests = true;       // false while turbo mode refuses new requests

@@ -12,6 +12,7 @@
 #include "jnihelp.h"
 #include "platform.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cstdlib>
 #include <cstring>
@@ -40,6 +41,12 @@ jint gatedWithId(JNIEnv *env, Action action) {
     action();
     const ThreadData *td = callingThread(env);
     return td != nullptr ? static_cast<jint>(td->threadId.get()) : lookedUpId(env);
+}
+
+// For natives without a gate. While the probe is being stopped a thread counts as unknown: its record may be
+// destroyed once the calls that came before are out.
+ThreadData *ungatedThread(JNIEnv *env) {
+    return probeDisabled ? nullptr : callingThread(env);
 }
 
 // ---------------------------------------------------------------- arrays
@@ -110,7 +117,8 @@ void startHttp(JNIEnv *env, jstring requestName, jstring applicationName, jstrin
         ++td->requestDepth;
     }
     HttpEvent *event = assembly::newEvent<HttpEvent>(td, Event::SUB_START);
-    event->userId = assembly::textCopy(env, userId);
+    assembly::fillAndCharge(
+        env, *event, [=](HttpEvent &target, assembly::Texts &texts) { texts.copy(target.userId, userId); });
     sendRequest(env, td, event, requestName, applicationName, url);
 }
 
@@ -205,12 +213,11 @@ const TimesFields *timesFields(JNIEnv *env, jobject times) {
     return fields;
 }
 
-void fillThreadTimes(JNIEnv *env, jobject times) {
+void fillThreadTimes(JNIEnv *env, ThreadData *td, jobject times) {
     const TimesFields *fields = timesFields(env, times);
     if (fields == nullptr || env->IsInstanceOf(times, fields->cls) == JNI_FALSE) {
         return;
     }
-    ThreadData *td = callingThread(env);
     uint32_t sec = 0;
     uint32_t usec = 0;
     env->SetLongField(times, fields->cpuTime, assembly::threadCpuTime(td));
@@ -228,20 +235,27 @@ void takeSamplingRates(JNIEnv *env, jintArray levels, jint useDefault) {
                  "Native probe is disabled, rejecting setNativeSamplingRates");
         return;
     }
-    int32_t table[SAMPLING_LEVELS] = {};
-    const jsize given = levels != nullptr ? env->GetArrayLength(levels) : 0;
-    if (given > 0) {
-        env->GetIntArrayRegion(levels, 0, given < SAMPLING_LEVELS ? given : SAMPLING_LEVELS, table);
+    if (levels == nullptr) {
+        return;
     }
+    int32_t table[SAMPLING_LEVELS];
+    storedSamplingRates(table);
+    env->GetIntArrayRegion(levels, 0, std::min<jsize>(env->GetArrayLength(levels), SAMPLING_LEVELS), table);
     storeSamplingRates(table, useDefault);
     appendSamplingRateEvent(env, table, useDefault);
 }
 
 void issueTraceRequest(JNIEnv *env) {
-    const LocalRef<jstring> name(env, env->NewStringUTF("system_trace"));
-    const LocalRef<jstring> application(env, env->NewStringUTF("trace_app"));
-    const LocalRef<jstring> url(env, env->NewStringUTF(""));
-    if (clearException(env) || shouldReject(env)) {
+    // Null, with nothing pending, when memory is out.
+    const auto text = [env](const char *utf) {
+        jstring made = env->NewStringUTF(utf);
+        clearException(env);
+        return made;
+    };
+    const LocalRef<jstring> name(env, text("system_trace"));
+    const LocalRef<jstring> application(env, text("trace_app"));
+    const LocalRef<jstring> url(env, text(""));
+    if (shouldReject(env)) {
         return;
     }
     ThreadData *td = callingThread(env);
@@ -386,7 +400,8 @@ JNIEXPORT void JNICALL EVENT_AGENT(beginXQRequestNative)(JNIEnv *env, jclass, js
     }
 }
 
-// With `gpsSend` a correlated pair follows; a null token then has the length 0.
+// With `gpsSend` a correlated pair follows. A null token then has the length 0, and so has one that is longer
+// than the 16 bits of its length on the wire.
 JNIEXPORT void JNICALL EVENT_AGENT(endXQRequestNative)(JNIEnv *env, jclass, jstring queueMgr,
                                                        jstring queueName, jint type, jbyteArray gpsToken,
                                                        jboolean gpsSend) {
@@ -395,7 +410,8 @@ JNIEXPORT void JNICALL EVENT_AGENT(endXQRequestNative)(JNIEnv *env, jclass, jstr
     }
     endXQRequest(env, queueName, queueMgr, type);
     if (gpsSend == JNI_TRUE) {
-        const jsize length = gpsToken != nullptr ? env->GetArrayLength(gpsToken) : 0;
+        const jsize given = gpsToken != nullptr ? env->GetArrayLength(gpsToken) : 0;
+        const jsize length = given <= UINT16_MAX ? given : 0;
         processGpsXQRequest(env, queueName, queueMgr, type, copyBytes(env, gpsToken, length), length);
     }
 }
@@ -527,7 +543,9 @@ JNIEXPORT void JNICALL EVENT_AGENT(setPSStatusEventNative)(JNIEnv *env, jclass, 
 
 // Not gated: a marker tells of what the gate refused.
 JNIEXPORT void JNICALL EVENT_AGENT(sendDroppedEventRecordNative)(JNIEnv *env, jclass) {
-    appendDroppedRecEvent(env);
+    if (ungatedThread(env) != nullptr) {
+        appendDroppedRecEvent(env);
+    }
 }
 
 JNIEXPORT void JNICALL EVENT_AGENT(issueTraceRequestNative)(JNIEnv *env, jclass) {
@@ -536,7 +554,8 @@ JNIEXPORT void JNICALL EVENT_AGENT(issueTraceRequestNative)(JNIEnv *env, jclass)
     }
 }
 
-// The first four levels count; missing ones are 0. They are sent again on a new connection.
+// The first four levels count; missing ones stay as they were, and null changes nothing. They are sent again
+// on a new connection.
 JNIEXPORT void JNICALL EVENT_AGENT(setSamplingRatesNative)(JNIEnv *env, jclass, jintArray levels,
                                                            jint useDefault) {
     if (!shouldReject(env)) {
@@ -548,7 +567,7 @@ JNIEXPORT void JNICALL EVENT_AGENT(setSamplingRatesNative)(JNIEnv *env, jclass, 
 
 // Open levels of the thread; 0 if it has no data.
 JNIEXPORT jint JNICALL EVENT_AGENT(getNumPendingRequests)(JNIEnv *env, jclass) {
-    const ThreadData *td = callingThread(env);
+    const ThreadData *td = ungatedThread(env);
     return td != nullptr ? td->requestDepth : 0;
 }
 
@@ -557,10 +576,12 @@ JNIEXPORT jint JNICALL EVENT_AGENT(getEnvNative)(JNIEnv *env, jclass) {
     return lookedUpId(env);
 }
 
-// Fills `cpuTime` (nanoseconds), `timeSec_` and `timeUSec_` of `times`; null is left alone.
+// Fills `cpuTime` (nanoseconds), `timeSec_` and `timeUSec_` of `times`. Null is left alone, and so is any
+// object while the thread has no data.
 JNIEXPORT void JNICALL EVENT_AGENT(getThreadTimesNative)(JNIEnv *env, jclass, jobject times) {
-    if (times != nullptr) {
-        fillThreadTimes(env, times);
+    ThreadData *td = ungatedThread(env);
+    if (times != nullptr && td != nullptr) {
+        fillThreadTimes(env, td, times);
     }
 }
 

@@ -5,6 +5,7 @@
 
 #include "EventUtils.h"
 #include "EvtAgentMgr.h"
+#include "JVMTIUtils.h"
 #include "MemoryMonitor.h"
 #include "ProbeState.h"
 #include "ProtocolVisitor.h"
@@ -13,11 +14,16 @@
 #include "ThreadMgr.h"
 #include "decoder/RecordReader.h"
 #include "jnihelp.h"
+#include "server/Render.h"
 
 #include <gmock/gmock.h>
 
+#include <atomic>
+#include <chrono>
 #include <dlfcn.h>
+#include <set>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace families_test {
@@ -38,79 +44,19 @@ struct Seen {
 
 // ---------------------------------------------------------------- decoding
 
-inline std::string renderStrs(std::string_view raw) {
-    std::string text;
-    for (size_t at = 0; at < raw.size();) {
-        const size_t length = ps::bigEndian(raw.data() + at, 2);
-        text += (at == 0 ? "" : "|") + std::string(raw.substr(at + 2, length));
-        at += 2 + length;
-    }
-    return "[" + text + "]";
-}
-
-inline std::string renderEntries(std::string_view raw) {
-    std::string text;
-    for (size_t at = 0; at < raw.size(); at += ps::kEntryBytes) {
-        text += "(" + std::to_string(ps::bigEndian(raw.data() + at, 1)) + "," +
-                std::to_string(ps::bigEndian(raw.data() + at + 1, 4)) + "," +
-                std::to_string(ps::bigEndian(raw.data() + at + 5, 8)) + ")";
-    }
-    return text;
-}
-
-inline std::string renderNumbers(std::string_view raw, size_t width) {
-    std::string text;
-    for (size_t at = 0; at < raw.size(); at += width) {
-        text += (at == 0 ? "" : ",") + std::to_string(ps::bigEndian(raw.data() + at, width));
-    }
-    return text;
-}
-
-inline std::string renderHex(std::string_view raw) {
-    std::string text;
-    char digits[3];
-    for (const char byte : raw) {
-        snprintf(digits, sizeof(digits), "%02X", static_cast<unsigned char>(byte));
-        text += digits;
-    }
-    return text;
-}
-
-inline std::string renderValue(const ps::Field &field, const ps::Value &value) {
-    switch (field.kind) {
-    case ps::Kind::Number:
-        return std::to_string(value.number);
-    case ps::Kind::Numbers:
-        return renderNumbers(value.text, field.width);
-    case ps::Kind::Blob:
-        return renderHex(value.text);
-    case ps::Kind::Strs:
-        return renderStrs(value.text);
-    case ps::Kind::Entries:
-        return renderEntries(value.text);
-    default:
-        return std::string(value.text);
-    }
-}
-
 inline std::string render(const ps::Record &record, const std::string &depth, const std::string &level) {
+    static const std::set<std::string> unshown = {"conn",     "offset",  "seq",      "packet",
+                                                  "type",     "name",    "thread",   "timeSec",
+                                                  "timeUSec", "cpuTime", "nCtxProps"};
     std::string text = record.spec->name;
-    for (size_t i = 0; i < record.spec->fieldCount; ++i) {
-        const ps::Field &field = record.spec->fields[i];
-        switch (field.kind) {
-        case ps::Kind::Prefix:
+    const nlohmann::ordered_json json = ps::recordJson(0, record);
+    for (const auto &[key, value] : json.items()) {
+        if (key == "depth") {
             text += " d" + depth;
-            break;
-        case ps::Kind::Level:
+        } else if (key == "level") {
             text += " L" + level;
-            break;
-        case ps::Kind::ThreadId:
-        case ps::Kind::Time:
-        case ps::Kind::Size:
-        case ps::Kind::SizeEnd:
-            break;
-        default:
-            text += std::string(" ") + field.name + "=" + renderValue(field, record.values[i]);
+        } else if (unshown.count(key) == 0) {
+            text += " " + key + "=" + (value.is_string() ? value.get<std::string>() : value.dump());
         }
     }
     return text;
@@ -139,7 +85,7 @@ inline Seen decoded(Event &event) {
             event.threadId,
             event.cpuTime,
             event.timeSec * int64_t{1000} + event.timeUSec / 1000,
-            event.size};
+            event.charge()};
 }
 
 inline std::vector<Seen> drain(ThreadData *td) {
@@ -158,6 +104,36 @@ inline std::vector<std::string> textsOf(const std::vector<Seen> &seen) {
     }
     return texts;
 }
+
+// Answers the thread CPU clock with the wall clock of its question, in nanoseconds, and takes two
+// milliseconds for it: a record then shows which of its two clocks came first. Or with a fixed value.
+class SlowCpuClock {
+public:
+    SlowCpuClock() : original(jvmti->functions), table(*original) {
+        fixed = -1;
+        table.GetCurrentThreadCpuTime = [](jvmtiEnv *, jlong *nanos) {
+            const jlong asked = wallMillis();
+            *nanos = fixed >= 0 ? fixed.load() : asked * 1000000;
+            while (fixed < 0 && wallMillis() < asked + 2) {
+                std::this_thread::yield();
+            }
+            return JVMTI_ERROR_NONE;
+        };
+        jvmti->functions = &table;
+    }
+    ~SlowCpuClock() { jvmti->functions = original; }
+
+    static inline std::atomic<jlong> fixed{-1};
+
+private:
+    static jlong wallMillis() {
+        const auto now = std::chrono::system_clock::now().time_since_epoch();
+        return std::chrono::duration_cast<std::chrono::milliseconds>(now).count();
+    }
+
+    const jvmtiInterface_1_ *const original;
+    jvmtiInterface_1_ table;
+};
 
 // ---------------------------------------------------------------- Java
 

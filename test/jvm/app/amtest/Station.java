@@ -12,7 +12,6 @@ import java.net.InetAddress;
 import java.net.InetSocketAddress;
 import java.nio.charset.StandardCharsets;
 import java.util.ArrayList;
-import java.util.Arrays;
 import java.util.List;
 import java.util.concurrent.Executors;
 import java.util.concurrent.SynchronousQueue;
@@ -170,9 +169,7 @@ public final class Station {
     }
 
     private static int priorities(String pool) {
-        Thread[] threads = new Thread[Thread.activeCount() + 50];
-        int count = Thread.enumerate(threads);
-        return Arrays.stream(threads, 0, count).filter(thread -> thread.getName().startsWith(pool))
+        return Thread.getAllStackTraces().keySet().stream().filter(thread -> thread.getName().startsWith(pool))
                 .mapToInt(Thread::getPriority).sum();
     }
 

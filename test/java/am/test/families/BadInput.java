@@ -71,7 +71,7 @@ public final class BadInput {
             } else if (type == long.class) {
                 return (long) number;
             } else if (type == boolean.class) {
-                return false;
+                return this != NOTHING;
             } else if (type == Object.class) {
                 return text;
             } else if (type.isArray()) {

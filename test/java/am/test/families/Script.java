@@ -89,6 +89,8 @@ public final class Script {
         pair("xq", () -> beginXQRequestNative("manager", "orders", 7),
                 () -> endXQRequestNative("manager", "orders", 7, new byte[] {1, 2, 3}, false));
         WORDS.put("-xqToken", () -> endXQRequestNative("manager", "orders", 7, new byte[] {1, -2, 3}, true));
+        WORDS.put("-xqLongest", () -> endXQRequestNative("manager", "orders", 13, new byte[65535], true));
+        WORDS.put("-xqTooLong", () -> endXQRequestNative("manager", "orders", 11, new byte[65536], true));
         WORDS.put("-xqNoToken", () -> endXQRequestNative("manager", "orders", 10, null, true));
     }
 
@@ -124,6 +126,7 @@ public final class Script {
         WORDS.put("status", () -> setPSStatusEventNative("well"));
         WORDS.put("sampling", () -> setSamplingRatesNative(new int[] {1, 2, 3, 4, 5}, 1));
         WORDS.put("samplingShort", () -> setSamplingRatesNative(new int[] {9}, 2));
+        WORDS.put("samplingNull", () -> setSamplingRatesNative(null, 1));
         WORDS.put("xqi", () -> xqi(new byte[] {3, -1}, new int[] {4, 5}, new long[] {6, 7}, 2));
         WORDS.put("xqiLonger", () -> xqi(new byte[] {3}, new int[] {4, 9}, new long[] {6, 9}, 1));
         WORDS.put("xqiOtherLength", () -> xqi(new byte[4], new int[4], new long[4], 3));

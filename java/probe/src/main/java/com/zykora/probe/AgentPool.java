@@ -39,18 +39,33 @@ abstract class AgentPool {
         return true;
     }
 
+    /** The thread outlives whoever started it, so it must not hold on to anything of that application. */
     private Thread newThread(final int id) {
-        Thread thread = new Thread(threadName + id) {
+        Thread thread = detachedThread(new Runnable() {
             @Override
             public void run() {
                 runQuietly(id);
             }
-        };
+        }, threadName + id);
         thread.setDaemon(true);
         thread.setPriority(priority);
-        // The thread outlives whoever started it, so it must not hold that application's classes.
         thread.setContextClassLoader(null);
         return thread;
+    }
+
+    /** In the topmost group and without its maker's inheritable values: Java 8 and security managers refuse that. */
+    private static Thread detachedThread(Runnable life, String name) {
+        try {
+            ThreadGroup top = Thread.currentThread().getThreadGroup();
+            while (top.getParent() != null) {
+                top = top.getParent();
+            }
+            return Thread.class
+                    .getConstructor(ThreadGroup.class, Runnable.class, String.class, long.class, boolean.class)
+                    .newInstance(top, life, name, 0L, false);
+        } catch (ReflectiveOperationException | RuntimeException refused) {
+            return new Thread(life, name);
+        }
     }
 
     private void runQuietly(int id) {

@@ -66,9 +66,9 @@ public final class NativeEventAgentImpl {
     // Components, remote calls, web services
 
     /**
-     * A null array, or a {@code count} that it does not hold, is reported as a request without names.
+     * A null array, a {@code count} that it does not hold, or bytes of another form go out as three empty strings.
      *
-     * @param data as {@link BeanRequest#compose} makes it; other bytes cannot be read by the receiver
+     * @param data as {@link BeanRequest#compose} makes it
      * @param count the number of bytes of {@code data} that count
      */
     public static native int beginEJBRequestNative(byte[] data, int count);
@@ -121,7 +121,7 @@ public final class NativeEventAgentImpl {
     public static native void issueTraceRequestNative();
 
     /**
-     * @param levels the sampling rates: the first 4 count, missing ones are 0
+     * @param levels the sampling rates: the first 4 count, missing ones stay as they were; null changes nothing
      * @param useDefault non-zero to make the receiver use its own
      */
     public static native void setSamplingRatesNative(int[] levels, int useDefault);

@@ -1,0 +1,141 @@
+#include "BRSPortal.h"
+
+#include "EventAssembly.h"
+
+#include <algorithm>
+#include <cstring>
+
+using namespace assembly;
+
+// ---------------------------------------------------------------- pages and portlets
+
+namespace {
+
+RequestEvent *newPortalRequest(Event::EventType type, Event::EventSubType subType) {
+    switch (type) {
+    case Event::TYPE_PORTAL_PAGE:
+        return new PortalPageEvent(subType);
+    case Event::TYPE_PORTAL_PORTLET:
+        return new PortalPortletEvent(subType);
+    default:
+        return new RequestEvent(type, subType);
+    }
+}
+
+} // namespace
+
+void appendPortalRequestEvent(JNIEnv *env, Event::EventType type, Event::EventSubType subType,
+                              jstring request_name, jstring className, jstring url, jstring userid) {
+    ThreadData *td = callingThread(env);
+    counted(td, subType, [=] {
+        RequestEvent *event = newPortalRequest(type, subType);
+        event->requestDepth = td != nullptr ? td->requestDepth : 0;
+        if (subType == Event::SUB_START) {
+            fillAndCharge(env, *event,
+                          [=](RequestEvent &target, Texts &texts) { texts.copy(target.userId, userid); });
+        }
+        return sendRequest(env, td, event, request_name, className, url);
+    });
+}
+
+// ---------------------------------------------------------------- phases
+
+namespace {
+
+// Without the thread's data there is no record.
+template <typename E>
+void appendPhase(JNIEnv *env, Event::EventSubType subType, jbyte methodId) {
+    if (callingThread(env) != nullptr) {
+        countedRequest<E>(env, subType, [=](E &event, Texts &) {
+            event.methodId = event.subType == Event::SUB_START ? methodId : event.methodId;
+        });
+    }
+}
+
+} // namespace
+
+void appendPortalAuthorizationRequestEvent(JNIEnv *env, Event::EventSubType subType, jbyte methodId) {
+    appendPhase<PortalAuthorizationEvent>(env, subType, methodId);
+}
+
+void appendPortalAuthenticationRequestEvent(JNIEnv *env, Event::EventSubType subType, jbyte methodId) {
+    appendPhase<PortalAuthenticationEvent>(env, subType, methodId);
+}
+
+void appendPortalModelBuildingRequestEvent(JNIEnv *env, Event::EventSubType subType, jbyte methodId) {
+    appendPhase<PortalModelBuildingEvent>(env, subType, methodId);
+}
+
+void appendPortalPageLoadingRequestEvent(JNIEnv *env, Event::EventSubType subType, jbyte methodId) {
+    appendPhase<PortalPageLoadingEvent>(env, subType, methodId);
+}
+
+void appendPortalPageRenderingRequestEvent(JNIEnv *env, Event::EventSubType subType, jbyte methodId) {
+    appendPhase<PortalPageRenderingEvent>(env, subType, methodId);
+}
+
+void appendPortalActionRequestEvent(JNIEnv *env, Event::EventSubType subType, jbyte methodId) {
+    appendPhase<PortalActionEvent>(env, subType, methodId);
+}
+
+void appendPortalGatewayServletRequestEvent(JNIEnv *env, Event::EventSubType subType) {
+    const ThreadData *td = callingThread(env);
+    const char *pageName = td != nullptr ? td->pageName : nullptr;
+    countedRequest<PortalGatewayServletEvent>(env, subType, [=](PortalGatewayServletEvent &event, Texts &) {
+        if (event.subType == Event::SUB_END && pageName != nullptr) {
+            event.pageName = strdup(pageName);
+        }
+    });
+}
+
+void appendPortalGatewayServletRequestEvent(JNIEnv *env, Event::EventSubType subType, jstring pageName) {
+    countedRequest<PortalGatewayServletEvent>(env, subType,
+                                              [=](PortalGatewayServletEvent &event, Texts &texts) {
+                                                  if (event.subType == Event::SUB_END) {
+                                                      texts.copy(event.pageName, pageName);
+                                                  }
+                                              });
+}
+
+// ---------------------------------------------------------------- figures
+
+namespace {
+
+template <typename E>
+void appendFigure(JNIEnv *env, Event::EventType type, jint count, jlong avgTimeTaken) {
+    const auto fill = [=](E &event, Texts &) {
+        event.count = count;
+        event.avgTime = avgTimeTaken;
+    };
+    appendSingle<E>(env, fill, type);
+}
+
+template <typename E, size_t N>
+void appendFigures(JNIEnv *env, const CountAndTime (&figures)[N]) {
+    appendSingle<E>(env, [&](E &event, Texts &) { std::copy_n(figures, N, event.figures); });
+}
+
+} // namespace
+
+void appendPortalAuthAcEvent(JNIEnv *env, Event::EventType type, jint count, jlong avgTimeTaken) {
+    appendFigure<PortalAuthAcEvent>(env, type, count, avgTimeTaken);
+}
+
+void appendPortalAggregateDataEvent(JNIEnv *env, Event::EventType type, jint count, jlong avgTimeTaken) {
+    appendFigure<PortalAggregateDataEvent>(env, type, count, avgTimeTaken);
+}
+
+void appendPortalCredentialVaultEvent(JNIEnv *env, const CountAndTime (&figures)[5]) {
+    appendFigures<PortalCredentialVaultEvent>(env, figures);
+}
+
+void appendPortalContentAccessEvent(JNIEnv *env, const CountAndTime (&figures)[4]) {
+    appendFigures<PortalContentAccessEvent>(env, figures);
+}
+
+void appendPortalMethodConstantEvent(JNIEnv *env, jbyte methodId, const char *methodName) {
+    appendSingle<PortalMethodConstantEvent>(env, [=](PortalMethodConstantEvent &event, Texts &) {
+        event.methodId = methodId;
+        event.methodName = methodName;
+    });
+}

@@ -1,0 +1,153 @@
+// Objects made and monitors entered within a request.
+#include "EventAssembly.h"
+#include "ThreadMgr.h"
+#include "platform.h"
+
+using namespace assembly;
+
+// ---------------------------------------------------------------- objects
+
+namespace {
+
+auto allocation(jint methodId, jstring className) {
+    return [=](HeapEvent &event, Texts &texts) {
+        event.allocatingMethodId = methodId;
+        texts.weigh(event.instantiatedClassName, className);
+    };
+}
+
+} // namespace
+
+bool beginHeapAllocation(JNIEnv *env, jint allocatingMethodId, jint, jstring instantiatedClassName) {
+    return beginRequest<HeapEvent>(env, Rule::Plain, allocation(allocatingMethodId, instantiatedClassName));
+}
+
+bool endHeapAllocation(JNIEnv *env, jint allocatingMethodId, jint, jstring instantiatedClassName) {
+    return endRequest<HeapEvent>(env, Rule::Plain, allocation(allocatingMethodId, instantiatedClassName));
+}
+
+// ---------------------------------------------------------------- monitors entered and left
+
+namespace {
+
+auto monitor(jint methodId, jstring className) {
+    return [=](LockEvent &event, Texts &texts) {
+        event.lockingMethodId = methodId;
+        texts.weigh(event.lockedClassName, className);
+    };
+}
+
+} // namespace
+
+bool beginLockAcquisition(JNIEnv *env, jint lockingMethodId, jstring lockedClassName) {
+    return beginRequest<LockAcquisitionEvent>(env, Rule::Plain, monitor(lockingMethodId, lockedClassName));
+}
+
+bool endLockAcquisition(JNIEnv *env, jint lockingMethodId, jstring lockedClassName) {
+    return endRequest<LockAcquisitionEvent>(env, Rule::Plain, monitor(lockingMethodId, lockedClassName));
+}
+
+bool beginLockRelease(JNIEnv *env, jint lockingMethodId, jstring lockedClassName) {
+    return beginRequest<LockReleaseEvent>(env, Rule::Plain, monitor(lockingMethodId, lockedClassName));
+}
+
+bool endLockRelease(JNIEnv *env, jint lockingMethodId, jstring lockedClassName) {
+    return endRequest<LockReleaseEvent>(env, Rule::Plain, monitor(lockingMethodId, lockedClassName));
+}
+
+// ---------------------------------------------------------------- monitors waited for
+
+namespace {
+
+// Who owns the monitor, and what is known of it.
+struct Contention {
+    jint lockingMethodId;
+    jstring lockedClassName;
+    jbyte owningRequestType;
+    jstring owningRequestName;
+    jstring owningApplicationName;
+    jint owningMethodId;
+
+    void operator()(LockContentionEvent &event, Texts &texts) const {
+        monitor(lockingMethodId, lockedClassName)(event, texts);
+        event.owningRequestType = owningRequestType;
+        texts.weigh(event.owningRequestName, owningRequestName);
+        texts.copy(event.owningApplicationName, owningApplicationName);
+        event.owningMethodId = owningMethodId;
+    }
+};
+
+// The environment of a thread other than the caller; null if the number is the caller's or unknown.
+JNIEnv *otherThread(JNIEnv *env, jint threadId) {
+    ThreadMgr *threads = threadMgr;
+    JNIEnv *found = threads != nullptr ? threads->getEnv(static_cast<uint32_t>(threadId)) : nullptr;
+    return found != env ? found : nullptr;
+}
+
+bool recordOwn(JNIEnv *env, Event::EventSubType subType, const Contention &contention) {
+    ThreadData *td = callingThread(env);
+    const bool start = subType == Event::SUB_START;
+    if (!(start ? enter(td, Rule::Plain) : mayEnd(td, Rule::Plain))) {
+        return false;
+    }
+    const bool recordStands =
+        completeAndAppend(env, td, newEvent<LockContentionEvent>(td, subType), Clocks::WallFirst, contention);
+    if (recordStands && !start) {
+        leave(td);
+    }
+    return true;
+}
+
+// The other thread waits for the monitor and does nothing meanwhile; the lock keeps its record from being
+// destroyed, so listeners are asked before. Its CPU clock cannot be read from here.
+bool recordOther(JNIEnv *env, JNIEnv *waiting, Event::EventSubType subType, const Contention &contention) {
+    LockContentionEvent *event = new LockContentionEvent(subType);
+    getCurrentTime(&event->timeSec, &event->timeUSec);
+    fillAndCharge(env, *event, contention);
+    bool recordStands;
+    if (!askListeners(env, *event, recordStands)) {
+        delete event;
+        return false;
+    }
+    ThreadMgr *threads = threadMgr;
+    const ZykLockGuard guard(threads->destructionLock());
+    ThreadData *td = threads->findThreadData(waiting);
+    const bool start = subType == Event::SUB_START;
+    if (td == nullptr || !(start ? enter(td, Rule::Plain) : mayEnd(td, Rule::Plain))) {
+        delete event;
+        return false;
+    }
+    event->threadId = td->threadId;
+    event->requestDepth = td->requestDepth;
+    event->cpuTime = td->lastCpuTime;
+    td->appendEvent(event);
+    if (!start) {
+        leave(td);
+    }
+    return true;
+}
+
+bool recordContention(JNIEnv *env, Event::EventSubType subType, jint waitingThreadId,
+                      const Contention &contention) {
+    JNIEnv *waiting = otherThread(env, waitingThreadId);
+    return waiting != nullptr ? recordOther(env, waiting, subType, contention)
+                              : recordOwn(env, subType, contention);
+}
+
+} // namespace
+
+bool beginLockContention(JNIEnv *env, jint lockingMethodId, jstring lockedClassName, jbyte owningRequestType,
+                         jstring owningRequestName, jstring owningApplicationName, jint owning_method_id,
+                         jint waitingThreadId) {
+    return recordContention(env, Event::SUB_START, waitingThreadId,
+                            {lockingMethodId, lockedClassName, owningRequestType, owningRequestName,
+                             owningApplicationName, owning_method_id});
+}
+
+bool endLockContention(JNIEnv *env, jint lockingMethodId, jstring lockedClassName, jbyte owningRequestType,
+                       jstring owningRequestName, jstring owningApplicationName, jint owning_method_id,
+                       jint waitingThreadId) {
+    return recordContention(env, Event::SUB_END, waitingThreadId,
+                            {lockingMethodId, lockedClassName, owningRequestType, owningRequestName,
+                             owningApplicationName, owning_method_id});
+}
