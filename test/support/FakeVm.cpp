@@ -25,62 +25,6 @@ Monitor *monitorOf(jrawMonitorID id) {
     return reinterpret_cast<Monitor *>(id);
 }
 
-jvmtiError JNICALL createMonitor(jvmtiEnv *, const char *, jrawMonitorID *out) {
-    if (failCreation) {
-        return JVMTI_ERROR_OUT_OF_MEMORY;
-    }
-    ++created;
-    ++alive;
-    *out = reinterpret_cast<jrawMonitorID>(new Monitor);
-    return JVMTI_ERROR_NONE;
-}
-
-jvmtiError JNICALL destroyMonitor(jvmtiEnv *, jrawMonitorID id) {
-    --alive;
-    delete monitorOf(id);
-    return JVMTI_ERROR_NONE;
-}
-
-jvmtiError JNICALL enterMonitor(jvmtiEnv *, jrawMonitorID id) {
-    monitorOf(id)->mutex.lock();
-    return JVMTI_ERROR_NONE;
-}
-
-jvmtiError JNICALL exitMonitor(jvmtiEnv *, jrawMonitorID id) {
-    monitorOf(id)->mutex.unlock();
-    return JVMTI_ERROR_NONE;
-}
-
-jvmtiError JNICALL waitMonitor(jvmtiEnv *, jrawMonitorID id, jlong ms) {
-    monitorOf(id)->changed.wait_for(monitorOf(id)->mutex, std::chrono::milliseconds(ms));
-    return JVMTI_ERROR_NONE;
-}
-
-jvmtiError JNICALL notifyMonitor(jvmtiEnv *, jrawMonitorID id) {
-    monitorOf(id)->changed.notify_all();
-    return JVMTI_ERROR_NONE;
-}
-
-jvmtiError JNICALL readCpuTime(jvmtiEnv *, jlong *nanos) {
-    *nanos = cpuTime.fetch_add(1000);
-    return JVMTI_ERROR_NONE;
-}
-
-jvmtiError JNICALL readPhase(jvmtiEnv *, jvmtiPhase *phase) {
-    *phase = JVMTI_PHASE_LIVE;
-    return JVMTI_ERROR_NONE;
-}
-
-jvmtiError JNICALL readErrorName(jvmtiEnv *, jvmtiError, char **name) {
-    *name = strdup("JVMTI_ERROR_OF_A_TEST");
-    return JVMTI_ERROR_NONE;
-}
-
-jvmtiError JNICALL release(jvmtiEnv *, unsigned char *memory) {
-    free(memory);
-    return JVMTI_ERROR_NONE;
-}
-
 jvmtiError JNICALL switchEvent(jvmtiEnv *, jvmtiEventMode, jvmtiEvent, jthread, ...) {
     return JVMTI_ERROR_NONE;
 }
@@ -88,16 +32,52 @@ jvmtiError JNICALL switchEvent(jvmtiEnv *, jvmtiEventMode, jvmtiEvent, jthread, 
 jvmtiEnv *fakeJvmti() {
     static jvmtiInterface_1_ table{};
     static jvmtiEnv environment{};
-    table.CreateRawMonitor = createMonitor;
-    table.DestroyRawMonitor = destroyMonitor;
-    table.RawMonitorEnter = enterMonitor;
-    table.RawMonitorExit = exitMonitor;
-    table.RawMonitorWait = waitMonitor;
-    table.RawMonitorNotifyAll = notifyMonitor;
-    table.GetCurrentThreadCpuTime = readCpuTime;
-    table.GetPhase = readPhase;
-    table.GetErrorName = readErrorName;
-    table.Deallocate = release;
+    table.CreateRawMonitor = [](jvmtiEnv *, const char *, jrawMonitorID *out) {
+        if (failCreation) {
+            return JVMTI_ERROR_OUT_OF_MEMORY;
+        }
+        ++created;
+        ++alive;
+        *out = reinterpret_cast<jrawMonitorID>(new Monitor);
+        return JVMTI_ERROR_NONE;
+    };
+    table.DestroyRawMonitor = [](jvmtiEnv *, jrawMonitorID id) {
+        --alive;
+        delete monitorOf(id);
+        return JVMTI_ERROR_NONE;
+    };
+    table.RawMonitorEnter = [](jvmtiEnv *, jrawMonitorID id) {
+        monitorOf(id)->mutex.lock();
+        return JVMTI_ERROR_NONE;
+    };
+    table.RawMonitorExit = [](jvmtiEnv *, jrawMonitorID id) {
+        monitorOf(id)->mutex.unlock();
+        return JVMTI_ERROR_NONE;
+    };
+    table.RawMonitorWait = [](jvmtiEnv *, jrawMonitorID id, jlong ms) {
+        monitorOf(id)->changed.wait_for(monitorOf(id)->mutex, std::chrono::milliseconds(ms));
+        return JVMTI_ERROR_NONE;
+    };
+    table.RawMonitorNotifyAll = [](jvmtiEnv *, jrawMonitorID id) {
+        monitorOf(id)->changed.notify_all();
+        return JVMTI_ERROR_NONE;
+    };
+    table.GetCurrentThreadCpuTime = [](jvmtiEnv *, jlong *nanos) {
+        *nanos = cpuTime.fetch_add(1000);
+        return JVMTI_ERROR_NONE;
+    };
+    table.GetPhase = [](jvmtiEnv *, jvmtiPhase *phase) {
+        *phase = JVMTI_PHASE_LIVE;
+        return JVMTI_ERROR_NONE;
+    };
+    table.GetErrorName = [](jvmtiEnv *, jvmtiError, char **name) {
+        *name = strdup("JVMTI_ERROR_OF_A_TEST");
+        return JVMTI_ERROR_NONE;
+    };
+    table.Deallocate = [](jvmtiEnv *, unsigned char *memory) {
+        free(memory);
+        return JVMTI_ERROR_NONE;
+    };
     table.SetEventNotificationMode = switchEvent;
     environment.functions = &table;
     return &environment;
@@ -122,10 +102,6 @@ FakeVm::~FakeVm() {
 
 void FakeVm::failMonitorCreation(bool fail) {
     failCreation = fail;
-}
-
-void FakeVm::setCpuTime(jlong nanos) {
-    cpuTime = nanos;
 }
 
 int FakeVm::monitorsCreated() const {

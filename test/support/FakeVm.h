@@ -16,8 +16,6 @@ public:
 
     // The next creations of raw monitors fail.
     void failMonitorCreation(bool fail);
-    // What the thread CPU clock answers next, nanoseconds; it grows by 1000 with each read.
-    void setCpuTime(jlong nanos);
     int monitorsCreated() const;
     int monitorsAlive() const;
 

@@ -4,6 +4,7 @@
 
 #include "ProbeLgKit.h"
 
+#include <algorithm>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -14,6 +15,7 @@ public:
         int level;  // an `LgkLevel`; 0 for a line of plain text
         int number; // of a message; 0 for lines of the trace log
         std::string text;
+        std::string format; // as it stands in the code
     };
 
     // Records from `traceLevel` up are let through.
@@ -26,11 +28,19 @@ public:
     std::vector<std::string> texts() const;
     std::vector<int> numbers() const; // of the messages
     bool has(const std::string &text) const;
+    int count(const std::string &format) const; // lines of that format
+    int messages(int number) const;
     void clear();
 
-    void keep(int level, int number, const std::string &text);
+    void keep(Line line);
 
 private:
+    template <typename Wanted>
+    int countIf(Wanted wanted) const {
+        const std::lock_guard<std::mutex> guard(mutex);
+        return static_cast<int>(std::count_if(kept.begin(), kept.end(), wanted));
+    }
+
     mutable std::mutex mutex;
     std::vector<Line> kept;
     LgkApi oldApi;

@@ -123,7 +123,7 @@ TEST_P(EveryEvent, ArrivesOnceAndInOrder) {
         EXPECT_EQ(EVENTS, life.second) << life.first;
     }
     EXPECT_EQ(0, log.messages(1041));
-    EXPECT_EQ(0, log.lines(TOO_SMALL));
+    EXPECT_EQ(0, log.count(TOO_SMALL));
 }
 
 INSTANTIATE_TEST_SUITE_P(Shapes, EveryEvent,
@@ -161,7 +161,7 @@ TEST_F(EventAgentTest, AnEventLargerThanAPacketGoesAlone) {
         FakeJni jni;
         ThreadData *td = threadOf(jni);
         const std::string tooLong(ROOM - SQL_RECORD + 1, 'x');
-        const int before = log.lines(TOO_SMALL);
+        const int before = log.count(TOO_SMALL);
         for (const std::string &text : {tooLong, std::string("one"), tooLong, tooLong, std::string("two")}) {
             td->appendEvent(sqlStart(td, text));
         }
@@ -169,7 +169,7 @@ TEST_F(EventAgentTest, AnEventLargerThanAPacketGoesAlone) {
         td->appendEvent(sqlStart(td, "three"));
         stepper.release();
         EXPECT_EQ((std::vector<std::string>{"one", "two", "three"}), textsAfter(3));
-        EXPECT_EQ(3, log.lines(TOO_SMALL) - before);
+        EXPECT_EQ(3, log.count(TOO_SMALL) - before);
         EXPECT_TRUE(eventually([this] { return pump()->getTotalDataSize() == 0; }));
         stop();
         NetworkAgentMgr::destroy();
@@ -180,9 +180,21 @@ TEST_F(EventAgentTest, AnEventLargerThanAPacketGoesAlone) {
 
 // ---------------------------------------------------------------- queues that are too long
 
+using Make = Event *(*)(Event::EventSubType);
+
+template <typename E>
+Event *make(Event::EventSubType subType) {
+    return new E(subType);
+}
+
+constexpr Make SQL = make<SQLEvent>;
+constexpr Make METHOD = make<MethodEvent>;
+constexpr Make HTTP = make<HttpEvent>;
+constexpr Make SAMPLING = [](Event::EventSubType) -> Event * { return new SamplingEvent; };
+
 struct Overfull {
     const char *name;
-    std::vector<Event::EventType> oldest; // in front of a full queue
+    std::vector<Make> oldest; // in front of a full queue
     Event::EventSubType subType;
     std::vector<uint32_t> counters; // of the record that tells of drops; empty: there is none
     int messages;
@@ -197,24 +209,9 @@ TEST_P(AnOverfullQueue, LosesItsOldestAndSaysSo) {
     FakeJni jni;
     ThreadData *td = threadOf(jni);
     int kept = 0;
-    for (const Event::EventType type : GetParam().oldest) {
-        Event *evt = nullptr;
-        switch (type) {
-        case Event::TYPE_SAMPLING:
-            evt = new SamplingEvent;
-            ++kept;
-            break;
-        case Event::TYPE_METHOD:
-            evt = new MethodEvent(GetParam().subType);
-            break;
-        case Event::TYPE_SQL:
-            evt = new SQLEvent(GetParam().subType);
-            break;
-        default:
-            evt = new HttpEvent(GetParam().subType);
-            break;
-        }
-        td->appendEvent(evt);
+    for (const Make oldest : GetParam().oldest) {
+        kept += oldest == SAMPLING ? 1 : 0;
+        td->appendEvent(oldest(GetParam().subType));
     }
     for (int i = 0; i < LIMIT; ++i) {
         td->appendEvent(sqlStart(td, std::to_string(i)));
@@ -242,24 +239,13 @@ TEST_P(AnOverfullQueue, LosesItsOldestAndSaysSo) {
 
 INSTANTIATE_TEST_SUITE_P(
     Cases, AnOverfullQueue,
-    ::testing::Values(Overfull{"OneOfEach",
-                               {Event::TYPE_SQL, Event::TYPE_METHOD, Event::TYPE_HTTP, Event::TYPE_HTTP},
-                               Event::SUB_START,
-                               {2, 0, 1, 0, 1, 0},
-                               1},
-                      Overfull{"Ends",
-                               {Event::TYPE_SQL, Event::TYPE_SQL, Event::TYPE_METHOD, Event::TYPE_HTTP},
-                               Event::SUB_END,
-                               {0, 1, 0, 1, 0, 2},
-                               1},
-                      Overfull{"ProtectedBetween",
-                               {Event::TYPE_SAMPLING, Event::TYPE_SQL, Event::TYPE_SAMPLING},
-                               Event::SUB_START,
-                               {0, 0, 0, 0, 1, 0},
-                               1},
-                      Overfull{"OnlyProtected", {Event::TYPE_SAMPLING}, Event::SUB_START, {}, 0},
-                      Overfull{"CountedNowhere", {Event::TYPE_SQL}, Event::SUB_ALONE, {}, 1},
-                      Overfull{"WithinTheLimit", {}, Event::SUB_START, {}, 0}),
+    ::testing::Values(
+        Overfull{"OneOfEach", {SQL, METHOD, HTTP, HTTP}, Event::SUB_START, {2, 0, 1, 0, 1, 0}, 1},
+        Overfull{"Ends", {SQL, SQL, METHOD, HTTP}, Event::SUB_END, {0, 1, 0, 1, 0, 2}, 1},
+        Overfull{"ProtectedBetween", {SAMPLING, SQL, SAMPLING}, Event::SUB_START, {0, 0, 0, 0, 1, 0}, 1},
+        Overfull{"OnlyProtected", {SAMPLING}, Event::SUB_START, {}, 0},
+        Overfull{"CountedNowhere", {SQL}, Event::SUB_ALONE, {}, 1},
+        Overfull{"WithinTheLimit", {}, Event::SUB_START, {}, 0}),
     [](const auto &info) { return std::string(info.param.name); });
 
 // However much room the packet has left, the record of drops stands in it whole, or at the head of the next.
@@ -414,7 +400,7 @@ TEST_F(EventAgentTest, ALostConnectionBringsTheInitialDataAgain) {
     }));
     td->appendEvent(sqlStart(td, "last"));
     ASSERT_TRUE(receivesText("last"));
-    Walker again(afterInitialBlock(server->bytes(1)));
+    const Stream again(server->bytes(1));
     EXPECT_EQ(1, std::count_if(again.records.begin(), again.records.end(),
                                [](const Received &record) { return record.type == 39; }));
 }
@@ -437,15 +423,6 @@ TEST_F(EventAgentTest, WithoutSleepAPassFollowsASentPacketAndAStopWakesTheSleepe
     std::this_thread::sleep_for(milliseconds(20));
     stop();
     EXPECT_GT(20000, millisSince(begin));
-}
-
-TEST_F(EventAgentTest, UnusableSettingsBecomeTheDefaults) {
-    for (const char *bad : {"0", "-1", "none"}) {
-        properties.set("internal.probe.publishing.frequency", bad);
-        properties.set("internal.probe.event.packet.size", bad);
-        const EventAgent agent(0);
-        EXPECT_EQ(2000, agent.getSleepTime()) << bad;
-    }
 }
 
 // An environment whose thread another agent lists already: one queue, one reader.
@@ -490,7 +467,7 @@ TEST_F(EventAgentTest, CyclesOfStartAndStopUnderLoadLeaveNothing) {
         producing.open();
         EXPECT_TRUE(eventually([this, cycle] {
             return server->count() > static_cast<size_t>(cycle) &&
-                   Walker(afterInitialBlock(server->bytes(static_cast<size_t>(cycle)))).records.size() > 500;
+                   Stream(server->bytes(static_cast<size_t>(cycle))).records.size() > 500;
         }));
         producing.close();
         EXPECT_TRUE(eventually([&] { return producing.isEmpty(); }));

@@ -12,12 +12,8 @@ constexpr char STARTED[] = "Event Agent Thread Started...";
 class EvtAgentMgrTest : public PumpTest {
 protected:
     EvtAgentMgrTest() { eaTracer = traceLogger.get(); }
-    ~EvtAgentMgrTest() override {
-        stop();
-        eaTracer = nullptr;
-    }
     bool agentsRun(int count) {
-        return eventually([&] { return log.lines(STARTED) == count; });
+        return eventually([&] { return log.count(STARTED) == count; });
     }
     std::vector<int> nextIndexes(int count) {
         std::vector<int> indexes;
@@ -64,14 +60,6 @@ TEST_F(EvtAgentMgrTest, TakesThreadsOnlyWhileTheLeaderRuns) {
     unlisted.isAlive = false;
 }
 
-TEST_F(EvtAgentMgrTest, AnAgentThatDoesNotRunRefusesThreads) {
-    EventAgent agent(0);
-    ThreadData td(nullptr);
-    EXPECT_FALSE(agent.manageThreadData(&td));
-    EXPECT_EQ(1, log.messages(1040));
-    td.isAlive = false;
-}
-
 TEST_F(EvtAgentMgrTest, BadIdsAndSecondThreadsComeBackAtOnce) {
     properties.set("eventagent.pool.size", "2");
     start();
@@ -81,14 +69,14 @@ TEST_F(EvtAgentMgrTest, BadIdsAndSecondThreadsComeBackAtOnce) {
         pump()->startEvtAgent(jni.get(), id);
         pump()->stopEvtAgent(id);
     }
-    EXPECT_EQ(5, log.lines(BAD_START));
-    EXPECT_EQ(5, log.lines("Trying to stop event agent with improper ID: %d [0-%d]"));
+    EXPECT_EQ(5, log.count(BAD_START));
+    EXPECT_EQ(5, log.count("Trying to stop event agent with improper ID: %d [0-%d]"));
     pump()->startEvtAgent(jni.get(), 0);
-    EXPECT_EQ(2, log.lines(STARTED)) << "agent 0 has its thread";
+    EXPECT_EQ(2, log.count(STARTED)) << "agent 0 has its thread";
     stop();
     pump()->startEvtAgent(jni.get(), 0);
     pump()->stopEvtAgent(0);
-    EXPECT_EQ(2, log.lines(STARTED)) << "the pool is closed";
+    EXPECT_EQ(2, log.count(STARTED)) << "the pool is closed";
     EXPECT_EQ(1, log.messages(1046));
     EXPECT_EQ(1, log.messages(1047));
 }
@@ -131,25 +119,73 @@ TEST_F(EvtAgentMgrTest, CountsWhatIsQueued) {
     EXPECT_EQ(0, pump()->getSleepTime());
 }
 
-TEST_F(EvtAgentMgrTest, PrioritiesAreSetOnTheJavaSide) {
-    FakeJni jni;
-    EvtAgentMgr::create();
-    EXPECT_TRUE(pump()->setThreadPriority(jni.get(), 8));
-    EXPECT_EQ(1, FakeJni::calls);
-    EXPECT_FALSE(pump()->setThreadPriority(nullptr, 8));
+// Agent 1 is held while the leader goes on: what its threads queue counts all the same, also for a caller
+// that polls, until it has gone.
+TEST_F(EvtAgentMgrTest, ChecksForgetNoGrowth) {
+    properties.set("eventagent.pool.size", "2");
+    properties.set("internal.probe.event.packet.size", "1");
+    properties.set("internal.memory.limit", "5"); // 4,002,048 of it are fixed
+    start();
+    ASSERT_TRUE(agentsRun(2));
+    FakeJni first, second, third, fourth;
+    ThreadData *td = nullptr;
+    for (FakeJni *jni : {&first, &second, &third, &fourth}) {
+        td = threadOf(*jni);
+    }
+    const auto grow = [](ThreadData *thr, int events) {
+        for (int i = 0; i < events; ++i) {
+            SQLEvent *evt = new SQLEvent(Event::SUB_START);
+            evt->size = 30000;
+            thr->appendEvent(evt);
+            pump()->getTotalBytesConsumed();
+        }
+    };
+    threadOf(second)->appendEvent(new SQLEvent(Event::SUB_START));
+    {
+        const ZykLockGuard held(threadMgr.get()->destructionLock());
+        endThread(second); // agent 1 gets as far as its destruction
+        ASSERT_TRUE(eventually([] { return pump()->getNumberOfEvents() == 0; }));
+        for (const int events : {15, 15, 5}) {
+            EXPECT_FALSE(notAccepting);
+            grow(td, events);
+            std::this_thread::sleep_for(milliseconds(30)); // passes of the leader
+        }
+        EXPECT_TRUE(notAccepting);
+        EXPECT_LE(5000000U, pump()->getTotalBytesConsumed());
+    }
+    endThread(fourth);
+    for (int life = 0; life < 5000; ++life) { // some between the looks that one pass takes
+        FakeJni shortLived;
+        grow(threadOf(shortLived), 1);
+        endThread(shortLived);
+    }
+    EXPECT_TRUE(eventually([] { return !notAccepting && memoryMonitor->getEventBytes() == 0; }));
 }
 
-TEST_F(EvtAgentMgrTest, TellsStatisticsAtTheirPace) {
-    properties.set("log.statistics.frequency", "1");
-    properties.set("eventagent.pool.size", "2");
-    setStatisticsEnabled(true);
+TEST_F(EvtAgentMgrTest, ANewSleepTimeWakesTheSleepers) {
+    properties.set("networkagent.publish.frequency", "60000");
+    properties.set("internal.probe.publishing.frequency", "60000");
+    server.emplace();
+    startAndWait();
+    NetworkClient probe;
+    ASSERT_TRUE(eventually([&] { return mgr->isConnected(&probe); }));
+    FakeJni jni;
+    ThreadData *td = threadOf(jni);
+    td->appendEvent(sqlStart(td, "woken"));
+    std::this_thread::sleep_for(milliseconds(100));
+    EXPECT_TRUE(received().empty());
+    mgr->setSleepTime(1);
+    pump()->setSleepTime(1);
+    EXPECT_TRUE(receivesText("woken"));
+}
+
+TEST_F(EvtAgentMgrTest, ALargePoolStopsAsOne) {
+    properties.set("eventagent.pool.size", "8");
     start();
-    constexpr char SUM[] = "## EAMgr: Statistics across all EA's: Total EA events: %ld EA Event Memory: %ld "
-                           "Total Sink Memory: %ld";
-    EXPECT_TRUE(eventually([&] { return log.lines(SUM) >= 2; }));
+    ASSERT_TRUE(agentsRun(8));
+    const auto begin = Clock::now();
     stop();
-    EXPECT_EQ(2 * log.lines(SUM), log.lines("EA id: %d MemoryUsed: %ld Events: %ld "));
-    setStatisticsEnabled(false);
+    EXPECT_GT(5000, millisSince(begin));
 }
 
 // The threads of the pool, their owner and callers of all kinds meet at a stop: nobody may touch what is

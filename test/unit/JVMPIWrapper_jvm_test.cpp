@@ -49,44 +49,4 @@ TEST_F(RealInterface, ThreadAndGroupNames) {
     EXPECT_THAT(log.texts(), testing::ElementsAre(HasSubstr("JVMTI_ERROR_INVALID_THREAD")));
 }
 
-// The probe's stop disables all four; a JVM without the capability for two of them does not mind.
-TEST_F(RealInterface, EventsSwitchWithoutComplaint) {
-    const RecordedLog log(LGK_ERROR);
-    for (const int event : {33, 34, 35, 46}) {
-        EXPECT_EQ(0, skin.wrapper.EnableEvent(event, nullptr));
-    }
-    for (const int event : {33, 34, 35, 46, 60, 61}) {
-        EXPECT_EQ(0, skin.wrapper.DisableEvent(event, nullptr));
-    }
-    EXPECT_THAT(log.texts(), IsEmpty());
-}
-
-TEST_F(RealInterface, LocksExcludeWaitAndReport) {
-    const RecordedLog log(LGK_ERROR);
-    ASSERT_TRUE(ZykLock::populateGlobalLock());
-    ZykLock lock(false);
-    int shared = 0;
-    std::vector<std::thread> threads;
-    for (int t = 0; t < 4; ++t) {
-        threads.emplace_back([&] {
-            RealJvm::onJavaThread([&](JNIEnv *) {
-                for (int i = 0; i < 2000; ++i) {
-                    const ZykLockGuard outer(lock);
-                    const ZykLockGuard inner(lock);
-                    ++shared;
-                }
-            });
-        });
-    }
-    for (std::thread &thread : threads) {
-        thread.join();
-    }
-    EXPECT_EQ(8000, shared);
-    waitOnLocalLock(20);
-    EXPECT_THAT(log.texts(), IsEmpty());
-    lock.unlock(); // held by nobody: the JVM refuses, and that is told
-    EXPECT_THAT(log.texts(), testing::ElementsAre(HasSubstr("JVMTI_ERROR_NOT_MONITOR_OWNER")));
-    EXPECT_TRUE(ZykLock::destroyGlobalLock());
-}
-
 } // namespace

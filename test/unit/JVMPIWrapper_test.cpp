@@ -7,8 +7,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <memory>
-
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -39,27 +37,6 @@ TEST(JvmpiWrapper, WorksInItsPhasesOnly) {
         EXPECT_EQ(c.monitors ? 0U : 2U, log.lines().size()) << c.phase;
         EXPECT_EQ(!c.monitors, log.has(refusal));
         EXPECT_EQ(c.clock, events.GetCurrentThreadCpuTime() > 0) << c.phase;
-    }
-}
-
-TEST(JvmpiWrapper, NullMonitorsAreLoggedNoOps) {
-    FakeVm vm;
-    JVMPIWrapper &events = vm.wrapper;
-    const RecordedLog log;
-    EXPECT_EQ(nullptr, events.RawMonitorCreate(nullptr));
-    events.RawMonitorEnter(nullptr);
-    events.RawMonitorExit(nullptr);
-    events.RawMonitorWait(nullptr, 1);
-    events.RawMonitorNotifyAll(nullptr);
-    events.RawMonitorDestroy(nullptr);
-    EXPECT_THAT(log.texts(), ElementsAre("Invalid Monitor Name, Monitor name is NULL \n",
-                                         "NULL Monitor passed to RawMonitorEnter \n",
-                                         "NULL Monitor passed to RawMonitorExit \n",
-                                         "NULL Monitor passed to RawMonitorExit \n",
-                                         "NULL Monitor passed to  RawMonitorNotifyAll\n",
-                                         "NULL Monitor passed to  RawMonitorDestroy\n"));
-    for (const RecordedLog::Line &line : log.lines()) {
-        EXPECT_EQ(LGK_ERROR, line.level);
     }
 }
 
@@ -109,15 +86,10 @@ TEST(JvmpiWrapper, SwitchesTheEventsItKnows) {
 
 // ---------------------------------------------------------------- substitute JVM
 
+constexpr jint DIAGNOSTICS = 0x7f000001;
 jint diagnosticsResult = 0;
-jint askedVersion = 0;
 
-jint JNICALL diagnosticsEnv(JavaVM *, void **, jint version) {
-    askedVersion = version;
-    return diagnosticsResult;
-}
-
-TEST(SubstituteJvm, AnswersForTheOldInterfacesOnly) {
+TEST(SubstituteJvm, AnswersForTheOldInterfacesAndPassesDiagnosticsOn) {
     FakeVm vm;
     initializeJVMWrapper();
     const RecordedLog log;
@@ -135,39 +107,20 @@ TEST(SubstituteJvm, AnswersForTheOldInterfacesOnly) {
     for (const jint version : {0x10000000, 0x10000004, 0x30010166, JNI_VERSION_1_8}) {
         EXPECT_EQ(-1, fakeJvm->GetEnv(&found, version));
     }
-    EXPECT_EQ(
-        std::vector<std::string>(4, "No other interfaces but for JVMPI & JVMDG are supported in this JVMTI "
-                                    "mode in AM Library \n"),
-        log.texts());
-}
-
-TEST(SubstituteJvm, PassesDiagnosticsOnToTheRealOne) {
-    FakeVm vm;
-    initializeJVMWrapper();
+    EXPECT_EQ(4, log.count("No other interfaces but for JVMPI & JVMDG are supported in this JVMTI mode in AM "
+                           "Library \n"));
+    EXPECT_EQ(-1, fakeJvm->GetEnv(&found, DIAGNOSTICS)); // there is no JVM to ask
     JNIInvokeInterface_ table{};
-    table.GetEnv = diagnosticsEnv;
+    table.GetEnv = [](JavaVM *, void **, jint version) {
+        EXPECT_EQ(DIAGNOSTICS, version);
+        return diagnosticsResult;
+    };
     JavaVM real{&table};
-    void *found = nullptr;
-    EXPECT_EQ(-1, fakeJvm->GetEnv(&found, 0x7f000001)); // there is none
     vm.wrapper.realJvm = &real;
     for (const auto &[answer, wanted] : std::vector<std::pair<jint, jint>>{{0, 0}, {3, 0}, {-2, -1}}) {
         diagnosticsResult = answer;
-        EXPECT_EQ(wanted, fakeJvm->GetEnv(&found, 0x7f000001));
-        EXPECT_EQ(0x7f000001, askedVersion);
+        EXPECT_EQ(wanted, fakeJvm->GetEnv(&found, DIAGNOSTICS));
     }
-}
-
-TEST(SubstituteJvm, GoesWithItsWrapper) {
-    initializeJVMWrapper();
-    JVMPIWrapper *old = jvmpiWrapper;
-    auto wrapper = std::make_unique<JVMPIWrapper>(JVMTI_PHASE_LIVE);
-    { const JVMPIWrapper stranger(JVMTI_PHASE_LIVE); }
-    EXPECT_NE(nullptr, fakeJvm); // only the one instance takes it along
-    jvmpiWrapper = wrapper.get();
-    wrapper.reset();
-    EXPECT_EQ(nullptr, fakeJvm);
-    EXPECT_EQ(nullptr, jvmpiWrapper.get());
-    jvmpiWrapper = old;
 }
 
 } // namespace

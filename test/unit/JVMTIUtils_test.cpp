@@ -9,9 +9,7 @@
 
 #include <cstdlib>
 
-using testing::ElementsAre;
 using testing::IsEmpty;
-using testing::Pair;
 
 namespace {
 
@@ -48,51 +46,10 @@ TEST(JvmtiErrors, AreLoggedButForRacesAtShutdown) {
     }
 }
 
-TEST(JvmtiUtils, DoNothingWithoutAnEnvironment) {
-    jvmtiEnv *old = jvmti;
-    jvmti = nullptr;
-    testing::internal::CaptureStderr();
-    checkJvmtiError(JVMTI_ERROR_INTERNAL, "F", 1, "M");
-    EXPECT_EQ("ERROR: JVMTI Error Occurred, Error No: 113 File: F Line: 1 Msg: M \n",
-              testing::internal::GetCapturedStderr());
-    EXPECT_EQ(nullptr, getErrorName(JVMTI_ERROR_INTERNAL));
-    unsigned char *memory = nullptr;
-    AllocateJVMTIMemory(8, &memory);
-    EXPECT_EQ(nullptr, memory);
-    freeJVMTIMemory(memory);
-    enableThreadAndClassEvents();
-    disableAllEvents();
-    relinquishCapabilities();
-    jvmti = old;
-}
-
 struct NoProcessor : GCProcessor {
     void gcStart() override {}
     void gcFinish() override {}
 };
-
-TEST(JvmtiUtils, EventsAreSwitchedInTheirOrder) {
-    const FakeVm vm;
-    const RecordedJvmti recorded;
-    const auto numbers = [] {
-        std::vector<std::pair<int, int>> result;
-        for (const RecordedJvmti::Switch &one : RecordedJvmti::switches) {
-            result.emplace_back(one.first, one.second);
-        }
-        RecordedJvmti::switches.clear();
-        return result;
-    };
-    enableThreadAndClassEvents();
-    EXPECT_THAT(numbers(), ElementsAre(Pair(1, 52), Pair(1, 53), Pair(1, 54)));
-    NoProcessor processor;
-    gcProcessor = &processor;
-    enableThreadAndClassEvents();
-    gcProcessor = nullptr;
-    EXPECT_THAT(numbers(), ElementsAre(Pair(1, 52), Pair(1, 53), Pair(1, 54), Pair(1, 81), Pair(1, 82)));
-    disableAllEvents();
-    EXPECT_THAT(numbers(),
-                ElementsAre(Pair(0, 52), Pair(0, 53), Pair(0, 54), Pair(0, 81), Pair(0, 82), Pair(0, 71)));
-}
 
 TEST(Signatures, BecomeJavaText) {
     struct Case {
@@ -103,14 +60,6 @@ TEST(Signatures, BecomeJavaText) {
     };
     const Case cases[] = {
         {"[[I", 0, "int[][]", 3},
-        {"B", 0, "byte", 1},
-        {"C", 0, "char", 1},
-        {"D", 0, "double", 1},
-        {"F", 0, "float", 1},
-        {"J", 0, "long", 1},
-        {"S", 0, "short", 1},
-        {"V", 0, "void", 1},
-        {"Z", 0, "boolean", 1},
         {"(I[Ljava/lang/String;Z)V", 2, "java.lang.String[]", 21},
         {"(I[Ljava/lang/String;Z)V", 21, "boolean", 22},
         {"LFoo$Bar;", 0, "Foo$Bar", 9},
@@ -123,6 +72,12 @@ TEST(Signatures, BecomeJavaText) {
         EXPECT_EQ(c.behind, translateSignature(c.signature, c.index, out)) << c.signature;
         EXPECT_EQ(std::string("x") + c.text, out);
     }
+    std::string primitives;
+    for (size_t at = 0; at < 9;) {
+        at = translateSignature("BCDFIJSVZ", at, primitives);
+        primitives += ' ';
+    }
+    EXPECT_EQ("byte char double float int long short void boolean ", primitives);
     EXPECT_THAT(log.texts(), IsEmpty());
     for (const char *bad : {"Q;", "", "[[", ")V"}) {
         std::string out = "x";

@@ -20,8 +20,6 @@ TEST(LockAgentMgr, WaitsForTheInterface) {
         EXPECT_THAT(log.texts(), ElementsAre("initializeAfterJVMPI was called before JVMPI was initialized"));
         lockAgentMgr->start();
         lockAgentMgr->stop();
-        EXPECT_TRUE(log.has("LockAgentMgr started"));
-        EXPECT_TRUE(log.has("LockAgentMgr stopped"));
     }
     eventInterface = old;
     const FakeVm vm;

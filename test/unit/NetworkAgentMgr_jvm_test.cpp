@@ -1,7 +1,7 @@
 #include "NetworkAgentMgr.h"
 
 #include "RealJvm.h"
-#include "jnihelp.h"
+#include "RecordedTrace.h"
 #include "net_test_support.h"
 
 using namespace net_test;
@@ -76,24 +76,8 @@ protected:
     std::shared_ptr<const PSDetails> lookUp(int failuresSoFar = 0) {
         return mgr->getPSDetailsFromKernel(env, failuresSoFar, nullptr);
     }
-    std::string takeBuffers() {
-        const LocalRef<jclass> recorder(env, env->FindClass("amtest/RecordedBuffers"));
-        const jmethodID take = findStaticMethod(env, recorder.get(), "take", "()Ljava/lang/String;");
-        const LocalRef<jobject> text(env, env->CallStaticObjectMethod(recorder.get(), take));
-        EXPECT_FALSE(clearException(env));
-        std::unique_ptr<char, decltype(&free)> copy(jniStringCopy(env, static_cast<jstring>(text.get())),
-                                                    free);
-        return copy.get();
-    }
-    void recordBuffers(bool failing) {
-        const LocalRef<jclass> recorder(env, env->FindClass("amtest/RecordedBuffers"));
-        const jmethodID install = findStaticMethod(env, recorder.get(), "install", "(Z)V");
-        env->CallStaticVoidMethod(recorder.get(), install, failing);
-        EXPECT_FALSE(clearException(env));
-    }
-
     RealVmSkin skin;
-    LogRecorder log;
+    RecordedLog log;
     JNIEnv *env;
     Properties properties;
     NetworkAgentMgr *mgr;
@@ -146,7 +130,7 @@ TEST_F(NetworkJvmTest, FailingLookupGivesNoAnswerAndLeavesNoException) {
         }
         EXPECT_FALSE(env->ExceptionCheck()) << member.name;
     }
-    EXPECT_EQ(1, log.lines("PS Lookup was successful but hostName field id was not found"));
+    EXPECT_EQ(1, log.count("PS Lookup was successful but hostName field id was not found"));
     EXPECT_NE(nullptr, lookUp());
 }
 
@@ -165,7 +149,7 @@ TEST_F(NetworkJvmTest, AgentOnAJavaThreadFindsTheServerAndTracesItsBuffers) {
         env, env->FindClass("com/qel/morvex/norak/dc/networkagent/NativeNetworkAgentImpl"));
     ASSERT_TRUE(owner);
     NATIVE(setNetworkTrace)(env, owner.get(), 1);
-    recordBuffers(false);
+    installTrace(env, false);
     mgr->start();
     EXPECT_EQ(1, NATIVE(getNetAgentCountNative)(env, owner.get()));
     std::thread agent([] {
@@ -178,16 +162,16 @@ TEST_F(NetworkJvmTest, AgentOnAJavaThreadFindsTheServerAndTracesItsBuffers) {
         EXPECT_TRUE(eventually([&] {
             return afterInitialBlock(server.bytes(0)).find(packet) != std::string::npos;
         })) << packet;
-        EXPECT_EQ(traced, takeBuffers());
+        EXPECT_EQ(traced, takeTrace(env));
     };
     sendAndSee("first", "[first]");
-    recordBuffers(true);
+    installTrace(env, true);
     sendAndSee("second", "[second]");
     NATIVE(setNetworkTrace)(env, owner.get(), 0);
     sendAndSee("third", "");
     EXPECT_TRUE(mgr->isClassDataSent());
     NATIVE(stopThreadNative)(env, owner.get(), 0);
     agent.join();
-    EXPECT_EQ(1, log.lines("Network Agent Thread Stopped"));
+    EXPECT_EQ(1, log.count("Network Agent Thread Stopped"));
 #undef NATIVE
 }

@@ -2,6 +2,7 @@
 
 #include "ChildRun.h"
 #include "RecordedLog.h"
+#include "TempDir.h"
 #include "cmdline.h"
 
 #include <gmock/gmock.h>
@@ -9,8 +10,6 @@
 
 #include <cstdlib>
 #include <dlfcn.h>
-#include <filesystem>
-#include <fstream>
 #include <jni.h>
 #include <sstream>
 
@@ -99,24 +98,11 @@ const std::string TRACERS = "logger.dc.na.trace.level=1000\nlogger.dc.ea.trace.l
                             "logger.dc.ca.trace.level=3000\nlogger.dc.cc.trace.level=4000\n"
                             "logger.dc.gc.trace.level=3000\n";
 
-std::string contentOf(const fs::path &file) {
-    std::ostringstream text;
-    text << std::ifstream(file).rdbuf();
-    return text.str();
-}
-
 // Files of one installation; the child finds them by the variable that `child` sets.
 class Installation {
 public:
-    Installation() {
-        std::string name = (fs::temp_directory_path() / "am-lgkit-XXXXXX").string();
-        root = mkdtemp(name.data());
-    }
-    ~Installation() { fs::remove_all(root); }
-
     void add(const std::string &directory, const std::string &properties) const {
-        fs::create_directories(root / directory);
-        std::ofstream(root / directory / "zyk-lgkit.properties") << properties;
+        files.write(directory + "/zyk-lgkit.properties", properties);
     }
     // A child that finds the toolkit on the library path.
     ChildRun child(std::map<std::string, std::string> environment = {},
@@ -127,7 +113,8 @@ public:
     }
     fs::path logDirectory(const std::string &qualifier) const { return root / "common/ZYK/logs" / qualifier; }
 
-    fs::path root;
+    TempDir files;
+    const fs::path root = files.path;
 };
 
 void openInChild(const char *node = "node", const char *server = "server") {
@@ -186,8 +173,8 @@ TEST(Toolkit, WritesBelowTheCommonDirectoryOfTheServer) {
         EXPECT_EQ(c.qualifier + " 1 " + c.catalog + " " + c.nlsBefore + own, child.out);
         EXPECT_EQ("", child.err);
         const fs::path logs = installation.logDirectory(c.qualifier);
-        EXPECT_THAT(contentOf(logs / "dc-msg.log"), HasSubstr("a message 5"));
-        const std::string trace = contentOf(logs / "dc-native.log"); // its fileName was empty
+        EXPECT_THAT(TempDir::read(logs / "dc-msg.log"), HasSubstr("a message 5"));
+        const std::string trace = TempDir::read(logs / "dc-native.log"); // its fileName was empty
         EXPECT_THAT(trace, HasSubstr("traced finely"));
         EXPECT_THAT(trace, HasSubstr("plain line"));
         EXPECT_THAT(trace, testing::Not(HasSubstr("not let through")));
@@ -210,31 +197,6 @@ TEST(Toolkit, LongNamesAreCut) {
     EXPECT_EQ(longName + ".", child.out);
     ChildRun withInstance = installation.child({{"QUALDIR", longName}}, {"-Doracle.ons.indexid=77"});
     EXPECT_EQ(longName + ".", runInChild(withInstance).out);
-}
-
-TEST(Toolkit, LooksForItsPropertyFileInThreePlaces) {
-    if (inChild()) {
-        openInChild();
-        printf("%s %d", msgLogger != nullptr ? "open" : "closed", messageSet());
-        messageInfo(1001, "harmless");
-        return;
-    }
-    const Installation installation;
-    const std::string toolkitFile = (installation.root / "toolkit/etc/zyk-lgkit.properties").string();
-    const std::string homeFile = (installation.root / "home/etc/zyk-lgkit.properties").string();
-    const std::string warning = "WARN: Could not open Toolkit. please check if lgkit property file " +
-                                toolkitFile + " exists. Trying " + homeFile + " \n";
-    const std::string error =
-        "ERROR: Could not open Toolkit. please check if lgkit property file " + homeFile + " exists. \n";
-    const std::string properties = MESSAGE_LOG + TRACERS + TRACE_LOG;
-    EXPECT_EQ(warning + error + "closed 1", runInChild(installation.child()).out);
-    installation.add("home/etc", properties);
-    EXPECT_EQ(warning + "open 1", runInChild(installation.child()).out);
-    installation.add("toolkit/etc", properties);
-    EXPECT_EQ("open 1", runInChild(installation.child()).out);
-    fs::remove_all(installation.root / "toolkit");
-    installation.add("runtime", properties);
-    EXPECT_EQ("open 1", runInChild(installation.child()).out);
 }
 
 // The first object that is missing ends the opening; what came before stays usable.
@@ -301,33 +263,9 @@ TEST(Toolkit, NeverWritesIntoTheWorkingDirectory) {
         const Installation installation;
         installation.add("runtime", row.properties);
         EXPECT_EQ(0, runInChild(installation.child(row.environment)).status);
-        EXPECT_THAT(contentOf(installation.root / row.log), HasSubstr("a message"));
+        EXPECT_THAT(TempDir::read(installation.root / row.log), HasSubstr("a message"));
         EXPECT_FALSE(fs::exists(installation.root / "work/dc-msg.log"));
     }
-}
-
-// Without any, or with a part of, the three libraries logging is silent; beside the program they are found.
-TEST(Toolkit, IsBoundBesideTheProgramOrNotAtAll) {
-    if (inChild()) {
-        openInChild();
-        messageError(1002, "harmless");
-        AM_TRACE(ccTracer, LGK_ERROR, "f()", "harmless");
-        printf("%s", msgLogger != nullptr ? "open" : "closed");
-        return;
-    }
-    const Installation installation;
-    installation.add("runtime", MESSAGE_LOG + TRACERS + TRACE_LOG);
-    ChildRun run = installation.child();
-    const fs::path libraries = run.environment["LD_LIBRARY_PATH"];
-    run.environment["LD_LIBRARY_PATH"] = "";
-    run.programName = (installation.root / "beside").string();
-    for (const char *library : {"libnlsm_64.so", "liblgkit_64.so", "liblgffdc_64.so"}) {
-        const ChildResult child = runInChild(run);
-        EXPECT_EQ("closed", child.out);
-        EXPECT_EQ("", child.err);
-        fs::create_symlink(libraries / library, installation.root / library);
-    }
-    EXPECT_EQ("open", runInChild(run).out);
 }
 
 TEST(Toolkit, FirstFailureFilesFollowTheServer) {
@@ -337,39 +275,38 @@ TEST(Toolkit, FirstFailureFilesFollowTheServer) {
                property("handler.ffdc.dc", "files").c_str());
         return;
     }
-    const std::string handler = "handler.ffdc.dc.type=lgk_ffdchandler\n";
-    std::string justEnough;
+    const Installation installation;
+    const std::string zyk = (installation.root / "common/ZYK").string();
+    std::string many, first255;
     for (int i = 0; i < 1000; ++i) {
-        justEnough += "f,";
+        many += "f,";
+        first255 += i < 127 ? "f " : i == 127 ? "f" : "";
     }
-    for (const bool named : {false, true}) {
-        const Installation installation;
-        const std::string zyk = (installation.root / "common/ZYK").string();
-        const std::string qualified = zyk + "/logs/node.server/dc-msg.log";
-        const std::string properties = MESSAGE_LOG + TRACERS + TRACE_LOG + handler;
-        const std::map<std::string, std::string> base = {{"QUALDIR", ""}};
-        installation.add("runtime", properties + "handler.ffdc.dc.baseDir=own\nhandler.ffdc.dc.files=" + zyk +
-                                        "/logs/dc-msg.log,,relative.log,/etc/x\n");
-        std::map<std::string, std::string> environment = base;
-        if (named) {
-            environment["LGKIT_FFDC_BASEDIR"] = "named";
+    const std::string some = zyk + "/logs/dc-msg.log,,relative.log,/etc/x";
+    const std::string placed = zyk + "/logs/node.server/dc-msg.log relative.log /etc/x ";
+    const struct {
+        std::string properties;
+        const char *named; // by the environment
+        std::string expected;
+        const char *told;
+    } cases[] = {
+        {".baseDir=own\nhandler.ffdc.dc.files=" + some, nullptr, zyk + "/own/node.server|" + placed, ""},
+        {".baseDir=own\nhandler.ffdc.dc.files=" + some, "named", zyk + "/named/node.server|" + placed, ""},
+        {".files=,," + many + ",", nullptr, zyk + "/FFDC/node.server|" + first255, ""},
+        {".files=,," + many + ",f", nullptr, zyk + "/FFDC/node.server|" + first255,
+         "Number of files sepcified exceeds the maximum limit 1000\n"},
+    };
+    for (const auto &c : cases) {
+        installation.add("runtime", MESSAGE_LOG + TRACERS + TRACE_LOG +
+                                        "handler.ffdc.dc.type=lgk_ffdchandler\nhandler.ffdc.dc" +
+                                        c.properties + "\n");
+        std::map<std::string, std::string> environment = {{"QUALDIR", ""}};
+        if (c.named != nullptr) {
+            environment["LGKIT_FFDC_BASEDIR"] = c.named;
         }
         const ChildResult child = runInChild(installation.child(environment));
-        EXPECT_EQ(zyk + (named ? "/named" : "/own") + "/node.server|" + qualified + " relative.log /etc/x ",
-                  child.out);
-        EXPECT_EQ("", child.err);
-
-        std::string first255;
-        while (first255.size() < 255) {
-            first255 += first255.size() % 2 == 0 ? 'f' : ' ';
-        }
-        for (const bool tooMany : {false, true}) {
-            installation.add("runtime", properties + "handler.ffdc.dc.files=,," + justEnough +
-                                            (tooMany ? ",f" : ",") + "\n");
-            const ChildResult cut = runInChild(installation.child(base));
-            EXPECT_EQ(tooMany ? "Number of files sepcified exceeds the maximum limit 1000\n" : "", cut.err);
-            EXPECT_EQ(zyk + "/FFDC/node.server|" + first255, cut.out);
-        }
+        EXPECT_EQ(c.expected, child.out);
+        EXPECT_EQ(c.told, child.err);
     }
 }
 
@@ -394,21 +331,18 @@ TEST(Toolkit, LevelsChangeWhileItRuns) {
     EXPECT_TRUE(getStatisticsEnabled());
     openInChild();
     EXPECT_EQ("4000 1000 2000 3000 4000 3000 1000 ", levels());
-    setLevel(19999);
-    EXPECT_EQ("19999 1000 2000 3000 4000 3000 1000 ", levels());
-    EXPECT_TRUE(getStatisticsEnabled());
-    struct Case {
+    const struct {
         int given;
-        const char *tracers;
+        const char *levels;
         bool statistics;
-    };
-    const Case cases[] = {{20000, "0 0 0 0 ", false},
-                          {21000, "1000 1000 1000 1000 ", true},
-                          {22999, "2999 2999 2999 2999 ", true},
-                          {23000, "3000 3000 3000 3000 ", false}};
-    for (const Case &c : cases) {
+    } cases[] = {{19999, "19999 1000 2000 3000 4000 3000 1000 ", true},
+                 {20000, "19999 0 0 0 0 3000 1000 ", false},
+                 {21000, "19999 1000 1000 1000 1000 3000 1000 ", true},
+                 {22999, "19999 2999 2999 2999 2999 3000 1000 ", true},
+                 {23000, "19999 3000 3000 3000 3000 3000 1000 ", false}};
+    for (const auto &c : cases) {
         setLevel(c.given);
-        EXPECT_EQ(std::string("19999 ") + c.tracers + "3000 1000 ", levels());
+        EXPECT_EQ(c.levels, levels());
         EXPECT_EQ(c.statistics, getStatisticsEnabled()) << c.given;
     }
 }

@@ -2,13 +2,12 @@
 
 #include "FakeVm.h"
 #include "ProbeContextPersister.h"
+#include "TempDir.h"
 
 #include <gtest/gtest.h>
 
 #include <atomic>
 #include <cstdlib>
-#include <filesystem>
-#include <string>
 #include <thread>
 
 namespace {
@@ -27,11 +26,10 @@ void useContext(int32_t level) {
 
 TEST(ProbeMgrContext, MayBeDestroyedWhileItIsUsed) {
     const FakeVm vm;
-    std::string name = (std::filesystem::temp_directory_path() / "am-context-XXXXXX").string();
-    const std::string root = mkdtemp(name.data());
+    const TempDir root;
     const auto create = [&root] {
         const ContextHold hold;
-        contextPersister = new ProbeContextPersister(root.c_str(), root.c_str());
+        contextPersister = new ProbeContextPersister(root.path.c_str(), root.path.c_str());
         contextPersister->ctx_direct(ProbeContextPersister::CTX_READ);
     };
     create(); // alone, as at start: this makes the monitor
@@ -57,7 +55,6 @@ TEST(ProbeMgrContext, MayBeDestroyedWhileItIsUsed) {
     EXPECT_EQ(ProbeMgr::synchInProbeContext(), nullptr);
     EXPECT_FALSE(ProbeMgr::resetProbeContext());
     EXPECT_EQ(ProbeMgr::copyContextFilePath(), nullptr);
-    std::filesystem::remove_all(root);
     probeLevel = 0;
     probeLevelIsDefault = false;
     suppressL3Collection = false;

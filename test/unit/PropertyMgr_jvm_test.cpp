@@ -1,23 +1,18 @@
 #include "PropertyMgr.h"
 
+#include "GivenArguments.h"
 #include "ProbeState.h"
 #include "RealJvm.h"
 #include "RenamedClasses.h"
-#include "cmdline.h"
+#include "TempDir.h"
 #include "jnihelp.h"
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
 #include <map>
 #include <string>
-#include <vector>
 
 namespace {
-
-namespace fs = std::filesystem;
 
 constexpr char BUILDER[] = "com/qel/morvex/norak/toolkit/ai/runtimebuilder/RuntimeBuilder";
 constexpr char MANAGER[] = "com/qel/morvex/norak/toolkit/ai/bcm/bootstrap/PropertyManager";
@@ -37,17 +32,11 @@ int toolkitsDisabled = 0;
 // A fresh manager in a JVM whose system properties, command line and environment say nothing about us.
 class PropertyMgrJvmTest : public testing::Test {
 protected:
-    PropertyMgrJvmTest()
-        : env(RealJvm::env()), oldFacts(serverFacts), oldArgs(commandLineArgs),
-          oldCount(commandLineArgCount) {
-        commandLineArgs = &noArgs[0];
-        commandLineArgCount = 1;
+    PropertyMgrJvmTest() : env(RealJvm::env()), oldFacts(serverFacts) {
         for (const char *name : PROPERTIES) {
             clearProperty(name);
         }
-        std::string name = (fs::temp_directory_path() / "am-config-XXXXXX").string();
-        root = mkdtemp(name.data());
-        setProperty("LGKIT_COMMON_DIR", root + "/common");
+        setProperty("LGKIT_COMMON_DIR", root.path / "common");
         toolkitsDisabled = 0;
         disableToolkitHook = [](JNIEnv *) { return ++toolkitsDisabled > 0; };
         new PropertyMgr;
@@ -67,11 +56,7 @@ protected:
                              rawUserHome, rawExtDirs}) {
             *buffer = '\0';
         }
-        commandLineArgs = oldArgs;
-        commandLineArgCount = oldCount;
         serverFacts = oldFacts;
-        initDebug = false;
-        fs::remove_all(root);
     }
 
     // What `initialize` prints up to the opening of the log; its result is checked.
@@ -107,23 +92,16 @@ protected:
         clearException(env);
     }
 
-    void writeFile(const std::string &name, const std::string &text) const {
-        std::ofstream(root + "/" + name) << text;
-    }
-
     static constexpr const char *PROPERTIES[] = {
         "am.home",     "norak61.home",     "appserver.platform", "am.nodename",           "am.appserver",
         "am.ext.dirs", "LGKIT_COMMON_DIR", "AM_PROFILENAME",     "internal.memory.limit", "NORAK_DC_ENABLED"};
 
     JNIEnv *env;
-    std::string root;
+    TempDir root;
 
 private:
-    char java[5] = "java";
-    char *noArgs[2] = {java, nullptr};
     const ServerFacts oldFacts;
-    char **oldArgs;
-    int oldCount;
+    const GivenArguments noArguments{{"java"}};
 };
 
 TEST_F(PropertyMgrJvmTest, FailingEnvironmentSwitchesTheJavaHalfOff) {
@@ -154,22 +132,13 @@ TEST_F(PropertyMgrJvmTest, FailingEnvironmentSwitchesTheJavaHalfOff) {
     initialize(nullptr, false, {{BUILDER, MISSING}, {MANAGER, MISSING}});
 }
 
-TEST_F(PropertyMgrJvmTest, LaterHelpersMayFail) {
-    EXPECT_EQ(initialize("/none", true,
-                         {{BUILDER, "amtest/ConfigHelpers$Throwing"},
-                          {MANAGER, "amtest/ConfigHelpers$ThrowingLater"}}),
-              std::string(CALLING_LINE) + LOADED_LINE);
-    EXPECT_EQ(intProperty("internal.memory.limit", 60), 60);
-    EXPECT_EQ(property("NORAK_DC_ENABLED"), "");
-    EXPECT_EQ(toolkitsDisabled, 0);
-}
-
 TEST_F(PropertyMgrJvmTest, TakesLinesOfEveryKind) {
     initialize(
         "/some/dir", true,
         {{BUILDER, "amtest/ConfigHelpers$AgreeingBuilder"}, {MANAGER, "amtest/ConfigHelpers$OddLines"}});
     PropertyMgr *manager = propertyMgr;
     EXPECT_STREQ(getenv("AM_TEST_ODD"), "a");
+    EXPECT_STREQ(getenv("AM_TEST_FILE"), "/some/dir/dc.env.properties");
     EXPECT_EQ(getenv("AM_TEST_ODD_NULL"), nullptr);
     EXPECT_EQ(manager->getProperty("AM_TEST_ODD"), nullptr) << "the environment's lines are no settings";
     EXPECT_STREQ(manager->getProperty("sys.directory"), "/some/dir");
@@ -182,20 +151,12 @@ TEST_F(PropertyMgrJvmTest, TakesLinesOfEveryKind) {
 }
 
 TEST_F(PropertyMgrJvmTest, AsksForNoFileWithoutADirectory) {
-    const struct {
-        const char *dir;
-        const char *file;
-    } cases[] = {{"/some/dir", "/some/dir/dc.env.properties"}, {"", nullptr}, {nullptr, nullptr}};
-    for (const auto &c : cases) {
-        unsetenv("AM_TEST_FILE");
+    for (const char *dir : {"", static_cast<const char *>(nullptr)}) {
         renew();
-        EXPECT_EQ(initialize(c.dir, true, {{BUILDER, MISSING}, {MANAGER, "amtest/ConfigHelpers$OddLines"}}),
+        EXPECT_EQ(initialize(dir, true, {{BUILDER, MISSING}, {MANAGER, "amtest/ConfigHelpers$OddLines"}}),
                   std::string(NO_BUILDER_LINE) + CALLING_LINE + LOADED_LINE);
-        EXPECT_STREQ(getenv("AM_TEST_FILE"), c.file);
+        EXPECT_EQ(getenv("AM_TEST_FILE"), nullptr);
     }
-    // The Java half that is shipped.
-    renew();
-    EXPECT_EQ(initialize("", true), std::string(CALLING_LINE) + LOADED_LINE);
 }
 
 TEST_F(PropertyMgrJvmTest, BuilderNamesTheRuntimeDirectory) {
@@ -231,14 +192,14 @@ TEST_F(PropertyMgrJvmTest, BuilderNamesTheRuntimeDirectory) {
 
 // The Java half that is shipped, real files, every layer once.
 TEST_F(PropertyMgrJvmTest, FilesOverrideSystemPropertiesAndFillTheEnvironment) {
-    writeFile("dc.env.properties",
-              "# for the process\nAM_TEST_FILE = from the file\nam.nodename=file-node\n");
-    writeFile("datacollector.properties",
-              "internal.url.limit=1\nturbo.mem.ulimit=0.9\ninternal.sql.limit=77\n");
-    writeFile("datacollector_site.properties", "internal.url.limit=2\nlog.statistics=TRUE\n");
-    writeFile("other.properties", "internal.url.limit=3\n");
+    root.write("dc.env.properties",
+               "# for the process\nAM_TEST_FILE = from the file\nam.nodename=file-node\n");
+    root.write("datacollector.properties",
+               "internal.url.limit=1\nturbo.mem.ulimit=0.9\ninternal.sql.limit=77\n");
+    root.write("datacollector_site.properties", "internal.url.limit=2\nlog.statistics=TRUE\n");
+    root.write("other.properties", "internal.url.limit=3\n");
     setProperty("internal.memory.limit", "99");
-    const std::string printed = initialize(root.c_str(), true);
+    const std::string printed = initialize(root.path.c_str(), true);
     EXPECT_EQ(printed, std::string(CALLING_LINE) + LOADED_LINE);
     EXPECT_STREQ(getenv("AM_TEST_FILE"), "from the file");
     EXPECT_EQ(stringProperty("AM_TEST_FILE", nullptr), nullptr);
@@ -247,7 +208,7 @@ TEST_F(PropertyMgrJvmTest, FilesOverrideSystemPropertiesAndFillTheEnvironment) {
     EXPECT_EQ(longProperty("internal.sql.limit", 5000), 77);
     EXPECT_FLOAT_EQ(floatProperty("turbo.mem.ulimit", 0.75F), 0.9F);
     EXPECT_TRUE(boolProperty("log.statistics", false));
-    EXPECT_EQ(propertyMgr->runtimeDir(), root);
+    EXPECT_EQ(propertyMgr->runtimeDir(), root.path);
     EXPECT_STREQ(propertyMgr->nodeName(), "file-node") << "the file comes before the variables are read";
 }
 
@@ -256,16 +217,12 @@ TEST_F(PropertyMgrJvmTest, FactsFallBackInTheirOrder) {
     setProperty("am.home", "/property");
     setenv("am.home", "/variable", 1);
     setenv("am.nodename", "variable-node", 1);
-    char home[] = "-Dam.home=/command";
-    char server[] = "am.appserver=command-server";
-    char *args[] = {home, server, nullptr};
-    commandLineArgs = args;
-    commandLineArgCount = 2;
+    const GivenArguments given({"-Dam.home=/command", "am.appserver=command-server"});
     manager->setGlobalProperties(env);
     EXPECT_STREQ(manager->homeDir(), "/property");
     EXPECT_STREQ(manager->nodeName(), "variable-node");
     EXPECT_STREQ(manager->appServerName(), "command-server");
-    EXPECT_EQ(manager->lgkitCommonDir(), root + "/common");
+    EXPECT_EQ(manager->lgkitCommonDir(), root.path / "common");
     EXPECT_EQ(manager->userHome(), property("user.home"));
     EXPECT_STREQ(manager->profileName(), "");
     EXPECT_EQ(manager->runtimeDir(), nullptr) << "nobody named a product home";
@@ -285,22 +242,6 @@ TEST_F(PropertyMgrJvmTest, FactsHaveDefaultsAndAreCutAtTheirBuffers) {
     EXPECT_EQ(std::string(rawPlatform), longName.substr(0, 99));
     EXPECT_EQ(std::string(manager->runtimeDir()), manager->norakHome());
     EXPECT_EQ(std::string(manager->toolkitDir()), "/" + longName.substr(0, 243) + "/toolkit");
-}
-
-TEST_F(PropertyMgrJvmTest, StartUpPrintsShowEveryFact) {
-    initDebug = true;
-    setProperty("am.home", "/home");
-    testing::internal::CaptureStdout();
-    propertyMgr->setGlobalProperties(env);
-    const std::string printed = testing::internal::GetCapturedStdout();
-    EXPECT_NE(printed.find("## PropertyMgr::initParam propName=am.home\n"
-                           "## PropertyMgr::initParam propValue=/home\n"),
-              std::string::npos);
-    EXPECT_NE(printed.find("## Runtime dir not proper /runtime/.defaultnode.appserver \n"
-                           "qual_dir = \nzykora_home = /home\nnorak_home = \nplat_name = \nprofilename = \n"
-                           "nodename = defaultnode\nappname = appserver\nuser_home = "),
-              std::string::npos)
-        << printed;
 }
 
 } // namespace

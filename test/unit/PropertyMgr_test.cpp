@@ -1,12 +1,11 @@
 #include "PropertyMgr.h"
 
 #include "FakeVm.h"
-#include "cmdline.h"
+#include "GivenArguments.h"
 
 #include <gtest/gtest.h>
 
 #include <string>
-#include <vector>
 
 namespace {
 
@@ -21,6 +20,7 @@ protected:
 
     void parse(std::string line, bool nullValsOK) { manager->parseProperty(line.data(), nullValsOK); }
 
+    const FakeVm vm;
     PropertyMgr *manager;
 };
 
@@ -100,11 +100,18 @@ TEST_F(PropertyMgrTest, LastValueWinsAndOwnsItsText) {
 
 TEST_F(PropertyMgrTest, WhatAThreadIsReadingOutlivesDestroy) {
     parse("k=text", false);
+    manager->putInternalProp("empty", nullptr);
     const char *value = stringProperty("k", nullptr);
+    EXPECT_STREQ(stringProperty("empty", "def"), "");
+    EXPECT_EQ(stringProperty("empty", nullptr), nullptr);
     PropertyMgr::destroy();
     EXPECT_EQ(propertyMgr, nullptr);
     EXPECT_EQ(propertyMgrInstance, nullptr);
-    EXPECT_EQ(stringProperty("k", nullptr), nullptr);
+    EXPECT_STREQ(stringProperty("k", "def"), "def");
+    EXPECT_EQ(intProperty("k", 1), 1);
+    EXPECT_EQ(longProperty("k", 1), 1);
+    EXPECT_TRUE(boolProperty("k", true));
+    EXPECT_FLOAT_EQ(floatProperty("k", 0.5F), 0.5F);
     EXPECT_STREQ(value, "text");
     EXPECT_EQ(manager->getProperty("k"), value) << "a getter that was entered before";
     PropertyMgr::destroy();
@@ -173,98 +180,36 @@ TEST_F(PropertyMgrTest, ReadsBooleans) {
     }
 }
 
-TEST_F(PropertyMgrTest, ReadersWithoutManagerGetTheirDefaults) {
-    manager->putInternalProp("i", "3");
-    manager->putInternalProp("empty", nullptr);
-    EXPECT_EQ(intProperty("i", 1), 3);
-    EXPECT_EQ(longProperty("i", 1), 3);
-    EXPECT_STREQ(stringProperty("i", "d"), "3");
-    EXPECT_STREQ(stringProperty("empty", "d"), "");
-    EXPECT_EQ(stringProperty("empty", nullptr), nullptr);
-    EXPECT_STREQ(stringProperty("absent", "d"), "d");
-    PropertyMgr::destroy();
-    EXPECT_EQ(propertyMgr.get(), nullptr);
-    EXPECT_EQ(propertyMgrInstance.get(), nullptr);
-    EXPECT_EQ(intProperty("i", 1), 1);
-    EXPECT_EQ(longProperty("i", 1), 1);
-    EXPECT_TRUE(boolProperty("i", true));
-    EXPECT_FLOAT_EQ(floatProperty("i", 0.5F), 0.5F);
-    EXPECT_STREQ(stringProperty("i", "d"), "d");
-    PropertyMgr::destroy();
-}
+// ---------------------------------------------------------------- the command line
 
-TEST_F(PropertyMgrTest, StartMakesTheMonitorThatGuardsWrites) {
-    FakeVm vm;
-    const int before = vm.monitorsAlive();
-    EXPECT_TRUE(manager->start());
-    EXPECT_EQ(vm.monitorsAlive(), before + 1);
-    EXPECT_TRUE(manager->start());
-    EXPECT_TRUE(manager->putInternalProp("k", "v"));
-    EXPECT_EQ(vm.monitorsAlive(), before + 1);
-    PropertyMgr::destroy();
-    EXPECT_EQ(vm.monitorsAlive(), before + 1) << "out of use, but whole";
-    new PropertyMgr;
-    PropertyMgr::destroy();
-    EXPECT_EQ(vm.monitorsAlive(), before);
-}
-
-// Puts a command line in place of the process's own and empties what it is copied to.
 class CommandLineTest : public testing::Test {
 protected:
-    CommandLineTest() : oldArgs(commandLineArgs), oldCount(commandLineArgCount) { clearBuffers(); }
-    ~CommandLineTest() override {
-        commandLineArgs = oldArgs;
-        commandLineArgCount = oldCount;
-        clearBuffers();
-    }
-
-    void read(std::vector<std::string> words) {
-        std::vector<char *> args;
-        for (std::string &word : words) {
-            args.push_back(word.data());
-        }
-        commandLineArgCount = static_cast<int>(args.size());
-        args.push_back(nullptr);
-        commandLineArgs = args.data();
-        initCommandLineArgs();
-    }
-
-private:
+    CommandLineTest() { clearBuffers(); }
+    ~CommandLineTest() override { clearBuffers(); }
     static void clearBuffers() {
         for (char *buffer :
              {rawHome, rawNorakHome, rawPlatform, rawNodeName, rawAppServer, rawProfileName, rawExtDirs}) {
             *buffer = '\0';
         }
     }
-
-    char **oldArgs;
-    int oldCount;
 };
 
 TEST_F(CommandLineTest, TakesTheFirstWordForEachBuffer) {
-    read({"java", "-Dam.home=/one", "am.home=/two", "-Dam.nodename=", "am.nodename=node", "xam.appserver=no",
-          "-Dam.appserver=server", "am.profilename=profile", "-Dam.ext.dirs=/x:/y", "norak61.home=/norak",
-          "-Dappserver.platform=tomcat", "-D-Dam.home=/three"});
+    const GivenArguments given(
+        {"java", "-Dam.home=/one", "am.home=/two", "-Dam.nodename=", "am.nodename=node", "xam.appserver=no",
+         "-Dam.appserver=server", "am.profilename=profile", "-Dam.ext.dirs=/x:/y", "norak61.home=/norak",
+         "-Dappserver.platform=" + std::string(500, 'p'), "-D-Dam.home=/three"});
+    initCommandLineArgs();
     EXPECT_STREQ(rawHome, "/one");
     EXPECT_STREQ(rawNodeName, "node");
     EXPECT_STREQ(rawAppServer, "server");
     EXPECT_STREQ(rawProfileName, "profile");
     EXPECT_STREQ(rawExtDirs, "/x:/y");
     EXPECT_STREQ(rawNorakHome, "/norak");
-    EXPECT_STREQ(rawPlatform, "tomcat");
-}
-
-TEST_F(CommandLineTest, KeepsWhatIsThereAndCutsWhatIsTooLong) {
-    snprintf(rawHome, sizeof(rawHome), "/from/a/system/property");
-    read({"-Dam.home=/from/the/command/line", "-Dappserver.platform=" + std::string(500, 'p')});
-    EXPECT_STREQ(rawHome, "/from/a/system/property");
     EXPECT_EQ(std::string(rawPlatform), std::string(99, 'p'));
-}
-
-TEST_F(CommandLineTest, SaysThatThereIsNone) {
-    testing::internal::CaptureStdout();
-    read({});
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), "Failed to retrieve command arguments for BRS\n");
+    const GivenArguments others({"-Dam.home=/four"});
+    initCommandLineArgs();
+    EXPECT_STREQ(rawHome, "/one") << "what is there stays";
 }
 
 } // namespace

@@ -1,9 +1,9 @@
 #include "ProtocolVisitor.h"
 
+#include "GivenArguments.h"
 #include "PropertyMgr.h"
 #include "RealJvm.h"
-#include "cmdline.h"
-#include "jnihelp.h"
+#include "RecordedTrace.h"
 
 #include <cstdio>
 #include <gtest/gtest.h>
@@ -21,21 +21,14 @@ constexpr char NETWORK_AGENT_CLASS[] = "com/qel/morvex/norak/dc/networkagent/Nat
 
 class RecordTraceTest : public ::testing::Test {
 protected:
-    RecordTraceTest()
-        : env(RealJvm::env()), recorder(env, env->FindClass("amtest/RecordedTrace")), oldLevel(probeLevel) {
+    RecordTraceTest() : env(RealJvm::env()), oldLevel(probeLevel) {
         probeLevel = 2;
-        install(false);
+        installTrace(env, false);
     }
     ~RecordTraceTest() override {
         setTrace(0);
-        take();
+        takeTrace(env);
         probeLevel = oldLevel;
-    }
-
-    void install(bool failing) {
-        env->CallStaticVoidMethod(recorder.get(), env->GetStaticMethodID(recorder.get(), "install", "(Z)V"),
-                                  static_cast<jboolean>(failing));
-        clearException(env);
     }
 
     void setTrace(jbyte flag) {
@@ -43,20 +36,9 @@ protected:
         Java_com_qel_morvex_norak_dc_networkagent_NativeNetworkAgentImpl_setTrace(env, cls.get(), flag);
     }
 
-    std::string take() {
-        const jmethodID method = env->GetStaticMethodID(recorder.get(), "take", "()Ljava/lang/String;");
-        const LocalRef<jobject> lines(env, env->CallStaticObjectMethod(recorder.get(), method));
-        clearException(env);
-        char *copy = jniStringCopy(env, static_cast<jstring>(lines.get()));
-        std::string result(copy);
-        free(copy);
-        return result;
-    }
-
     ProtocolVisitor visitor(size_t room) { return ProtocolVisitor(area, area, area + room, env); }
 
     JNIEnv *env;
-    LocalRef<jclass> recorder;
     uint32_t oldLevel;
     char area[4096];
 };
@@ -65,31 +47,31 @@ TEST_F(RecordTraceTest, ShowsTypeThreadDepthAndBytesOfEachFinishedRecord) {
     setTrace(1);
     ProtocolVisitor traced = visitor(sizeof(area));
     traced.addPacketHeaderRecord(2);
-    EXPECT_EQ("0 0 0 00000000027F7F\n", take());
+    EXPECT_EQ("0 0 0 00000000027F7F\n", takeTrace(env));
 
     JCAEvent nested(Event::SUB_END);
     nested.threadId = 0xFFFFFFFE;
     nested.requestDepth = 0x1FF;
     nested.addToBuffer(&traced);
-    EXPECT_EQ("38 -2 -1 26FFFFFFFEFF00000000000000000000000000000000027F7F\n", take());
+    EXPECT_EQ("38 -2 -1 26FFFFFFFEFF00000000000000000000000000000000027F7F\n", takeTrace(env));
 
     TraceEvent without;
     without.threadId = 9;
     without.requestDepth = 9;
     without.addToBuffer(&traced);
-    EXPECT_EQ("8 0 0 0800000000000000000000027F7F\n", take());
+    EXPECT_EQ("8 0 0 0800000000000000000000027F7F\n", takeTrace(env));
 
     GCEvent noDepth(Event::SUB_START);
     noDepth.threadId = 9;
     noDepth.addToBuffer(&traced);
-    EXPECT_EQ("13 9 0 0D0000000900000000000000007F7F\n", take());
+    EXPECT_EQ("13 9 0 0D0000000900000000000000007F7F\n", takeTrace(env));
 
     PortalMethodConstantEvent unwritten;
     unwritten.addToBuffer(&traced);
     traced.addInitRecord();
-    EXPECT_EQ(0u, take().rfind("-48 0 0 000007D064", 0));
+    EXPECT_EQ(0u, takeTrace(env).rfind("-48 0 0 000007D064", 0));
     traced.addJ2EEInitRecord(env);
-    EXPECT_EQ(0u, take().rfind("101 0 0 65C8", 0));
+    EXPECT_EQ(0u, takeTrace(env).rfind("101 0 0 65C8", 0));
 }
 
 TEST_F(RecordTraceTest, KeepsSilentWhereItShould) {
@@ -108,14 +90,14 @@ TEST_F(RecordTraceTest, KeepsSilentWhereItShould) {
         setTrace(off);
         plain.addToBuffer(&traced);
     }
-    EXPECT_EQ("", take());
+    EXPECT_EQ("", takeTrace(env));
     setTrace(1);
     plain.addToBuffer(&traced);
-    EXPECT_NE("", take());
+    EXPECT_NE("", takeTrace(env));
 }
 
 TEST_F(RecordTraceTest, FailingListenerLeavesNoExceptionAndNoReference) {
-    install(true);
+    installTrace(env, true);
     setTrace(1);
     for (int i = 0; i < 100; ++i) {
         ProtocolVisitor traced = visitor(sizeof(area));
@@ -123,7 +105,7 @@ TEST_F(RecordTraceTest, FailingListenerLeavesNoExceptionAndNoReference) {
         ASSERT_EQ(JNI_FALSE, env->ExceptionCheck());
         ASSERT_FALSE(traced.hasOverflowed());
     }
-    EXPECT_NE("", take());
+    EXPECT_NE("", takeTrace(env));
 }
 
 // ---------------------------------------------------------------- names of the server
@@ -175,33 +157,8 @@ std::string initialNames(JNIEnv *env) {
     return std::string(area + fixed, visitor.getCursor() - 6);
 }
 
-// The server's name by Java and by the native half, which must agree.
+// The server's name by Java and by the native half, which must agree, also on where the profile is found.
 TEST(ServerNames, AreTheSameFromJavaAndFromTheConfiguration) {
-    JNIEnv *env = RealJvm::env();
-    const std::string wide(255, 'w');
-    const struct {
-        const char *version;
-        std::string server;
-        std::string profile;
-        std::string expected;
-    } cases[] = {{"6.0.0", "srv", "prof", "srv(prof)"},
-                 {"10.1.2", "srv", "prof", "srv(prof)"},
-                 {"5.9.9", "srv", "prof", "srv"},
-                 {"beta", "srv", "prof", "srv"},
-                 {"8", "srv", "prof", "srv(prof)"},
-                 {"8.0.0", "srv", "", "srv"},
-                 {"8.0.0", wide, "prof", wide},
-                 {"8.0.0", wide.substr(0, 252), "prof", wide.substr(0, 252) + "(pr"}};
-    for (const auto &c : cases) {
-        SCOPED_TRACE(c.version + (" " + c.expected));
-        const KnownServer known(env, c.version, "node-1", c.server, c.profile);
-        const std::string expected = lengthAndText("node-1") + lengthAndText(c.expected);
-        EXPECT_EQ(expected, initialNames(nullptr));
-        EXPECT_EQ(expected, initialNames(env));
-    }
-}
-
-TEST(ServerNames, ProfileIsFoundInTheSameOrderByBothHalves) {
     JNIEnv *env = RealJvm::env();
     const LocalRef<jclass> osUtils(env, env->FindClass("com/qel/morvex/norak/toolkit/ai/osutils/OsUtils"));
     char name[] = "getArgumentVectorNative";
@@ -211,32 +168,34 @@ TEST(ServerNames, ProfileIsFoundInTheSameOrderByBothHalves) {
         reinterpret_cast<void *>(
             Java_com_qel_morvex_norak_toolkit_ai_osutils_OsUtils_getArgumentVectorNative)};
     ASSERT_EQ(JNI_OK, env->RegisterNatives(osUtils.get(), &native, 1)) << "no agent is loaded that has it";
-    char **const oldArgs = commandLineArgs;
-    const int oldCount = commandLineArgCount;
+    const std::string wide(255, 'w');
     const struct {
-        const char *property;
-        const char *word;
-        const char *expected;
-    } cases[] = {{"property", "-Dam.profilename=word", "srv(property)"},
-                 {"", "-Dam.profilename=word", "srv(word)"},
-                 {"", "am.profilename=word", "srv(word)"},
-                 {"", "-Dam.profilename=", "srv"},
-                 {"", "AM_PROFILENAME=word", "srv"},
-                 {"", "xam.profilename=word", "srv"}};
+        const char *version;
+        std::string server, profile;
+        const char *word; // on the command line
+        std::string expected;
+    } cases[] = {{"6.0.0", "srv", "prof", "", "srv(prof)"},
+                 {"10.1.2", "srv", "prof", "", "srv(prof)"},
+                 {"5.9.9", "srv", "prof", "", "srv"},
+                 {"beta", "srv", "prof", "", "srv"},
+                 {"8", "srv", "prof", "", "srv(prof)"},
+                 {"8.0.0", "srv", "", "", "srv"},
+                 {"8.0.0", wide, "prof", "", wide},
+                 {"8.0.0", wide.substr(0, 252), "prof", "", wide.substr(0, 252) + "(pr"},
+                 {"8.0.0", "srv", "property", "-Dam.profilename=word", "srv(property)"},
+                 {"8.0.0", "srv", "", "-Dam.profilename=word", "srv(word)"},
+                 {"8.0.0", "srv", "", "am.profilename=word", "srv(word)"},
+                 {"8.0.0", "srv", "", "-Dam.profilename=", "srv"},
+                 {"8.0.0", "srv", "", "AM_PROFILENAME=word", "srv"},
+                 {"8.0.0", "srv", "", "xam.profilename=word", "srv"}};
     for (const auto &c : cases) {
-        SCOPED_TRACE(c.word);
-        char java[] = "java";
-        std::string word(c.word);
-        char *args[] = {java, word.data(), nullptr};
-        commandLineArgs = args;
-        commandLineArgCount = 2;
-        const KnownServer known(env, "8.0.0", "node-1", "srv", c.property);
+        SCOPED_TRACE(std::string(c.version) + " " + c.word + " " + c.expected);
+        const GivenArguments given({"java", c.word});
+        const KnownServer known(env, c.version, "node-1", c.server, c.profile);
         const std::string expected = lengthAndText("node-1") + lengthAndText(c.expected);
         EXPECT_EQ(expected, initialNames(nullptr));
         EXPECT_EQ(expected, initialNames(env));
     }
-    commandLineArgs = oldArgs;
-    commandLineArgCount = oldCount;
     env->UnregisterNatives(osUtils.get());
 }
 

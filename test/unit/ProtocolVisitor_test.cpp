@@ -1,9 +1,11 @@
 #include "ProtocolVisitor.h"
 
+#include "Bytes.h"
 #include "FakeVm.h"
+#include "decoder/RecordReader.h"
 
+#include <chrono>
 #include <cstdio>
-#include <ctime>
 #include <functional>
 #include <gtest/gtest.h>
 #include <memory>
@@ -45,36 +47,20 @@ std::unique_ptr<E> nested(E *event) {
     return stamped(event);
 }
 
-// Bytes in hexadecimal; 'text' stands for its characters, @ for the prefix behind its type, blanks for
-// nothing.
-std::string bytes(const std::string &notation) {
-    std::string out;
-    for (size_t i = 0; i < notation.size(); ++i) {
-        if (notation[i] == '\'') {
-            const size_t end = notation.find('\'', i + 1);
-            out += notation.substr(i + 1, end - i - 1);
-            i = end;
-        } else if (notation[i] == '@') {
-            out += bytes("01020304 05 11121314 15161718 2122232425262728");
-        } else if (notation[i] != ' ') {
-            out += static_cast<char>(std::stoi(notation.substr(i, 2), nullptr, 16));
-            ++i;
-        }
-    }
-    return out;
-}
-
-template <typename E>
-void fillNames(E *event, const char *request, const char *application, const char *url) {
-    event->requestName = text(request);
-    event->applicationName = text(application);
-    event->url = text(url);
+// With @ for the prefix behind the type.
+std::string record(std::string notation) {
+    const size_t at = notation.find('@');
+    return bytes(at == std::string::npos
+                     ? notation
+                     : notation.replace(at, 1, "01020304 05 11121314 15161718 2122232425262728"));
 }
 
 template <typename E, typename... Args>
 EventPtr named(const char *request, const char *application, const char *url, Args... args) {
     auto event = nested(new E(args...));
-    fillNames(event.get(), request, application, url);
+    event->requestName = text(request);
+    event->applicationName = text(application);
+    event->url = text(url);
     event->userId = text("me");
     return event;
 }
@@ -95,8 +81,8 @@ EventPtr jms(Event::EventSubType sub, int action) {
 
 EventPtr ejb(int sub) {
     auto event = nested(new EJBEvent(static_cast<Event::EventSubType>(sub)));
-    event->data = heapArray<int8_t>({0x7F, 0x7F, 0, -1});
-    event->count = 4;
+    event->data = heapArray<int8_t>({0, 8, 0, 2, 0x7F, 0x7F, 0, 0, 0, 0});
+    event->count = 10;
     return event;
 }
 
@@ -105,14 +91,6 @@ EventPtr xq(int sub) {
     event->queueName = text("Q");
     event->queueMgrName = text("QM");
     event->action = 0x10B;
-    return event;
-}
-
-template <typename E>
-EventPtr common(Event::EventSubType sub) {
-    auto event = nested(new E(sub));
-    event->className = text("C");
-    event->methodName = text("m()");
     return event;
 }
 
@@ -226,30 +204,6 @@ constexpr auto START = Event::SUB_START;
 constexpr auto END = Event::SUB_END;
 constexpr auto FAILED = Event::SUB_FAILED;
 
-EventPtr sql(Event::EventSubType sub) {
-    return texts<SQLEvent>(sub, &SQLEvent::dataSourceName, &SQLEvent::sql);
-}
-EventPtr jndi(Event::EventSubType sub) {
-    return texts<JNDIEvent>(sub, &JNDIEvent::url, &JNDIEvent::lookup);
-}
-EventPtr mail(Event::EventSubType sub) {
-    return texts<MailEvent>(sub, &MailEvent::url, &MailEvent::subject);
-}
-EventPtr jca(Event::EventSubType sub) {
-    return texts<JCAEvent>(sub, &JCAEvent::eis);
-}
-EventPtr jdo(Event::EventSubType sub) {
-    return texts<JDOEvent>(sub, &JDOEvent::className, &JDOEvent::methodName, &JDOEvent::argumentString);
-}
-template <typename E>
-EventPtr service(Event::EventSubType sub) {
-    return texts<E>(sub, &E::applicationName, &E::requestName, &E::url);
-}
-EventPtr fault(Event::EventSubType sub) {
-    return texts<WSFaultEvent>(sub, &WSFaultEvent::appName, &WSFaultEvent::faultCode,
-                               &WSFaultEvent::faultString);
-}
-
 struct Golden {
     const char *name;
     Make make;
@@ -281,16 +235,18 @@ const Golden RECORDS[] = {
     {"poll end", [] { return plain<PollForEvent>(END); }, "73 @ 02 7F7F"},
     {"trace request", [] { return named<TraceEvent>("req", "a", "u"); },
      "08 11121314 15161718 0003'req' 02 7F7F"},
-    {"ejb begin", [] { return ejb(0); }, "06 @ 7F7F00FF 02 7F7F"},
-    {"ejb begin, no data", [] { return plain<EJBEvent>(START); }, "06 @ 02 7F7F"},
+    {"ejb begin", [] { return ejb(0); }, "06 @ 0008 0002 7F7F 0000 0000 02 7F7F"},
     {"ejb end", [] { return ejb(1); }, "07 @ 02 7F7F"},
     {"ejb, other subtype", [] { return ejb(2); }, "00 @ 02 7F7F"},
-    {"sql begin", [] { return sql(START); }, "09 @ 02 0001'a' 0002'bb' 7F7F"},
-    {"sql end", [] { return sql(END); }, "0A @ 02 7F7F"},
-    {"jndi begin", [] { return jndi(START); }, "21 @ 02 0001'a' 0002'bb' 7F7F"},
-    {"jndi end", [] { return jndi(END); }, "22 @ 02 7F7F"},
-    {"mail begin", [] { return mail(START); }, "23 @ 02 0001'a' 0002'bb' 7F7F"},
-    {"mail end", [] { return mail(END); }, "24 @ 02 7F7F"},
+    {"sql begin", [] { return texts<SQLEvent>(START, &SQLEvent::dataSourceName, &SQLEvent::sql); },
+     "09 @ 02 0001'a' 0002'bb' 7F7F"},
+    {"sql end", [] { return plain<SQLEvent>(END); }, "0A @ 02 7F7F"},
+    {"jndi begin", [] { return texts<JNDIEvent>(START, &JNDIEvent::url, &JNDIEvent::lookup); },
+     "21 @ 02 0001'a' 0002'bb' 7F7F"},
+    {"jndi end", [] { return plain<JNDIEvent>(END); }, "22 @ 02 7F7F"},
+    {"mail begin", [] { return texts<MailEvent>(START, &MailEvent::url, &MailEvent::subject); },
+     "23 @ 02 0001'a' 0002'bb' 7F7F"},
+    {"mail end", [] { return plain<MailEvent>(END); }, "24 @ 02 7F7F"},
     {"jms 1 begin", [] { return jms(START, 1); }, "19 @ 0001's' 0002'qq' 0003'x=1' 02 7F7F"},
     {"jms 1 end", [] { return jms(END, 1); }, "1A @ 02 7F7F"},
     {"jms 2 begin", [] { return jms(START, 2); }, "1B @ 0001's' 0002'qq' 0003'x=1' 02 7F7F"},
@@ -301,27 +257,47 @@ const Golden RECORDS[] = {
     {"jms 4 end", [] { return jms(END, 4); }, "20 @ 02 7F7F"},
     {"jms 5 begin", [] { return jms(START, 5); }, "00 @ 0001's' 0002'qq' 02 7F7F"},
     {"jms 0 end", [] { return jms(END, 0); }, "00 @ 02 7F7F"},
-    {"jca begin", [] { return jca(START); }, "25 @ 0001'a' 02 7F7F"},
-    {"jca end", [] { return jca(END); }, "26 @ 02 7F7F"},
-    {"jdo begin", [] { return jdo(START); }, "93 @ 0001'a' 0002'bb' 0003'ccc' 02 7F7F"},
-    {"jdo end", [] { return jdo(END); }, "94 @ 02 7F7F"},
+    {"jca begin", [] { return texts<JCAEvent>(START, &JCAEvent::eis); }, "25 @ 0001'a' 02 7F7F"},
+    {"jca end", [] { return plain<JCAEvent>(END); }, "26 @ 02 7F7F"},
+    {"jdo begin",
+     [] {
+         return texts<JDOEvent>(START, &JDOEvent::className, &JDOEvent::methodName,
+                                &JDOEvent::argumentString);
+     },
+     "93 @ 0001'a' 0002'bb' 0003'ccc' 02 7F7F"},
+    {"jdo end", [] { return plain<JDOEvent>(END); }, "94 @ 02 7F7F"},
     {"xq begin", [] { return xq(0); }, "6E @ 0001'Q' 0002'QM' 0B 02 7F7F"},
     {"xq end", [] { return xq(1); }, "6F @ 0B 02 7F7F"},
     {"xq, other subtype", [] { return xq(2); }, ""},
-    {"iiop client begin", [] { return common<CommonEvent>(START); },
-     "96 @ 0001'C' 00000000 0003'm()' 02 7F7F"},
-    {"iiop client end", [] { return common<CommonEvent>(END); }, "97 @ 02 7F7F"},
-    {"iiop server begin", [] { return common<IIOPServerEvent>(START); },
-     "98 @ 0001'C' 00000000 0003'm()' 02 7F7F"},
-    {"iiop server end", [] { return common<IIOPServerEvent>(END); }, "99 @ 02 7F7F"},
-    {"ws client begin", [] { return service<WSClientEvent>(START); },
+    {"iiop client begin",
+     [] { return texts<CommonEvent>(START, &CommonEvent::className, &CommonEvent::methodName); },
+     "96 @ 0001'a' 00000000 0002'bb' 02 7F7F"},
+    {"iiop client end", [] { return plain<CommonEvent>(END); }, "97 @ 02 7F7F"},
+    {"iiop server begin",
+     [] { return texts<IIOPServerEvent>(START, &IIOPServerEvent::className, &IIOPServerEvent::methodName); },
+     "98 @ 0001'a' 00000000 0002'bb' 02 7F7F"},
+    {"iiop server end", [] { return plain<IIOPServerEvent>(END); }, "99 @ 02 7F7F"},
+    {"ws client begin",
+     [] {
+         return texts<WSClientEvent>(START, &WSClientEvent::applicationName, &WSClientEvent::requestName,
+                                     &WSClientEvent::url);
+     },
      "C7 @ 0001'a' 0002'bb' 0003'ccc' 02 7F7F"},
-    {"ws client end", [] { return service<WSClientEvent>(END); }, "C8 @ 02 7F7F"},
-    {"ws provider begin", [] { return service<WSProviderEvent>(START); },
+    {"ws client end", [] { return plain<WSClientEvent>(END); }, "C8 @ 02 7F7F"},
+    {"ws provider begin",
+     [] {
+         return texts<WSProviderEvent>(START, &WSProviderEvent::applicationName,
+                                       &WSProviderEvent::requestName, &WSProviderEvent::url);
+     },
      "C9 @ 0001'a' 0002'bb' 0003'ccc' 02 7F7F"},
-    {"ws provider end", [] { return service<WSProviderEvent>(END); }, "CA @ 02 7F7F"},
-    {"ws fault begin", [] { return fault(START); }, "CB @ 0001'a' 0002'bb' 0003'ccc' 02 7F7F"},
-    {"ws fault end", [] { return fault(END); }, "CC @ 02 7F7F"},
+    {"ws provider end", [] { return plain<WSProviderEvent>(END); }, "CA @ 02 7F7F"},
+    {"ws fault begin",
+     [] {
+         return texts<WSFaultEvent>(START, &WSFaultEvent::appName, &WSFaultEvent::faultCode,
+                                    &WSFaultEvent::faultString);
+     },
+     "CB @ 0001'a' 0002'bb' 0003'ccc' 02 7F7F"},
+    {"ws fault end", [] { return plain<WSFaultEvent>(END); }, "CC @ 02 7F7F"},
     {"generic start", [] { return generic(Event::TYPE_GENERIC_START); },
      "63 FE @ 03 0001' ' 0000 0001'v' 02 7F7F"},
     {"generic stop", [] { return generic(Event::TYPE_GENERIC_STOP); }, "64 FE @ 02 7F7F"},
@@ -372,6 +348,18 @@ struct Area {
     ProtocolVisitor visitor;
 };
 
+// How far the receiver's decoder reads a record; a number without a layout stands for itself.
+size_t readableTo(const std::string &bytes) {
+    ps::RecordReader reader(bytes.data(), bytes.data() + bytes.size(), bytes.size());
+    ps::Record record;
+    uint64_t type = 0;
+    if (!reader.readType(1, type) || type == 0) {
+        return bytes.size();
+    }
+    record.spec = ps::findSpec(static_cast<uint8_t>(type));
+    return record.spec != nullptr && reader.readFields(record) ? reader.consumed() : 0;
+}
+
 class ProtocolVisitorTest : public ::testing::Test {
 protected:
     ProtocolVisitorTest() : oldLevel(probeLevel) { probeLevel = LEVEL; }
@@ -382,20 +370,21 @@ protected:
 };
 
 TEST_F(ProtocolVisitorTest, EachRecordHasItsBytes) {
-    for (const Golden &record : RECORDS) {
-        SCOPED_TRACE(record.name);
+    for (const Golden &golden : RECORDS) {
+        SCOPED_TRACE(golden.name);
         Area area(500);
-        EXPECT_TRUE(record.make()->addToBuffer(&area.visitor));
+        EXPECT_TRUE(golden.make()->addToBuffer(&area.visitor));
         EXPECT_FALSE(area.visitor.hasOverflowed());
-        EXPECT_EQ(bytes(record.expected), area.written());
+        EXPECT_EQ(record(golden.expected), area.written());
+        EXPECT_EQ(readableTo(area.written()), area.used());
     }
 }
 
 TEST_F(ProtocolVisitorTest, TooSmallAnAreaIsNeverLeftAndItsNeedIsCounted) {
-    for (const Golden &record : RECORDS) {
-        SCOPED_TRACE(record.name);
-        const std::string whole = bytes(record.expected);
-        const EventPtr event = record.make();
+    for (const Golden &golden : RECORDS) {
+        SCOPED_TRACE(golden.name);
+        const std::string whole = record(golden.expected);
+        const EventPtr event = golden.make();
         for (size_t room = 0; room < whole.size(); ++room) {
             Area area(room, whole.size());
             event->addToBuffer(&area.visitor);
@@ -406,46 +395,17 @@ TEST_F(ProtocolVisitorTest, TooSmallAnAreaIsNeverLeftAndItsNeedIsCounted) {
             ASSERT_LE(stored, room);
             ASSERT_EQ(whole.substr(0, stored), area.memory.substr(0, stored)) << room;
         }
-    }
-}
-
-TEST_F(ProtocolVisitorTest, RolledBackRecordComesOutTheSameInTheNextPacket) {
-    for (const Golden &record : RECORDS) {
-        SCOPED_TRACE(record.name);
-        const std::string whole = bytes(record.expected);
-        if (whole.empty()) {
-            continue;
-        }
-        const EventPtr event = record.make();
-        Area area(2 * whole.size() - 1);
+        // Rolled back, it comes out the same in the next packet.
+        Area area(whole.size());
+        area.visitor.setCursor(area.visitor.getStart() + 1);
         event->addToBuffer(&area.visitor);
-        char *mark = area.visitor.getCursor();
-        event->addToBuffer(&area.visitor);
-        ASSERT_TRUE(area.visitor.hasOverflowed());
-        EXPECT_EQ(1, area.visitor.getCursor() - area.visitor.getLimit());
-        area.visitor.setCursor(mark);
-        area.visitor.clearOverflow();
-        EXPECT_EQ(whole, area.written());
+        ASSERT_EQ(!whole.empty(), area.visitor.hasOverflowed());
         area.visitor.setCursor(area.visitor.getStart());
+        area.visitor.clearOverflow();
         event->addToBuffer(&area.visitor);
-        EXPECT_EQ(whole, area.written());
-        EXPECT_FALSE(area.visitor.hasOverflowed());
+        ASSERT_EQ(whole, area.written());
+        ASSERT_FALSE(area.visitor.hasOverflowed());
     }
-}
-
-TEST_F(ProtocolVisitorTest, OncePastTheLimitNothingIsStoredAnyMore) {
-    Area area(3);
-    area.visitor.addU8(1);
-    area.visitor.addU32(0x02030405);
-    area.visitor.addU8(6); // would have fitted
-    EXPECT_TRUE(area.visitor.hasOverflowed());
-    EXPECT_EQ(6u, area.used());
-    EXPECT_EQ('\x01', area.memory[0]);
-    area.visitor.setCursor(area.visitor.getStart() + 1);
-    area.visitor.addU8(7); // the flag holds until it is cleared
-    EXPECT_TRUE(area.visitor.hasOverflowed());
-    EXPECT_EQ(2u, area.used());
-    EXPECT_EQ(std::string::npos, area.memory.find_first_not_of(UNTOUCHED, 1));
 }
 
 TEST_F(ProtocolVisitorTest, TextsBeyondSixteenBitsKeepAllBytesAndTheLowPartOfTheirLength) {
@@ -467,24 +427,10 @@ TEST_F(ProtocolVisitorTest, TokenLongerThanSixteenBitsKeepsAllBytes) {
     const std::string token(65537, 't');
     area.visitor.addBlob(token.data(), static_cast<int64_t>(token.size()));
     EXPECT_EQ(bytes("0001") + token, area.written());
-    for (const int64_t length : {-1, -70000}) {
-        Area small(10);
-        small.visitor.addBlob(token.data(), length);
-        EXPECT_EQ(bytes("0000"), small.written());
-    }
     Area none(10);
+    none.visitor.addBlob(token.data(), -70000);
     none.visitor.addBlob(nullptr, 5);
-    EXPECT_EQ(bytes("0000"), none.written());
-}
-
-TEST_F(ProtocolVisitorTest, LevelIsTheOneAtTheTimeOfWriting) {
-    JCAEvent event(END);
-    for (const uint32_t level : {1u, 3u, 0x102u}) {
-        probeLevel = level;
-        Area area(50);
-        event.addToBuffer(&area.visitor);
-        EXPECT_EQ(static_cast<char>(level), area.memory[22]);
-    }
+    EXPECT_EQ(bytes("0000 0000"), none.written());
 }
 
 TEST_F(ProtocolVisitorTest, CountOfContextValuesIsNotCapped) {
@@ -497,25 +443,10 @@ TEST_F(ProtocolVisitorTest, CountOfContextValuesIsNotCapped) {
 
 // ---------------------------------------------------------------- initial block and packets
 
-TEST_F(ProtocolVisitorTest, PacketHeaderAndAlivePacket) {
-    Area header(7);
-    header.visitor.addPacketHeaderRecord(0x01020304);
-    EXPECT_EQ(bytes("00 01020304 7F7F"), header.written());
-    EXPECT_FALSE(header.visitor.hasOverflowed());
-
-    Area alive(100);
-    PSStatusEvent empty;
-    alive.visitor.addPacketHeaderRecord(1);
-    alive.visitor.addToBuffer(&empty);
-    EXPECT_EQ(bytes("00 00000001 7F7F 2C 0000 7F7F"), alive.written());
-}
-
 TEST_F(ProtocolVisitorTest, InitRecordCarriesTheLowHalfOfTheMilliseconds) {
     const auto lowMillis = [] {
-        timespec now{};
-        clock_gettime(CLOCK_REALTIME, &now);
-        return static_cast<uint32_t>(static_cast<uint64_t>(now.tv_sec) * 1000 +
-                                     static_cast<uint64_t>(now.tv_nsec) / 1000000);
+        const auto now = std::chrono::system_clock::now().time_since_epoch();
+        return static_cast<uint32_t>(std::chrono::duration_cast<std::chrono::milliseconds>(now).count());
     };
     Area area(17);
     const uint32_t before = lowMillis();
@@ -572,8 +503,8 @@ public:
 };
 
 TEST_F(ProtocolVisitorTest, CachedNameGoesOutOnceUntilTheCacheIsCleared) {
-    const std::string withName = bytes("96 @ 0000 0000002D 0001'm' EEEE 02 7F7F");
-    const std::string withoutName = bytes("96 @ 0000 0000002D 0000 EEEE 02 7F7F");
+    const std::string withName = record("96 @ 0000 0000002D 0001'm' EEEE 02 7F7F");
+    const std::string withoutName = record("96 @ 0000 0000002D 0000 EEEE 02 7F7F");
     const auto write = [](size_t room = 100) {
         auto event = nested(new CachedNameEvent(START));
         event->methodName = text("m");
@@ -590,20 +521,6 @@ TEST_F(ProtocolVisitorTest, CachedNameGoesOutOnceUntilTheCacheIsCleared) {
     EXPECT_EQ("too long", write(withName.size() - 1));
     EXPECT_EQ(withName, write());
     ProtocolVisitor::clearCommonNameCache();
-}
-
-TEST_F(ProtocolVisitorTest, RecordTypesAreToldForSelfWritingEventsOnly) {
-    const struct {
-        int type;
-        int sub;
-        int record;
-    } cases[] = {{45, 0, 150}, {45, 1, 151}, {45, 8, 151}, {46, 0, 152},
-                 {46, 1, 153}, {7, 0, -1},   {0, 0, -1}};
-    for (const auto &c : cases) {
-        EXPECT_EQ(c.record, ProtocolVisitor::getRecordType(static_cast<Event::EventType>(c.type),
-                                                           static_cast<Event::EventSubType>(c.sub)))
-            << c.type << " " << c.sub;
-    }
 }
 
 } // namespace

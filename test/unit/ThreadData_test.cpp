@@ -22,7 +22,7 @@ protected:
     Event *pop() { return td.eventQueue->removeFirst(); }
 
     FakeVm vm;
-    LogRecorder log;
+    RecordedLog log;
     ThreadData td{fakeEnv(1)};
 };
 
@@ -77,29 +77,6 @@ TEST_F(ThreadDataTest, ANewOverflowGetsANewMarker) {
     EXPECT_EQ(LIMIT + 1, td.queueSize());
 }
 
-TEST_F(ThreadDataTest, AccountsTellWhatIsQueued) {
-    std::vector<Event *> events = {new ClassEvent(Event::SUB_CLASS_LOAD), new MethodEvent(Event::SUB_START),
-                                   new SQLEvent(Event::SUB_START), new HttpEvent(Event::SUB_START)};
-    uint32_t bytes = 0;
-    for (Event *evt : events) {
-        evt->size = static_cast<int16_t>(evt->size + 1000);
-        bytes += static_cast<uint32_t>(evt->size);
-    }
-    const uint32_t classBytes = static_cast<uint32_t>(events[0]->size + events[1]->size);
-    for (Event *evt : events) {
-        td.appendEvent(evt);
-    }
-    EXPECT_EQ(classBytes, td.bytesAddedClassMethod);
-    EXPECT_EQ(bytes - classBytes, td.bytesAddedOther);
-    EXPECT_EQ(bytes, td.bytesQueued());
-    while (Event *evt = pop()) {
-        td.addToConsumed(*evt);
-        delete evt;
-    }
-    EXPECT_EQ(classBytes, td.bytesConsumedClassMethod);
-    EXPECT_EQ(0u, td.bytesQueued());
-}
-
 TEST_F(ThreadDataTest, AnEndedThreadTakesNothingMore) {
     fill(2);
     td.requestDepth = 3;
@@ -111,13 +88,5 @@ TEST_F(ThreadDataTest, AnEndedThreadTakesNothingMore) {
     EXPECT_FALSE(td.appendEvent(new SQLEvent(Event::SUB_START)));
     EXPECT_EQ(2, td.queueSize()) << "what was queued before stays, to be sent";
     EXPECT_FALSE(td.appendEvent(nullptr));
-    EXPECT_EQ(1, log.lines("Append Event Thread is dead: %d, EvtType: %d Evt SubType: %d TID: %d"));
-}
-
-TEST_F(ThreadDataTest, CpuTimeNeverRunsBackwards) {
-    const long long given[] = {5, 3, 5, 9, 0, -1, 10};
-    const long long shown[] = {5, 5, 5, 9, 9, 9, 10};
-    for (int i = 0; i < 7; ++i) {
-        EXPECT_EQ(shown[i], td.monotonicCpuTime(given[i]));
-    }
+    EXPECT_EQ(1, log.count("Append Event Thread is dead: %d, EvtType: %d Evt SubType: %d TID: %d"));
 }

@@ -78,7 +78,7 @@ protected:
     ThreadData *get(int number) { return threads()->getThreadData(fakeEnv(number)); }
 
     FakeVm vm;
-    LogRecorder log;
+    RecordedLog log;
     RecordingTaker taker;
 };
 
@@ -103,7 +103,7 @@ TEST_F(ThreadMgrTest, GivesNothingUntilEverythingIsThere) {
     ThreadData *td = get(1);
     ASSERT_NE(nullptr, td);
     EXPECT_EQ(1u, taker.count());
-    EXPECT_EQ(0, log.lines("Thread being deleted even before it died TID: %d"));
+    EXPECT_EQ(0, log.count("Thread being deleted even before it died TID: %d"));
 }
 
 TEST_F(ThreadMgrTest, EachThreadHasOneRecordAndANumberOfItsOwn) {
@@ -145,7 +145,7 @@ TEST_F(ThreadMgrTest, AnEndedThreadIsForgottenByEveryThread) {
     EXPECT_EQ(0, third->queueSize());
     EXPECT_EQ(1, threads()->getThreadCount());
     EXPECT_FALSE(threads()->updateOnThreadEnd(fakeEnv(8)));
-    EXPECT_EQ(1, log.lines("[%.90s (%.90s@%d)] %.90s \n")) << "no number to erase";
+    EXPECT_EQ(1, log.count("[%.90s (%.90s@%d)] %.90s \n")) << "no number to erase";
 }
 
 TEST_F(ThreadMgrTest, TheSpecialQueueIsOnePerEnvironmentAndNotHandedOut) {
@@ -156,23 +156,6 @@ TEST_F(ThreadMgrTest, TheSpecialQueueIsOnePerEnvironmentAndNotHandedOut) {
     EXPECT_EQ(fakeEnv(3), threads()->getEnv(special->threadId));
     EXPECT_EQ(0u, taker.count());
     EXPECT_EQ(nullptr, threads()->createSpecialEventQueue(nullptr));
-}
-
-TEST_F(ThreadMgrTest, FindsByNamesExactly) {
-    char group[] = "main";
-    char worker[] = "worker-1";
-    char other[] = "worker-12";
-    ThreadData *named = get(1);
-    ThreadData *halfNamed = get(2);
-    get(3);
-    named->threadName = strdup(worker);
-    named->groupName = strdup(group);
-    halfNamed->threadName = strdup(other);
-    EXPECT_EQ(named, threads()->getThreadData(group, worker));
-    EXPECT_EQ(nullptr, threads()->getThreadData(group, other));
-    EXPECT_EQ(nullptr, threads()->getThreadData(worker, group));
-    EXPECT_EQ(nullptr, threads()->getThreadData(nullptr, worker));
-    EXPECT_EQ(nullptr, threads()->getThreadData(group, static_cast<char *>(nullptr)));
 }
 
 TEST_F(ThreadMgrTest, StatusFollowsWhatJavaSaysAndTheThreadsEnd) {

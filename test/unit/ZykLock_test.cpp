@@ -1,7 +1,6 @@
 #include "ZykLock.h"
 
 #include "FakeVm.h"
-#include "RecordedJvmti.h"
 #include "RecordedLog.h"
 
 #include <gmock/gmock.h>
@@ -47,73 +46,30 @@ int64_t millisecondsOf(const std::function<void()> &action) {
         .count();
 }
 
-TEST(ZykLock, WithoutAnInterfaceIsASilentNoOp) {
-    const NoVm noVm;
-    testing::internal::CaptureStderr();
+TEST(ZykLock, IsASilentNoOpUntilThereIsAnInterface) {
     ZykLock lazy(false);
-    ZykLock eager;
-    for (ZykLock *lock : {&lazy, &eager}) {
-        EXPECT_FALSE(lock->unlock());
-        EXPECT_FALSE(lock->lock());
-        EXPECT_FALSE(lock->unlock());
-        lock->wait(100000);
-        lock->notifyAll();
-    }
-    waitOnLocalLock(100000);
-    EXPECT_EQ("", testing::internal::GetCapturedStderr());
-}
-
-TEST(ZykLock, GetsItsMonitorOnFirstUse) {
-    std::unique_ptr<ZykLock> early;
+    std::unique_ptr<ZykLock> eager;
     {
         const NoVm noVm;
-        early = std::make_unique<ZykLock>();
+        testing::internal::CaptureStderr();
+        eager = std::make_unique<ZykLock>();
+        for (ZykLock *lock : {&lazy, eager.get()}) {
+            EXPECT_FALSE(lock->lock());
+            EXPECT_FALSE(lock->unlock());
+            lock->wait(100000);
+            lock->notifyAll();
+        }
+        waitOnLocalLock(100000);
+        EXPECT_EQ("", testing::internal::GetCapturedStderr());
     }
     const FakeVm vm;
     const int before = vm.monitorsCreated();
-    const ZykLock lazy(false);
-    EXPECT_EQ(before, vm.monitorsCreated());
-    EXPECT_TRUE(early->lock());
-    EXPECT_TRUE(early->lock()); // re-entrant
-    EXPECT_TRUE(early->unlock());
-    EXPECT_TRUE(early->unlock());
+    EXPECT_TRUE(eager->lock());
+    EXPECT_TRUE(eager->lock()); // re-entrant
+    EXPECT_TRUE(eager->unlock());
+    EXPECT_TRUE(eager->unlock());
     EXPECT_EQ(before + 1, vm.monitorsCreated());
-    const ZykLock eager;
-    EXPECT_EQ(before + 2, vm.monitorsCreated());
-    early.reset();
-}
-
-jvmtiError(JNICALL *realCreation)(jvmtiEnv *, const char *, jrawMonitorID *) = nullptr;
-std::vector<jrawMonitorID> madeMonitors;
-
-jvmtiError JNICALL notedCreation(jvmtiEnv *env, const char *name, jrawMonitorID *out) {
-    const jvmtiError result = realCreation(env, name, out);
-    madeMonitors.push_back(*out);
-    return result;
-}
-
-TEST(ZykLock, LeavesItsMonitorWhereTheInterfaceIsGone) {
-    FakeVm vm;
-    RecordedJvmti recorded;
-    realCreation = recorded.table.CreateRawMonitor;
-    recorded.table.CreateRawMonitor = notedCreation;
-    const int before = vm.monitorsAlive();
-    { const ZykLock lock; }
-    EXPECT_EQ(before, vm.monitorsAlive());
-
-    madeMonitors.clear();
-    auto orphan = std::make_unique<ZykLock>();
-    auto late = std::make_unique<ZykLock>();
-    {
-        const NoVm noVm;
-        orphan.reset();
-    }
-    vm.wrapper.phase = JVMTI_PHASE_DEAD;
-    late.reset();
-    EXPECT_EQ(before + 2, vm.monitorsAlive());
-    for (const jrawMonitorID left : madeMonitors) {
-        jvmti->DestroyRawMonitor(left);
-    }
+    eager.reset();
 }
 
 TEST(ZykLock, FailedCreationIsToldAndTriedAgain) {
@@ -138,22 +94,16 @@ TEST(ZykLock, FailedCreationIsToldAndTriedAgain) {
 }
 
 TEST(ZykLock, GlobalLockIsMadeOnce) {
+    const RecordedLog log(LGK_INFO);
     {
         const NoVm noVm;
-        const RecordedLog log;
         EXPECT_FALSE(ZykLock::populateGlobalLock());
         EXPECT_FALSE(ZykLock::destroyGlobalLock());
-        EXPECT_THAT(log.numbers(), ElementsAre(1038));
-        EXPECT_TRUE(log.has("Global lock being created even before initialization of JVMPI"));
     }
     FakeVm vm;
     vm.failMonitorCreation(true);
-    {
-        const RecordedLog log(LGK_INFO);
-        EXPECT_FALSE(ZykLock::populateGlobalLock());
-        EXPECT_THAT(log.numbers(), ElementsAre(1037));
-        EXPECT_TRUE(log.has("JVMPI could not create a Raw Monitor for GlobalLock"));
-    }
+    EXPECT_FALSE(ZykLock::populateGlobalLock());
+    EXPECT_THAT(log.numbers(), ElementsAre(1038, 1037));
     vm.failMonitorCreation(false);
     const int before = vm.monitorsAlive();
     EXPECT_TRUE(ZykLock::populateGlobalLock());

@@ -8,15 +8,6 @@
 
 namespace {
 
-TEST(ZykOsLock, WithoutAMutexAnswersAtOnce) {
-    ZykOsLock lock(false);
-    EXPECT_FALSE(lock.lock());
-    EXPECT_FALSE(lock.unlock());
-    EXPECT_TRUE(lock.ensureCreated());
-    EXPECT_TRUE(lock.lock());
-    EXPECT_TRUE(lock.unlock());
-}
-
 TEST(ZykOsLock, IsReentrantAndExcludesOthers) {
     ZykOsLock lock;
     std::atomic<bool> inside{false};

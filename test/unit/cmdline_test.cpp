@@ -1,6 +1,7 @@
 #include "cmdline.h"
 
 #include "ChildRun.h"
+#include "GivenArguments.h"
 
 #include <gtest/gtest.h>
 
@@ -8,29 +9,6 @@
 #include <vector>
 
 namespace {
-
-// Puts a vector of its own in place of the process's.
-class SavedArguments {
-public:
-    explicit SavedArguments(std::vector<std::string> given) : words(std::move(given)) {
-        for (std::string &word : words) {
-            pointers.push_back(word.data());
-        }
-        pointers.push_back(nullptr);
-        commandLineArgs = pointers.data();
-        commandLineArgCount = static_cast<int>(words.size());
-    }
-    ~SavedArguments() {
-        commandLineArgs = oldArgs;
-        commandLineArgCount = oldCount;
-    }
-
-private:
-    std::vector<std::string> words;
-    std::vector<char *> pointers;
-    char **oldArgs = commandLineArgs;
-    int oldCount = commandLineArgCount;
-};
 
 // A server's class path makes its command line far longer than one block of the reader; blanks, empty words
 // and bytes beyond ASCII must come through as they are.
@@ -50,10 +28,10 @@ TEST(CommandLine, IsReadWhole) {
 }
 
 TEST(CommandLine, ValueOfTheFirstArgumentThatHasOne) {
-    const SavedArguments arguments({"java", "x-Dkey=inside", "-Dkey=", "-Dkey", "-Dkey=one", "-Dkey=two"});
+    const GivenArguments arguments({"java", "x-Dkey=inside", "-Dkey=", "-Dkey", "-Dkey=one", "-Dkey=two"});
     EXPECT_STREQ("one", findCommandLineValue("-Dkey="));
     EXPECT_EQ(nullptr, findCommandLineValue("-Dother="));
-    const SavedArguments none({});
+    const GivenArguments none({});
     EXPECT_EQ(nullptr, findCommandLineValue("-Dkey="));
 }
 

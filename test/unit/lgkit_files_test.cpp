@@ -32,26 +32,6 @@ protected:
     }
 };
 
-TEST_F(LgkitFiles, openLazilyWhereTheNamePointsAtTheFirstRecord) {
-    LgkObject *logger = openLogger();
-    LgkObject *handler = LgkGetObject(handlerName().c_str(), "lgk_filehandler");
-    const fs::path first = directory / "new" / "deep" / "first.log";
-    const fs::path second = directory / "other" / "second.log";
-    char name[256] = "";
-    first.string().copy(name, sizeof(name) - 1);
-    ASSERT_EQ(1, LgkSetObjProp(handler, "fileName", name));
-    name[0] = '\0'; // the toolkit has its own copy
-    EXPECT_FALSE(fs::exists(first.parent_path()));
-
-    LgkLogInfo(logger, nullptr, 0, 0, "one", 0);
-    ASSERT_TRUE(waitForText(first, "INFO one\n")); // with nothing further logged
-    LgkSetObjProp(handler, "fileName", second.c_str());
-    LgkLogInfo(logger, nullptr, 0, 0, "two", 0);
-    ASSERT_TRUE(waitForText(second, "INFO two\n"));
-    EXPECT_EQ(std::string::npos, contentOf(first).find("two"));
-    EXPECT_FALSE(fs::exists(file)); // the name in the property file was never used
-}
-
 TEST_F(LgkitFiles, rotateBySizeAndKeepOnlySoMany) {
     LgkObject *logger = openLogger(handlerName() + ".maxFileSize=2000\n" + handlerName() + ".maxFiles=3\n");
     for (int i = 0; i < 200; ++i) {

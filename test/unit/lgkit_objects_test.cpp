@@ -48,31 +48,6 @@ TEST_F(LgkitObjects, brokenLinesAreSkippedAndToldOnce) {
     EXPECT_EQ("(null)", property(logger, "long", 0));
 }
 
-TEST_F(LgkitObjects, kindComesFromTypeOrName) {
-    const std::string other = "odd." + id;
-    openLogger(other + ".type=lgk_logger\n" + other + ".level=6000\n");
-    const struct {
-        std::string name;
-        const char *type;
-        bool found;
-    } cases[] = {
-        {loggerName(), nullptr, true},
-        {loggerName(), "lgk_logger", true},
-        {loggerName(), "", false},
-        {handlerName(), "lgk_filehandler", true},
-        {handlerName(), "lgk_logger", false},
-        {other, "lgk_logger", true},
-        {other + ".level", nullptr, false},
-        {"", nullptr, false},
-    };
-    for (const auto &expected : cases) {
-        EXPECT_EQ(expected.found, LgkGetObject(expected.name.c_str(), expected.type) != nullptr)
-            << expected.name;
-    }
-    EXPECT_EQ(LgkGetObject(other.c_str(), nullptr), LgkGetObject(other.c_str(), "lgk_logger"));
-    EXPECT_EQ(nullptr, LgkGetObject(nullptr, nullptr));
-}
-
 TEST_F(LgkitObjects, nullsAreHarmless) {
     LgkObject *logger = openLogger();
     EXPECT_EQ(0, LgkIsLoggable(nullptr, 6000));

@@ -1,12 +1,12 @@
-// What the network tests share: a server on loopback that keeps what it reads, the log as it was written,
-// and a pool of agents on threads of their own.
+// What the network tests share: a server on loopback that keeps what it reads, and a pool of agents on
+// threads of their own.
 #pragma once
 
 #include "FakeVm.h"
 #include "NetworkAgent.h"
 #include "NetworkAgentMgr.h"
-#include "ProbeLgKit.h"
 #include "PropertyMgr.h"
+#include "RecordedLog.h"
 
 #include <gtest/gtest.h>
 
@@ -14,11 +14,9 @@
 #include <arpa/inet.h>
 #include <atomic>
 #include <chrono>
-#include <cstdarg>
 #include <cstring>
 #include <fcntl.h>
 #include <functional>
-#include <map>
 #include <memory>
 #include <mutex>
 #include <netinet/in.h>
@@ -164,102 +162,6 @@ private:
     std::thread worker;
 };
 
-// Takes the toolkit's place: keeps the default text of every line, numbered ones by number, and checks that
-// each conversion in a text has an argument of its type.
-class LogRecorder {
-public:
-    LogRecorder() : oldApi(lgkApi), oldMessages(msgLogger), oldTrace(traceLogger), oldTracer(naTracer) {
-        static char object;
-        current = this;
-        lgkApi.isLoggable = [](const LgkObject *, int) { return 1; };
-        lgkApi.debugMin = lgkApi.debugMid = lgkApi.debugMax = recordDebug;
-        lgkApi.info = lgkApi.warn = lgkApi.error = lgkApi.fatal = recordMessage;
-        LgkObject *any = reinterpret_cast<LgkObject *>(&object);
-        msgLogger = any;
-        traceLogger = any;
-        naTracer = any;
-    }
-    ~LogRecorder() {
-        lgkApi = oldApi;
-        msgLogger = oldMessages;
-        traceLogger = oldTrace;
-        naTracer = oldTracer;
-    }
-
-    int messages(int number) const {
-        const std::lock_guard<std::mutex> guard(mutex);
-        return static_cast<int>(std::count(numbers.begin(), numbers.end(), number));
-    }
-    int lines(const std::string &text) const {
-        const std::lock_guard<std::mutex> guard(mutex);
-        const auto found = counts.find(text);
-        return found != counts.end() ? found->second : 0;
-    }
-
-private:
-    static void recordDebug(LgkObject *, const char *, const char *, int, const char *format, ...) {
-        va_list args;
-        va_start(args, format);
-        current->keep(0, format, args);
-        va_end(args);
-    }
-    static void recordMessage(LgkObject *, const char *, int, int number, const char *format, ...) {
-        va_list args;
-        va_start(args, format);
-        current->keep(number, format, args);
-        va_end(args);
-    }
-
-    // The type code that a conversion needs; 0 at the end of the text.
-    static int nextConversion(const char *&text) {
-        while (*text != '\0' && *text++ != '%') {
-        }
-        if (*text == '\0') {
-            return 0;
-        }
-        text += strspn(text, ".0123456789");
-        const bool wide = *text == 'l';
-        text += wide ? 2 : 1;
-        return text[-1] == 's' ? 507 : wide ? 503 : 502;
-    }
-
-    static void skipValue(int code, va_list &args) {
-        if (code == 507) {
-            va_arg(args, const char *);
-        } else if (code == 503) {
-            va_arg(args, long);
-        } else {
-            va_arg(args, int);
-        }
-    }
-
-    void keep(int number, const char *format, va_list &args) {
-        const char *rest = format;
-        while (const int wanted = nextConversion(rest)) {
-            const int given = va_arg(args, int);
-            EXPECT_EQ(wanted, given) << format;
-            if (wanted != given) {
-                break;
-            }
-            skipValue(given, args);
-        }
-        const std::lock_guard<std::mutex> guard(mutex);
-        ++counts[format];
-        if (number != 0) {
-            numbers.push_back(number);
-        }
-    }
-
-    static inline LogRecorder *current = nullptr;
-    mutable std::mutex mutex;
-    std::map<std::string, int> counts;
-    std::vector<int> numbers;
-    LgkApi oldApi;
-    LgkObject *oldMessages;
-    LgkObject *oldTrace;
-    LgkObject *oldTracer;
-};
-
 class Properties {
 public:
     Properties() { new PropertyMgr; }
@@ -341,7 +243,7 @@ protected:
     }
 
     FakeVm vm;
-    LogRecorder log;
+    RecordedLog log;
     Properties properties;
     CountingListener listener;
     NetworkAgentMgr *mgr = nullptr;

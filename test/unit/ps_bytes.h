@@ -1,35 +1,15 @@
 // Bytes written by hand for the receiver's tests. Header-only, any thread.
 #pragma once
 
+#include "../support/Bytes.h"
 #include "decoder/StreamDecoder.h"
 #include "server/Render.h"
 
-#include <cctype>
-#include <cstdlib>
 #include <functional>
 #include <string>
 #include <vector>
 
 namespace pstest {
-
-// "01 FF 'text'": pairs of hex digits, and ASCII text between single quotes; blanks between them mean
-// nothing.
-inline std::string bytes(const std::string &notation) {
-    std::string out;
-    for (std::size_t i = 0; i < notation.size();) {
-        if (notation[i] == '\'') {
-            const std::size_t close = notation.find('\'', i + 1);
-            out += notation.substr(i + 1, close - i - 1);
-            i = close + 1;
-        } else if (std::isxdigit(static_cast<unsigned char>(notation[i]))) {
-            out += static_cast<char>(std::strtoul(notation.substr(i, 2).c_str(), nullptr, 16));
-            i += 2;
-        } else {
-            ++i;
-        }
-    }
-    return out;
-}
 
 inline const std::string kInitBlock = bytes("000007D0 64 02 01 00000000A1B2C3D4 7F7F"
                                             "65 C8 09 08 07 0005'agent' 0011'<NO CLUSTER NAME>' 0004'node'"

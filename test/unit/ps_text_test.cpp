@@ -5,8 +5,6 @@
 
 #include <random>
 
-using pstest::bytes;
-
 TEST(PsText, anyBytesBecomeWellFormedUtf8) {
     const std::string bad = "\xEF\xBF\xBD";
     const struct {

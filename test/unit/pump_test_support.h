@@ -1,5 +1,5 @@
 // What the pump's tests share: JNI environments without a JVM, all managers over a real socket, a way to hold
-// the leader between two passes, and a walker over the packets that arrived.
+// the leader between two passes, and what arrived as the receiver's decoder reads it.
 #pragma once
 
 #include "Event.h"
@@ -8,6 +8,7 @@
 #include "ProbeState.h"
 #include "ThreadData.h"
 #include "ThreadMgr.h"
+#include "decoder/StreamDecoder.h"
 #include "net_test_support.h"
 
 #include <condition_variable>
@@ -112,101 +113,40 @@ struct Received {
     std::vector<uint32_t> counters;
 };
 
-// Walks a stream strictly by its packets. `whole` tells whether it ended at the end of a packet.
-class Walker {
-public:
-    explicit Walker(const std::string &stream) : bytes(stream), at(0) {
-        while (at < bytes.size() && readPacket()) {
+// Reads a stream strictly, initial block first. `whole` tells whether it ended at the end of a packet.
+struct Stream {
+    explicit Stream(std::string_view bytes) {
+        ps::StreamDecoder decoder;
+        ps::Record record;
+        ps::Outcome outcome = ps::Outcome::NeedMore;
+        while (!bytes.empty() && outcome == ps::Outcome::NeedMore) {
+            bytes.remove_prefix(decoder.feed(bytes));
+            while ((outcome = decoder.next(record)) == ps::Outcome::Record) {
+                keep(record);
+            }
         }
+        EXPECT_NE(ps::Outcome::Fatal, outcome) << decoder.error().message << " " << decoder.error().bytes;
+        whole = decoder.atBoundary();
     }
 
-    std::vector<Received> records; // of all packets that are whole, alive messages left out
-    bool whole = true;
+    std::vector<Received> records; // the initial block and signs of life left out
+    bool whole;
 
 private:
-    bool readPacket() {
-        const size_t kept = records.size();
-        if (number(1) != 0) {
-            return fail("no packet header", kept);
-        }
-        const uint32_t count = number(4);
-        if (!endOfRecord()) {
-            return fail("no end of header", kept);
-        }
-        for (uint32_t i = 0; i < count; ++i) {
-            if (!readRecord()) {
-                return fail("bad record", kept);
+    void keep(const ps::Record &record) {
+        Received received{record.spec->type, record.threadId, {}, {}};
+        for (size_t i = 0; i < record.spec->fieldCount; ++i) {
+            const ps::Kind kind = record.spec->fields[i].kind;
+            if (kind == ps::Kind::Str) {
+                received.text = record.values[i].text;
+            } else if (kind == ps::Kind::Number) {
+                received.counters.push_back(static_cast<uint32_t>(record.values[i].number));
             }
         }
-        return true;
-    }
-
-    bool readRecord() {
-        Received record{static_cast<int>(number(1)), 0, {}, {}};
-        switch (record.type) {
-        case 9:
-        case 10: // SQL
-            record.threadId = number(4);
-            skip(1 + 4 + 4 + 8 + 1);
-            if (record.type == 9) {
-                text();
-                record.text = text();
-            }
-            break;
-        case 11: // drops
-            record.threadId = number(4);
-            for (int i = 0; i < 6; ++i) {
-                record.counters.push_back(number(4));
-            }
-            break;
-        case 39: // sampling
-            skip(4 * 4 + 1);
-            break;
-        case 44: // status
-            record.text = text();
-            break;
-        default:
-            if (!cut) {
-                ADD_FAILURE() << "record of type " << record.type << " at " << at;
-            }
-            return false;
+        if (record.packet > 0 && (received.type != 44 || !received.text.empty())) {
+            records.push_back(received);
         }
-        if (record.type != 44 || !record.text.empty()) {
-            records.push_back(record);
-        }
-        return endOfRecord();
     }
-
-    // A stream may be read while it grows: a cut packet is only not whole.
-    bool fail(const char *what, size_t kept) {
-        EXPECT_TRUE(cut) << what << " before " << at;
-        records.resize(kept);
-        whole = false;
-        return false;
-    }
-    uint32_t number(int width) {
-        uint32_t value = 0;
-        for (int i = 0; i < width; ++i) {
-            value = value << 8 | (have(1) ? static_cast<unsigned char>(bytes[at++]) : 0);
-        }
-        return value;
-    }
-    std::string text() {
-        const uint32_t length = number(2);
-        const std::string value = have(length) ? bytes.substr(at, length) : std::string();
-        skip(length);
-        return value;
-    }
-    void skip(size_t count) { at += have(count) ? count : 0; }
-    bool endOfRecord() { return number(2) == 0x7F7F; }
-    bool have(size_t count) {
-        cut = cut || at + count > bytes.size();
-        return !cut;
-    }
-
-    const std::string bytes;
-    size_t at;
-    bool cut = false;
 };
 
 // ---------------------------------------------------------------- the fixture
@@ -230,6 +170,7 @@ class PumpTest : public NetworkTest {
 protected:
     PumpTest() {
         fixAppendLimit();
+        eaTracer = nullptr; // it tells every pass
         FakeJni::classesMissing = false;
         FakeJni::calls = 0;
         properties.set("networkagent.publish.frequency", "1");
@@ -299,13 +240,13 @@ protected:
         }
     }
 
-    // All records of all connections; the streams are walked strictly.
+    // All records of all connections.
     std::vector<Received> received(bool wantWhole = false) {
         std::vector<Received> all;
         for (size_t i = 0; i < server->count(); ++i) {
-            Walker walker(afterInitialBlock(server->bytes(i)));
-            EXPECT_TRUE(walker.whole || !wantWhole);
-            all.insert(all.end(), walker.records.begin(), walker.records.end());
+            const Stream stream(server->bytes(i));
+            EXPECT_TRUE(stream.whole || !wantWhole);
+            all.insert(all.end(), stream.records.begin(), stream.records.end());
         }
         return all;
     }

@@ -1,12 +1,12 @@
 #include "zykora.h"
 
-#include "ChildRun.h"
+#include "GivenArguments.h"
 #include "InstrumentJNI.h"
 #include "ProbeState.h"
 #include "RealJvm.h"
 #include "RecordedLog.h"
 #include "RenamedClasses.h"
-#include "cmdline.h"
+#include "jnihelp.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -15,8 +15,14 @@
 #include <string>
 #include <unistd.h>
 
+#define OS_UTILS(name) Java_com_qel_morvex_norak_toolkit_ai_osutils_OsUtils_##name
+
+extern "C" {
+JNIEXPORT jobjectArray JNICALL OS_UTILS(getArgumentVectorNative)(JNIEnv *, jclass);
+JNIEXPORT jobjectArray JNICALL OS_UTILS(getJVMParamsNative)(JNIEnv *, jclass);
+}
+
 using testing::ElementsAre;
-using testing::HasSubstr;
 using testing::IsEmpty;
 
 namespace {
@@ -86,13 +92,6 @@ TEST_F(Bootstrap, StartsTheJavaHalf) {
     EXPECT_TRUE(hook(env));
 }
 
-TEST_F(Bootstrap, WaitsUntilItIsAllowed) {
-    bootstrapAllowed = false;
-    EXPECT_EQ("", bootstrap("Good"));
-    EXPECT_EQ(0, calls());
-    EXPECT_FALSE(bootstrapDone);
-}
-
 // However the Java half fails: no exception is left, the way is closed, and Java code goes on.
 TEST_F(Bootstrap, FailuresAreTold) {
     struct Case {
@@ -101,21 +100,25 @@ TEST_F(Bootstrap, FailuresAreTold) {
         int calls;
         std::vector<int> messages;
         std::vector<std::string> traced;
+        const char *disabling; // what disabling prints then
     };
+    constexpr char THROWN[] = "zykora: ExceptionOccurred\n";
     const Case cases[] = {
-        {"NoSuchClass", "", 0, {1083}, {}},
+        {"NoSuchClass", "", 0, {1083}, {}, ""},
         {"Refusing",
          "## zykora: Datacollector is disabled. Check value of the NORAK_DC_ENABLED property\n",
          1,
          {1082},
          {"Call failed for com.zykora.bcm.bootstrap.BcmBootstrap.staticInit()",
-          "Datacollector will now be disabled. Check value of NORAK_DC_ENABLED property"}},
+          "Datacollector will now be disabled. Check value of NORAK_DC_ENABLED property"},
+         THROWN},
         {"Mute",
-         "zykora: ExceptionOccurred\n",
+         THROWN,
          0,
          {1082},
-         {"Unable to resolve com.zykora.bcm.bootstrap.BcmBootstrap.staticInit()"}},
-        {"WithoutNatives", "zykora: ExceptionOccurred\nzykora: RegisterNatives rc=-1\n", 0, {}, {}},
+         {"Unable to resolve com.zykora.bcm.bootstrap.BcmBootstrap.staticInit()"},
+         THROWN},
+        {"WithoutNatives", "zykora: ExceptionOccurred\nzykora: RegisterNatives rc=-1\n", 0, {}, {}, THROWN},
     };
     for (const Case &c : cases) {
         calls(0);
@@ -128,46 +131,8 @@ TEST_F(Bootstrap, FailuresAreTold) {
             EXPECT_TRUE(log.has(line)) << line;
         }
         EXPECT_TRUE(bootstrapDone);
+        EXPECT_EQ(c.disabling, with(c.kind, [&] { EXPECT_FALSE(disableToolkit(env)); })) << c.kind;
     }
-}
-
-TEST_F(Bootstrap, AToolkitThatCannotBeDisabled) {
-    for (const auto &[kind, printed] :
-         std::vector<std::pair<std::string, std::string>>{{"NoSuchClass", ""},
-                                                          {"Mute", "zykora: ExceptionOccurred\n"},
-                                                          {"Refusing", "zykora: ExceptionOccurred\n"}}) {
-        bootstrap(kind);
-        EXPECT_EQ(printed, with(kind, [&] { EXPECT_FALSE(disableToolkit(env)); })) << kind;
-    }
-}
-
-// Without an environment the bootstrap has ended for this process.
-TEST_F(Bootstrap, EndsWithoutAnEnvironment) {
-    if (leftToChild()) {
-        return;
-    }
-    const RecordedLog log(LGK_DEBUG_MID);
-    const JVMPI_Event event{JVMPI_EVENT_JVM_INIT_DONE, nullptr, nullptr, nullptr, nullptr};
-    registerBcmBootstrapNative(&event);
-    EXPECT_THAT(log.texts(), ElementsAre("Can not obtain JNIEnv pointer",
-                                         "Can not register defineNativeMethodsForClassNative for "
-                                         "com.zykora.bcm.bootstrap.BcmBootstrap.class"));
-    EXPECT_EQ("", bootstrap("Good"));
-    EXPECT_EQ(0, calls());
-    EXPECT_FALSE(bootstrapDone);
-}
-
-TEST_F(Bootstrap, TheHookFindsItsClassOrDoesNot) {
-    const JVMPI_Event event{JVMPI_EVENT_JVM_INIT_DONE, env, nullptr, nullptr, nullptr};
-    const JVMPI_Event nowhere{JVMPI_EVENT_JVM_INIT_DONE, nullptr, nullptr, nullptr, nullptr};
-    const std::string processed =
-        "InstrumentJNI: notifyJVMInitDone has been processed, BcmBootstrap class has ";
-    const RecordedLog log(LGK_DEBUG_MIN);
-    with("NoSuchClass", [&] { notifyJVMInitDone(&event); });
-    notifyJVMInitDone(&nowhere);
-    with("Good", [&] { notifyJVMInitDone(&event); });
-    EXPECT_THAT(log.texts(), ElementsAre(processed + "**NOT** been loaded", processed + "**NOT** been loaded",
-                                         processed + "been loaded"));
 }
 
 // ---------------------------------------------------------------- natives, as Java calls them
@@ -225,39 +190,30 @@ TEST_F(BootstrapNatives, Answer) {
 }
 
 TEST_F(BootstrapNatives, CommandLine) {
-    char word[] = "-Da=b c";
-    char empty[] = "";
-    char *words[] = {word, empty, nullptr};
-    char **oldArgs = commandLineArgs;
-    const int oldCount = commandLineArgCount;
-    commandLineArgs = words;
-    commandLineArgCount = 2;
+    std::vector<std::string> words(500, "-Dx=\xC3\xA4 y");
+    words[0] = "";
     const jmethodID getArgs = method("getJavaCommandLineArgs", "()[Ljava/lang/String;");
-    const auto array = static_cast<jobjectArray>(checked(env->CallStaticObjectMethod(good, getArgs)));
-    commandLineArgs = nullptr;
-    commandLineArgCount = 0;
-    const auto nothing = static_cast<jobjectArray>(checked(env->CallStaticObjectMethod(good, getArgs)));
-    commandLineArgs = oldArgs;
-    commandLineArgCount = oldCount;
-    ASSERT_EQ(2, env->GetArrayLength(array));
-    EXPECT_EQ("-Da=b c", text(env->GetObjectArrayElement(array, 0)));
-    EXPECT_EQ("", text(env->GetObjectArrayElement(array, 1)));
-    EXPECT_EQ(0, env->GetArrayLength(nothing));
-}
-
-TEST_F(BootstrapNatives, ClassesWithoutNativesOfOursAreLeftAlone) {
-    const jmethodID define =
-        method("defineNativeMethodsForClassNative", "(Ljava/lang/Class;Ljava/lang/String;)V");
-    const RecordedLog log(LGK_DEBUG_MID);
-    const jstring name = env->NewStringUTF("some.Name");
-    const std::pair<jclass, jstring> arguments[] = {{nullptr, name}, {outer, nullptr}, {outer, name}};
-    for (const auto &[type, text] : arguments) {
-        env->CallStaticVoidMethod(good, define, type, text);
-        EXPECT_EQ(JNI_FALSE, env->ExceptionCheck());
+    const auto fromBootstrap = [&] { return env->CallStaticObjectMethod(good, getArgs); };
+    const auto contentOf = [&](jobject array) {
+        std::vector<std::string> result;
+        for (jsize i = 0; i < env->GetArrayLength(static_cast<jobjectArray>(array)); ++i) {
+            const LocalRef<jobject> word(env,
+                                         env->GetObjectArrayElement(static_cast<jobjectArray>(array), i));
+            result.push_back(text(word.get()));
+        }
+        return result;
+    };
+    {
+        const GivenArguments given(words);
+        EXPECT_EQ(words, contentOf(checked(fromBootstrap())));
+        EXPECT_EQ(words, contentOf(checked(OS_UTILS(getArgumentVectorNative)(env, nullptr))));
+        EXPECT_EQ(words, contentOf(checked(OS_UTILS(getJVMParamsNative)(env, nullptr))));
     }
-    EXPECT_THAT(log.texts(), ElementsAre("classNameStr is NULL", "classNameStr is NULL",
-                                         "No native method registration for class some.Name",
-                                         "Native methods registration for class some.Name failed"));
+    const GivenArguments none({});
+    commandLineArgs = nullptr;
+    EXPECT_THAT(contentOf(checked(fromBootstrap())), IsEmpty());
+    EXPECT_EQ(nullptr, checked(OS_UTILS(getArgumentVectorNative)(env, nullptr)));
+    EXPECT_EQ(nullptr, checked(OS_UTILS(getJVMParamsNative)(env, nullptr)));
 }
 
 } // namespace

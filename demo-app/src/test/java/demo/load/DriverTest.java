@@ -70,32 +70,6 @@ class DriverTest {
         assertTrue(told.toString().contains("usage: --url"), told::toString);
     }
 
-    @Test
-    void percentileIsAtMostAnEighthTooHigh() {
-        for (long scale : new long[] {1, 10, 1_000, 1_000_000}) {
-            PageStats stats = new PageStats();
-            for (int i = 1; i <= 100; i++) {
-                stats.add(new Answer(200, 1, new byte[0]), true, i * scale);
-            }
-            double exact = 95 * scale / 1000.0;
-            double told = stats.percentileMillis(0.95);
-            assertTrue(told >= exact && told <= exact * 1.125, scale + ": " + told);
-            assertEquals(50.5 * scale / 1000, stats.meanMillis(), 1e-9);
-        }
-        assertEquals(0, new PageStats().percentileMillis(0.95));
-    }
-
-    @Test
-    void watchesTheMemoryOfALivingProcessOnly() throws Exception {
-        String self = Long.toString(ProcessHandle.current().pid());
-        runAgainst(200, "2", () -> "catalogue", "--requests", "1", "--watch-pid", self);
-        assertTrue(written().matches("(?s).*\"rssKb\":\\{\"first\":\\d{5,},.*"), written());
-        Process ended = new ProcessBuilder("true").start();
-        ended.waitFor();
-        runAgainst(200, "2", () -> "catalogue", "--requests", "1", "--watch-pid", Long.toString(ended.pid()));
-        assertTrue(written().contains("\"rssKb\":null"), written());
-    }
-
     private int runAgainst(int status, String statements, Supplier<String> body, String... limits) throws Exception {
         HttpServer server = server();
         server.createContext("/", exchange -> {

@@ -17,7 +17,6 @@ import java.net.http.HttpResponse.BodyHandlers;
 import java.util.List;
 import java.util.Set;
 import java.util.concurrent.CompletableFuture;
-import java.util.concurrent.TimeUnit;
 import java.util.regex.Matcher;
 import java.util.regex.Pattern;
 import java.util.stream.Collectors;
@@ -102,21 +101,6 @@ class ShopTest {
     }
 
     @Test
-    void failedTransactionLeavesNothingBehind() throws Exception {
-        try (Database database = new Database("jdbc:", 2)) {
-            try (Session db = database.open()) {
-                assertThrows(Pages.Broken.class, () -> db.transaction(() -> {
-                    assertEquals(200, db.update("UPDATE item SET sold = sold + 1"));
-                    throw new Pages.Broken();
-                }));
-            }
-            try (Session db = database.open()) {
-                assertEquals(0, db.number("SELECT SUM(sold) FROM item"));
-            }
-        }
-    }
-
-    @Test
     void checkoutsOfOneCartGoOneAfterTheOther() {
         HttpRequest checkout = request(shop.port(), "POST", "/checkout?cart=7&items=1,2,3");
         List<CompletableFuture<HttpResponse<String>>> all = Stream.generate(
@@ -144,22 +128,6 @@ class ShopTest {
     void servesWithoutAFilterThatIsNotThere() throws Exception {
         try (Shop other = Shop.start(new Settings(0, 2, "jdbc:", "no.such.Filter"))) {
             assertEquals("slow 200\n", send(other, "GET", "/slow").body());
-        }
-    }
-
-    @Test
-    void processEndsWithStatusZeroAfterTheStop() throws Exception {
-        Process process = new ProcessBuilder(ProcessHandle.current().info().command().orElseThrow(),
-                "-cp", System.getProperty("java.class.path"), Main.class.getName())
-                .redirectError(ProcessBuilder.Redirect.DISCARD).start();
-        try {
-            String line = process.inputReader().readLine();
-            assertTrue(line.matches("shop listening on \\d+"), line);
-            send(Integer.parseInt(line.replaceAll("\\D", "")), "POST", "/admin/stop");
-            assertTrue(process.waitFor(30, TimeUnit.SECONDS));
-            assertEquals(0, process.exitValue());
-        } finally {
-            process.destroyForcibly();
         }
     }
 

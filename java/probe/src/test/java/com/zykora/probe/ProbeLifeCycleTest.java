@@ -65,10 +65,20 @@ class ProbeLifeCycleTest {
         System.setProperty("na.thread.priority", "9");
         RuntimeBuilder.buildRuntime(directory.toString());
         natives.eventAgents = 2;
+        boolean[] inherited = {false};
+        new InheritableThreadLocal<String>() {
+            @Override
+            protected String childValue(String value) {
+                inherited[0] = true;
+                return value;
+            }
+        }.set("of the application");
         lifeCycle.start();
+        assertFalse(inherited[0]);
         assertEquals(Arrays.asList("am-event-agent-0 3", "am-event-agent-1 3", "am-network-agent-0 9"), poolThreads());
         assertTrue(natives.poolThreads.stream()
-                .allMatch(thread -> thread.isDaemon() && thread.getContextClassLoader() == null));
+                .allMatch(thread -> thread.isDaemon() && thread.getContextClassLoader() == null
+                        && thread.getThreadGroup().getParent() == null));
 
         lifeCycle.eventPool().setPriority(99);
         lifeCycle.networkPool().setPriority(-1);
@@ -97,31 +107,6 @@ class ProbeLifeCycleTest {
         assertDoesNotThrow(lifeCycle::stop);
         assertDoesNotThrow(lifeCycle::shutDown);
         assertEquals(shutDowns, natives.calls.stream().filter("shutDownService"::equals).count());
-    }
-
-    @Test
-    void aStartRefusedAtTheEndOfTheJvmCanBeTriedAgain() {
-        natives.failingCall = "startProbe";
-        assertFalse(lifeCycle.start());
-        natives.failingCall = "";
-        assertTrue(lifeCycle.start());
-    }
-
-    @Test
-    void withoutTheLibraryItIsQuietAndTriesOnce() {
-        int[] tries = {0};
-        ProbeLifeCycle absent = new ProbeLifeCycle(new ProbeNatives() {
-            @Override
-            boolean startService() {
-                tries[0]++;
-                return super.startService();
-            }
-        });
-        assertFalse(absent.start());
-        assertFalse(absent.start());
-        absent.stop();
-        absent.shutDown();
-        assertEquals(1, tries[0]);
     }
 
     @Test

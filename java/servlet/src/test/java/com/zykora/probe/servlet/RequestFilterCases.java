@@ -37,29 +37,21 @@ abstract class RequestFilterCases {
 
     @ParameterizedTest
     @CsvSource(delimiter = '|', value = {
-        "/ok?card=4711 | 200 ok        | start /ok, finish /ok",
-        "/             | 200 ok        | start /, finish /",
-        "/error        | 404           | start /error, error /error 404 Not Found",
-        "/status       | 418 teapot    | start /status, error /status 418",
-        "/unchecked    | 500           | start /unchecked, error /unchecked java.lang.IllegalStateException",
-        "/checked      | 500           | start /checked, error /checked java.io.IOException",
-        "/fatal        | 500           | start /fatal, error /fatal java.lang.StackOverflowError",
-        "/async        | 200 later     | start /async, finish /async",
-        "/forward      | 200 ok        | start /forward, finish /forward",
+        "/ok?card=4711 | false | 200 ok     | start /ok, finish /ok",
+        "/             | false | 200 ok     | start /, finish /",
+        "/error        | false | 404        | start /error, error /error 404 Not Found",
+        "/status       | false | 418 teapot | start /status, error /status 418",
+        "/unchecked    | false | 500        | start /unchecked, error /unchecked java.lang.IllegalStateException",
+        "/checked      | false | 500        | start /checked, error /checked java.io.IOException",
+        "/fatal        | false | 500        | start /fatal, error /fatal java.lang.StackOverflowError",
+        "/async        | false | 200 later  | start /async, finish /async",
+        "/forward      | false | 200 ok     | start /forward, finish /forward",
+        "/forward      | true  | 200 ok     | start /forward, start /ok, finish /ok, finish /forward",
+        "/include      | true  | 200 [ok]   | start /include, start /ok, finish /ok, finish /include",
     })
-    void reportsOneEndForEachBegin(String path, String response, String reports) throws Exception {
-        int port = startServer(new RequestRecorder(sink), false);
-        assertEquals(response, get(port, path));
-        assertEquals(Arrays.asList(reports.split(", ")), sink.awaitBalance());
-    }
-
-    @ParameterizedTest
-    @CsvSource(delimiter = '|', value = {
-        "/forward | 200 ok     | start /forward, start /ok, finish /ok, finish /forward",
-        "/include | 200 [ok]   | start /include, start /ok, finish /ok, finish /include",
-    })
-    void nestsInnerDispatchesWhenMappedToThem(String path, String response, String reports) throws Exception {
-        int port = startServer(new RequestRecorder(sink), true);
+    void reportsOneEndForEachBegin(String path, boolean dispatches, String response, String reports)
+            throws Exception {
+        int port = startServer(new RequestRecorder(sink), dispatches);
         assertEquals(response, get(port, path));
         assertEquals(Arrays.asList(reports.split(", ")), sink.awaitBalance());
     }

@@ -37,20 +37,16 @@ class RuntimeBuilderTest {
     }
 
     @Test
-    void makesTheNamedDirectoryFromTheSamples() throws IOException {
-        Path wanted = root.resolve("deep/er/runtime");
-        assertTrue(RuntimeBuilder.buildRuntime(wanted.toString()));
-        assertEquals(wanted.toString(), RuntimeBuilder.getRuntimeDirName());
-        assertEquals("k=sample", Files.readString(wanted.resolve("datacollector.properties")));
-        assertTrue(Files.exists(wanted.resolve("dc.env.properties")));
-        assertFalse(Files.exists(wanted.resolve("am.mod")), "only properties files are samples");
-    }
-
-    @Test
-    void fillsAnEmptyDirectoryButLeavesAnyOtherAlone() throws IOException {
-        Path empty = Files.createDirectory(root.resolve("empty"));
-        assertTrue(RuntimeBuilder.buildRuntime(empty.toString()));
-        assertTrue(Files.exists(empty.resolve("datacollector.properties")));
+    void makesOrFillsADirectoryButLeavesAnyOtherAlone() throws IOException {
+        for (Path wanted : new Path[] {Files.createDirectory(root.resolve("empty")), root.resolve("deep/er")}) {
+            assertTrue(RuntimeBuilder.buildRuntime(wanted.toString()));
+            assertEquals(wanted.toString(), RuntimeBuilder.getRuntimeDirName());
+            assertEquals("k=sample", Files.readString(wanted.resolve("datacollector.properties")));
+            assertEquals(Set.of("datacollector.properties", "dc.env.properties"), names(wanted), "samples only");
+        }
+        for (String place : new String[] {"home/etc/am.mod", "home/etc/am.mod/below", "bad\0name"}) {
+            assertFalse(RuntimeBuilder.buildRuntime(root + "/" + place), place);
+        }
 
         Path owned = Files.createDirectory(root.resolve("owned"));
         Files.writeString(owned.resolve("datacollector.properties"), "k=edited");
@@ -134,13 +130,5 @@ class RuntimeBuilderTest {
         assertFalse(RuntimeBuilder.buildRuntime(wanted), "no samples");
         assertEquals(wanted, RuntimeBuilder.getRuntimeDirName());
         assertFalse(Files.exists(Path.of(wanted)));
-    }
-
-    @Test
-    void survivesPlacesWhereNoDirectoryCanStand() throws IOException {
-        Path file = Files.writeString(root.resolve("file"), "");
-        assertFalse(RuntimeBuilder.buildRuntime(file.toString()));
-        assertFalse(RuntimeBuilder.buildRuntime(file.resolve("below").toString()));
-        assertFalse(RuntimeBuilder.buildRuntime("bad\0name"));
     }
 }
