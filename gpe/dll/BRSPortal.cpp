@@ -81,11 +81,13 @@ void appendPortalActionRequestEvent(JNIEnv *env, Event::EventSubType subType, jb
 void appendPortalGatewayServletRequestEvent(JNIEnv *env, Event::EventSubType subType) {
     const ThreadData *td = callingThread(env);
     const char *pageName = td != nullptr ? td->pageName : nullptr;
-    countedRequest<PortalGatewayServletEvent>(env, subType, [=](PortalGatewayServletEvent &event, Texts &) {
+    const auto name = [=](PortalGatewayServletEvent &event, Texts &texts) {
         if (event.subType == Event::SUB_END && pageName != nullptr) {
             event.pageName = strdup(pageName);
+            texts.hold(static_cast<int64_t>(strlen(pageName)));
         }
-    });
+    };
+    countedRequest<PortalGatewayServletEvent>(env, subType, name);
 }
 
 void appendPortalGatewayServletRequestEvent(JNIEnv *env, Event::EventSubType subType, jstring pageName) {

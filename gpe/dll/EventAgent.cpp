@@ -138,9 +138,13 @@ void EventAgent::requestStop() {
     wakeUp();
 }
 
+// Not for a longer pause: modes that alternate would otherwise leave no pause at all.
 void EventAgent::setSleepTime(int32_t ms) {
+    const bool shorter = ms < sleepTime;
     sleepTime = ms;
-    wakeUp();
+    if (shorter) {
+        wakeUp();
+    }
 }
 
 // An agent that is on its way to sleep does not miss it.
@@ -299,12 +303,15 @@ void EventAgent::releaseThreads() {
         for (ThreadData *thr : takeRound()) {
             if (thr->acceptsEvents()) {
                 thr->listed = false;
+                noteGrowth(-thr->takeReported());
             } else {
                 deleteThread(thr);
             }
         }
         threadList.clear();
     }
+    noteGrowth(-int64_t{memoryTaken});
+    memoryTaken = 0;
     currentThread = nullptr;
     specialThreadData = nullptr;
 }

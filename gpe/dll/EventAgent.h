@@ -44,7 +44,7 @@ public:
     // Any thread: whether the next pass shall send the initial data again.
     void notifyPSReconnect(bool resend) { resendInitialDataPending = resend; }
 
-    void setSleepTime(int32_t ms);                          // any thread; a sleeper wakes at once
+    void setSleepTime(int32_t ms); // any thread; a sleeper wakes at once for a shorter one
     int32_t getSleepTime() const { return sleepTime; }      // any thread, ms
     uint32_t getMemoryTaken() const { return memoryTaken; } // any thread, bytes; as of the last pass
     int32_t getNumberOfEvents();                            // any thread; of all queues

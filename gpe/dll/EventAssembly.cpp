@@ -95,15 +95,24 @@ void Texts::charge(Event &event) const {
     addUnweighed(event, unweighed);
 }
 
+namespace {
+
+void addExtra(Event &event, int64_t bytes) {
+    constexpr int64_t MOST = INT32_MAX - INT16_MAX;
+    event.extraBytes = static_cast<uint32_t>(std::min(event.extraBytes + bytes, MOST));
+}
+
+} // namespace
+
 void addWeight(Event &event, int64_t bytes) {
     const int64_t wanted = event.size + bytes;
     event.size = static_cast<int16_t>(std::min<int64_t>(wanted, INT16_MAX));
-    event.extraBytes += static_cast<uint32_t>(wanted - event.size);
+    addExtra(event, wanted - event.size);
 }
 
 void addUnweighed(Event &event, int64_t bytes) {
     constexpr int64_t USUAL = 2048;
-    event.extraBytes += static_cast<uint32_t>(std::max<int64_t>(bytes - USUAL, 0));
+    addExtra(event, std::max<int64_t>(bytes - USUAL, 0));
 }
 
 } // namespace assembly

@@ -51,7 +51,7 @@ bool assembly::askListeners(JNIEnv *env, const Event &event, bool &recordStands)
     }
     const ThreadData *before = callingThread(env);
     const bool agreed = listenersAgree(env, *target, event);
-    recordStands = callingThread(env) == before;
+    recordStands = !probeDisabled && callingThread(env) == before;
     return agreed && recordStands;
 }
 

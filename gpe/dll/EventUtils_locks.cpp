@@ -100,18 +100,17 @@ bool recordOwn(JNIEnv *env, Event::EventSubType subType, const Contention &conte
 
 // The other thread waits for the monitor and does nothing meanwhile; the lock keeps its record from being
 // destroyed, so listeners are asked before. Its CPU clock cannot be read from here.
-bool recordOther(JNIEnv *env, JNIEnv *waiting, Event::EventSubType subType, const Contention &contention) {
+bool recordOther(JNIEnv *env, jint waitingThreadId, Event::EventSubType subType,
+                 const Contention &contention) {
     LockContentionEvent *event = new LockContentionEvent(subType);
     getCurrentTime(&event->timeSec, &event->timeUSec);
     fillAndCharge(env, *event, contention);
     bool recordStands;
-    if (!askListeners(env, *event, recordStands)) {
-        delete event;
-        return false;
-    }
+    const bool agreed = askListeners(env, *event, recordStands);
     ThreadMgr *threads = threadMgr;
     const ZykLockGuard guard(threads->destructionLock());
-    ThreadData *td = threads->findThreadData(waiting);
+    JNIEnv *waiting = otherThread(env, waitingThreadId); // once more: it may have ended meanwhile
+    ThreadData *td = waiting != nullptr ? threads->findThreadData(waiting) : nullptr;
     const bool start = subType == Event::SUB_START;
     if (td == nullptr || !(start ? enter(td, Rule::Plain) : mayEnd(td, Rule::Plain))) {
         delete event;
@@ -120,7 +119,11 @@ bool recordOther(JNIEnv *env, JNIEnv *waiting, Event::EventSubType subType, cons
     event->threadId = td->threadId;
     event->requestDepth = td->requestDepth;
     event->cpuTime = td->lastCpuTime;
-    td->appendEvent(event);
+    if (agreed) {
+        td->appendEvent(event);
+    } else {
+        delete event;
+    }
     if (!start) {
         leave(td);
     }
@@ -129,9 +132,9 @@ bool recordOther(JNIEnv *env, JNIEnv *waiting, Event::EventSubType subType, cons
 
 bool recordContention(JNIEnv *env, Event::EventSubType subType, jint waitingThreadId,
                       const Contention &contention) {
-    JNIEnv *waiting = otherThread(env, waitingThreadId);
-    return waiting != nullptr ? recordOther(env, waiting, subType, contention)
-                              : recordOwn(env, subType, contention);
+    return otherThread(env, waitingThreadId) != nullptr
+               ? recordOther(env, waitingThreadId, subType, contention)
+               : recordOwn(env, subType, contention);
 }
 
 } // namespace

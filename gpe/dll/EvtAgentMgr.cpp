@@ -225,7 +225,7 @@ void EvtAgentMgr::checkForMemory(EventAgent *agent) {
         }
     }
     // The other agents' sums are up to one pass old: the account has what their threads have queued since.
-    monitor->checkForULimit(monitor->getEventBytes());
+    monitor->checkAccount();
     if (stats) {
         traceInfo(
             "## EAMgr: Statistics across all EA's: Total EA events: %ld EA Event Memory: %ld Total Sink "
@@ -259,7 +259,7 @@ uint32_t EvtAgentMgr::getTotalBytesConsumed() {
     if (!pass || monitor == nullptr) {
         return 0;
     }
-    monitor->checkForULimit(monitor->getEventBytes());
+    monitor->checkAccount();
     return monitor->getMemoryTaken();
 }
 

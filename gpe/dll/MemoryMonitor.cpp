@@ -41,8 +41,9 @@ constexpr int32_t UNREPORTED_SHARE = 64; // of the limit, in all threads togethe
 constexpr int32_t DEFAULT_PACKET_KB = 2000;
 constexpr int32_t MOST_PACKET_KB = INT32_MAX / 1024; // a packet's size is 32 bits wide
 
-// A slow link shows progress only once a whole packet has gone.
-constexpr std::chrono::seconds STALL_TIME(3);
+// Threads wait for it. A slow link shows progress only once a whole packet has gone and may be taken for one
+// that is stalled: turbo mode then ends early, which is the lesser evil.
+constexpr std::chrono::seconds STALL_TIME(1);
 
 enum TurboState : int { NORMAL = 1, TURBO = 2 };
 
@@ -268,7 +269,12 @@ void MemoryMonitor::setResetTimer() {
 
 // ---------------------------------------------------------------- accept control
 
-// Under the lock from the first figure on: nobody stops data by a total that is older than the last one told.
+// Under the lock from the first figure on: nobody goes by a total that is older than the last one told.
+bool MemoryMonitor::checkAccount() {
+    const ZykLockGuard guard(*lock);
+    return checkForULimit(getEventBytes());
+}
+
 bool MemoryMonitor::checkForULimit(uint32_t eventBytes) {
     const ZykLockGuard guard(*lock);
     AgentPool *network = networkPool;
@@ -304,8 +310,7 @@ void MemoryMonitor::turnAcceptControl() {
 void MemoryMonitor::noteGrowth(int64_t bytes) {
     const int64_t eventBytes = eventBytesNow.fetch_add(bytes, std::memory_order_relaxed) + bytes;
     if (bytes > 0 && !notAccepting && eventBytes + otherBytes >= memoryLimit) {
-        const ZykLockGuard guard(*lock);
-        checkForULimit(getEventBytes());
+        checkAccount();
     }
 }
 

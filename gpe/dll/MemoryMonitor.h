@@ -58,6 +58,8 @@ public:
     uint32_t getEventBytes() const {
         return static_cast<uint32_t>(eventBytesNow.load(std::memory_order_relaxed));
     }
+    // The check with it.
+    bool checkAccount();
 
     // Runs the turbo control. Both switches must come from one and the same thread.
     void checkTurboMode(JNIEnv *env);

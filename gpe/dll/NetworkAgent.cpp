@@ -142,8 +142,11 @@ void NetworkAgent::requestStop() {
 }
 
 void NetworkAgent::setSleepTime(int32_t ms) {
+    const bool shorter = ms < sleepTime_;
     sleepTime_ = ms;
-    wakeUp();
+    if (shorter) {
+        wakeUp();
+    }
 }
 
 // A thread that is on its way to sleep does not miss it.

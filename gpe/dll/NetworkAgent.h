@@ -31,7 +31,7 @@ public:
     void stopThread();
     // Tells the thread to end, without waiting.
     void requestStop();
-    // Base pause of the loop, ms. A sleeper wakes at once.
+    // Base pause of the loop, ms. A sleeper wakes at once for a shorter one.
     void setSleepTime(int32_t ms);
 
     // Queues a copy of the bytes; false if the agent is not connected or its queue is full. Null `data` and a

@@ -49,7 +49,11 @@ public:
     uint32_t bytesQueued() const;
 
     // Bytes that the memory monitor was told of since the last call; for the one who now counts them himself.
-    int64_t takeReported() { return reportedBytes.exchange(0, std::memory_order_relaxed); }
+    int64_t takeReported() {
+        unreportedBytes =
+            0; // whoever counts the queue counts these too; a lost race tells them twice, for a while
+        return reportedBytes.exchange(0, std::memory_order_relaxed);
+    }
 
     bool acceptsEvents() const { return isAlive.load(std::memory_order_acquire); }
 

@@ -32,6 +32,12 @@ jint lookedUpId(JNIEnv *env) {
     return threads != nullptr ? static_cast<jint>(threads->getThreadId(env)) : 0;
 }
 
+// Where no gate came before, or listeners were asked since: while the probe is being stopped a thread counts
+// as unknown, as its record may be destroyed once the calls that came before are out.
+ThreadData *ungatedThread(JNIEnv *env) {
+    return probeDisabled ? nullptr : callingThread(env);
+}
+
 // The gate for a native with a result: runs `action` and answers with the thread's number.
 template <typename Action>
 jint gatedWithId(JNIEnv *env, Action action) {
@@ -39,14 +45,8 @@ jint gatedWithId(JNIEnv *env, Action action) {
         return lookedUpId(env);
     }
     action();
-    const ThreadData *td = callingThread(env);
+    const ThreadData *td = ungatedThread(env);
     return td != nullptr ? static_cast<jint>(td->threadId.get()) : lookedUpId(env);
-}
-
-// For natives without a gate. While the probe is being stopped a thread counts as unknown: its record may be
-// destroyed once the calls that came before are out.
-ThreadData *ungatedThread(JNIEnv *env) {
-    return probeDisabled ? nullptr : callingThread(env);
 }
 
 // ---------------------------------------------------------------- arrays

@@ -1,3 +1,4 @@
+#include "Threads.h"
 #include "pump_test_support.h"
 
 #include <gtest/gtest.h>
@@ -105,13 +106,7 @@ TEST_P(EveryEvent, ArrivesOnceAndInOrder) {
         return pump()->canTakeThreads() && mgr->isConnected(&probe) &&
                threadMgr.get()->getThreadCount() == pump()->getPoolSize();
     }));
-    std::vector<std::thread> producers;
-    for (int i = 0; i < PRODUCERS; ++i) {
-        producers.emplace_back([i] { produce(i); });
-    }
-    for (std::thread &producer : producers) {
-        producer.join();
-    }
+    onThreads(PRODUCERS, produce);
     constexpr size_t ALL = PRODUCERS * LIVES * EVENTS;
     EXPECT_TRUE(eventually([this] { return received().size() >= ALL; })) << received().size();
     EXPECT_TRUE(eventually([this] { return pump()->getTotalDataSize() == 0; })) << "accounts must balance";

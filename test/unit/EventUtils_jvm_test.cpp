@@ -589,20 +589,6 @@ TEST_F(FamiliesTest, ListenersMayRefuseATypeAndMayFail) {
     });
 }
 
-TEST_F(FamiliesTest, RefusedCallsLeaveTheMarkerAlone) {
-    onThread([](Worker &worker) {
-        worker.run("+http");
-        notAccepting = true;
-        worker.run("+sql -sql +jms1 genericException xqi trace wsClientFault -http");
-        notAccepting = false;
-        worker.run("-http");
-        const std::vector<Seen> seen = worker.take();
-        ASSERT_THAT(seen, SizeIs(3));
-        EXPECT_EQ(seen[1].shape.substr(0, 12), "DroppedEvent");
-        EXPECT_EQ(seen[2].text, "HttpEvent.end d1 L2");
-    });
-}
-
 TEST_F(FamiliesTest, EventsWithoutAThreadEnterTheLeadersQueue) {
     EvtAgentMgr::create()->start(); // without a network it sends nothing
     std::thread agent([] {

@@ -177,6 +177,12 @@ TEST_F(EvtAgentMgrTest, ANewSleepTimeWakesTheSleepers) {
     mgr->setSleepTime(1);
     pump()->setSleepTime(1);
     EXPECT_TRUE(receivesText("woken"));
+    pump()->setSleepTime(60000);
+    std::this_thread::sleep_for(milliseconds(100));
+    td->appendEvent(sqlStart(td, "asleep"));
+    pump()->setSleepTime(70000); // a longer one lets it sleep
+    std::this_thread::sleep_for(milliseconds(100));
+    EXPECT_EQ(1, td->queueSize());
 }
 
 TEST_F(EvtAgentMgrTest, ALargePoolStopsAsOne) {

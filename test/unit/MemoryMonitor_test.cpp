@@ -230,7 +230,7 @@ TEST_F(MemoryMonitorTest, TurboUsesTheConfiguredFiguresAndIsLeftOnDemand) {
 // Between two checks producers and agents tell what the queues grew by.
 TEST_F(MemoryMonitorTest, GrowthStopsNewDataAtTheLimitAndNotAPassLater) {
     restart("");
-    const auto check = [] { return memoryMonitor->checkForULimit(memoryMonitor->getEventBytes()); };
+    const auto check = [] { return memoryMonitor->checkAccount(); };
     network.bytes = 1000;
     check();
     memoryMonitor->noteGrowth(LIMIT - MINIMUM - 2000);

@@ -1,6 +1,7 @@
 #include "NetworkAgentMgr.h"
 
 #include "ProbeState.h"
+#include "Threads.h"
 #include "net_test_support.h"
 
 #include <array>
@@ -185,17 +186,12 @@ TEST_F(NetworkPoolTest, EachClientsPacketsStayInOrderOnOneConnection) {
     answerWith(server.port());
     ASSERT_TRUE(eventually([&] { return networkAgentReady.get(); }));
     std::array<NetworkClient, 3> clients;
-    std::vector<std::thread> senders;
-    for (size_t c = 0; c < clients.size(); ++c) {
-        senders.emplace_back([&, c] {
-            for (int i = 0; i < 100; ++i) {
-                sendSurely(clients[c], std::string(1, static_cast<char>('A' + c)) + std::to_string(i) + ";");
-            }
-        });
-    }
-    for (std::thread &sender : senders) {
-        sender.join();
-    }
+    onThreads(3, [&](int number) {
+        for (int i = 0; i < 100; ++i) {
+            sendSurely(clients[static_cast<size_t>(number)],
+                       std::string(1, static_cast<char>('A' + number)) + std::to_string(i) + ";");
+        }
+    });
     for (char name = 'A'; name <= 'C'; ++name) {
         std::string expected;
         for (int i = 0; i < 100; ++i) {

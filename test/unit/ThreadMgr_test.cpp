@@ -1,3 +1,4 @@
+#include "Threads.h"
 #include "pump_test_support.h"
 
 #include <gtest/gtest.h>
@@ -197,24 +198,18 @@ TEST_F(ThreadMgrTest, HoldsUnderACrowdThatComesAndGoes) {
             }
         }
     });
-    std::vector<std::thread> workers;
-    for (int i = 0; i < WORKERS; ++i) {
-        workers.emplace_back([&, i] {
-            for (int life = 0; life < LIVES; ++life) {
-                ThreadData *td = get(100 + i);
-                ASSERT_NE(nullptr, td);
-                for (int n = 0; n < 20; ++n) {
-                    ASSERT_EQ(td, get(100 + i));
-                    EXPECT_TRUE(td->appendEvent(new SQLEvent(Event::SUB_START)));
-                }
-                td->requestDepth = life;
-                td->resetOnThreadEnd();
+    onThreads(WORKERS, [&](int number) {
+        for (int life = 0; life < LIVES; ++life) {
+            ThreadData *td = get(100 + number);
+            ASSERT_NE(nullptr, td);
+            for (int n = 0; n < 20; ++n) {
+                ASSERT_EQ(td, get(100 + number));
+                EXPECT_TRUE(td->appendEvent(new SQLEvent(Event::SUB_START)));
             }
-        });
-    }
-    for (std::thread &worker : workers) {
-        worker.join();
-    }
+            td->requestDepth = life;
+            td->resetOnThreadEnd();
+        }
+    });
     done = true;
     destroyer.join();
     observer.join();

@@ -1,6 +1,7 @@
 #include "ZykHashTable.h"
 
 #include "FakeVm.h"
+#include "Threads.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -160,13 +161,7 @@ TEST(ZykHashTable, ManyThreads) {
             }
         }
     });
-    std::vector<std::thread> writers;
-    for (int i = 0; i < THREADS; ++i) {
-        writers.emplace_back(work, i);
-    }
-    for (std::thread &writer : writers) {
-        writer.join();
-    }
+    onThreads(THREADS, work);
     done = true;
     reader.join();
     for (const auto &own : kept) {

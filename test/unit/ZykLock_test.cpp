@@ -2,6 +2,7 @@
 
 #include "FakeVm.h"
 #include "RecordedLog.h"
+#include "Threads.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -10,7 +11,6 @@
 #include <functional>
 #include <memory>
 #include <thread>
-#include <vector>
 
 using testing::ElementsAre;
 
@@ -27,17 +27,6 @@ public:
 private:
     JVMPIWrapper *old;
 };
-
-template <typename Body>
-void onThreads(int count, Body body) {
-    std::vector<std::thread> threads;
-    for (int i = 0; i < count; ++i) {
-        threads.emplace_back(body, i);
-    }
-    for (std::thread &thread : threads) {
-        thread.join();
-    }
-}
 
 int64_t millisecondsOf(const std::function<void()> &action) {
     const auto start = std::chrono::steady_clock::now();

@@ -1,10 +1,11 @@
 #include "ZykOsLock.h"
 
+#include "Threads.h"
+
 #include <gtest/gtest.h>
 
 #include <atomic>
 #include <thread>
-#include <vector>
 
 namespace {
 
@@ -30,20 +31,14 @@ TEST(ZykOsLock, ThreadsRaceForTheFirstUse) {
     for (int round = 0; round < 200; ++round) {
         ZykOsLock lock(false);
         int shared = 0;
-        std::vector<std::thread> threads;
-        for (int t = 0; t < 4; ++t) {
-            threads.emplace_back([&] {
-                for (int i = 0; i < 25; ++i) {
-                    lock.ensureCreated();
-                    lock.lock();
-                    ++shared;
-                    lock.unlock();
-                }
-            });
-        }
-        for (std::thread &thread : threads) {
-            thread.join();
-        }
+        onThreads(4, [&](int) {
+            for (int i = 0; i < 25; ++i) {
+                lock.ensureCreated();
+                lock.lock();
+                ++shared;
+                lock.unlock();
+            }
+        });
         ASSERT_EQ(100, shared);
     }
 }

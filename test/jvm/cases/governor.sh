@@ -41,7 +41,7 @@ turbo_has_ended() {
     [ "$(logged dc-trace.log 'Switching to Normal Mode')" -eq "$(logged dc-trace.log 'Switching to Turbo Mode')" ]
 }
 
-# Turbo mode, with every thread of the load at the gate. It is left by itself after three seconds in which the Publish
+# Turbo mode, with every thread of the load at the gate. It is left by itself after a second in which the Publish
 # Server takes nothing, so a slow look may find it over: then once more.
 hold_at_gate() {
     local attempt one other
