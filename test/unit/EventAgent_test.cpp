@@ -347,7 +347,7 @@ TEST_F(EventAgentTest, TheLeaderSendsTheInitialDataBeforeTheOthersMaySend) {
         environments.push_back(std::make_unique<FakeJni>());
         ThreadData *td = threadOf(*environments.back());
         td->appendEvent(sqlStart(td, "before"));
-        others = eventually([&] { return td->queueSize() == 0; }, 500) ? td : nullptr;
+        others = eventually([&] { return td->queueSize() == 0; }, 2000) ? td : nullptr;
     }
     ASSERT_NE(nullptr, others);
 
@@ -359,7 +359,7 @@ TEST_F(EventAgentTest, TheLeaderSendsTheInitialDataBeforeTheOthersMaySend) {
         pump()->getSpecialThreadData()->appendEvent(new SamplingEvent);
     };
     pump()->notifySocketStatus();
-    std::this_thread::sleep_for(milliseconds(50)); // a pass that began before may still send
+    std::this_thread::sleep_for(milliseconds(400)); // a pass that began before may still send
     others->appendEvent(sqlStart(others, "after"));
     std::this_thread::sleep_for(milliseconds(150));
     EXPECT_EQ(1, others->queueSize());
