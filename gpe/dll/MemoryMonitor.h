@@ -8,6 +8,7 @@
 #include "Relaxed.h"
 #include "ZykLock.h"
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cstdint>
@@ -56,7 +57,7 @@ public:
     void noteGrowth(int64_t bytes);
     // That account: what each event agent saw in its last pass, and what its threads have reported since.
     uint32_t getEventBytes() const {
-        return static_cast<uint32_t>(eventBytesNow.load(std::memory_order_relaxed));
+        return static_cast<uint32_t>(std::max<int64_t>(eventBytesNow.load(std::memory_order_relaxed), 0));
     }
     // The check with it.
     bool checkAccount();

@@ -85,18 +85,20 @@ bool ThreadData::appendEvent(Event *evt) {
     return eventQueue->append(evt);
 }
 
-// In portions, so that the common word is touched once in many events.
+// In portions, so that the common word is touched once in many events. The agent may take `unreportedBytes`
+// away at any moment: it is read once, so that both accounts get the same figure.
 void ThreadData::reportGrowth(int32_t bytes) {
-    unreportedBytes += bytes;
-    if (unreportedBytes < growthPortion) {
+    const int32_t portion = unreportedBytes + bytes;
+    if (portion < growthPortion) {
+        unreportedBytes = portion;
         return;
     }
+    unreportedBytes = 0;
     MemoryMonitor *monitor = memoryMonitor;
     if (monitor != nullptr) {
-        reportedBytes.fetch_add(unreportedBytes, std::memory_order_relaxed);
-        monitor->noteGrowth(unreportedBytes);
+        reportedBytes.fetch_add(portion, std::memory_order_relaxed);
+        monitor->noteGrowth(portion);
     }
-    unreportedBytes = 0;
 }
 
 // The marker tells the receiver that data is missing here; the agent tells how much.

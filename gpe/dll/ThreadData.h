@@ -49,9 +49,10 @@ public:
     uint32_t bytesQueued() const;
 
     // Bytes that the memory monitor was told of since the last call; for the one who now counts them himself.
+    // He counts the unreported too: if the thread adds to them just now, they are told twice until the next
+    // call.
     int64_t takeReported() {
-        unreportedBytes =
-            0; // whoever counts the queue counts these too; a lost race tells them twice, for a while
+        unreportedBytes = 0;
         return reportedBytes.exchange(0, std::memory_order_relaxed);
     }
 
