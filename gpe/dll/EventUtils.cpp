@@ -32,9 +32,10 @@ const NotifyTarget *targetToAsk() {
     return wanted ? notifyTarget.load(std::memory_order_acquire) : nullptr;
 }
 
-// An exception of a listener counts as its consent.
+// An exception of a listener counts as its consent. It may take its time: nobody waits for it.
 bool listenersAgree(JNIEnv *env, const NotifyTarget &target, const Event &event) {
     asking = true;
+    const Outside asked;
     const jboolean answer =
         env->CallStaticBooleanMethod(target.cls, target.method, static_cast<jint>(event.type));
     asking = false;

@@ -254,9 +254,10 @@ uint32_t EvtAgentMgr::sumMemoryTaken() {
 
 // Outside of start and stop the monitor may be about to go.
 uint32_t EvtAgentMgr::getTotalBytesConsumed() {
+    const Inside inside;
     const CallGate::Pass pass(gate);
     MemoryMonitor *monitor = memoryMonitor;
-    if (!pass || monitor == nullptr) {
+    if (!inside || !pass || monitor == nullptr) {
         return 0;
     }
     monitor->checkAccount();

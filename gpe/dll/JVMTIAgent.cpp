@@ -1,5 +1,6 @@
 #include "JVMTIAgent.h"
 
+#include "Inside.h"
 #include "InstrumentJNI.h"
 #include "JVMTIUtils.h"
 #include "ProbeLgKit.h"
@@ -114,7 +115,8 @@ void JVMTIAgent::handleVMInit(jvmtiEnv *, JNIEnv *env, jthread) {
 }
 
 void JVMTIAgent::handleThreadStart(jvmtiEnv *, JNIEnv *jni_env, jthread thread) {
-    if (probeDisabled) {
+    const Inside inside;
+    if (!inside || probeDisabled) {
         return;
     }
     JVMPI_Event *event = wrapper->mapThreadData2JVMPI_Event(jni_env, thread, true, true);
@@ -125,7 +127,8 @@ void JVMTIAgent::handleThreadStart(jvmtiEnv *, JNIEnv *jni_env, jthread thread) 
 }
 
 void JVMTIAgent::handleThreadEnd(jvmtiEnv *, JNIEnv *jni_env, jthread thread) {
-    if (probeDisabled) {
+    const Inside inside;
+    if (!inside || probeDisabled) {
         return;
     }
     JVMPI_Event *event = wrapper->mapThreadData2JVMPI_Event(jni_env, thread, false, false);

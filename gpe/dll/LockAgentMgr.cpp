@@ -1,5 +1,6 @@
 #include "LockAgentMgr.h"
 
+#include "Inside.h"
 #include "ProbeLgKit.h"
 
 #include <cstdlib>
@@ -21,9 +22,7 @@ void LockAgentMgr::create() {
 }
 
 void LockAgentMgr::destroy() {
-    LockAgentMgr *manager = lockAgentMgr;
-    lockAgentMgr = nullptr;
-    delete manager;
+    retire(lockAgentMgr);
     ZykLock::destroyGlobalLock();
 }
 

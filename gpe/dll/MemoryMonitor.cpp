@@ -139,13 +139,16 @@ void MemoryMonitor::destroy() {
         return;
     }
     memoryMonitor = nullptr;
+    const bool allLeft = awaitDeparture();
     for (int waited = 0; monitor->waitingAtGate > 0; waited += GATE_POLL_MS) {
         if (waited >= GATE_PATIENCE_MS) {
             return;
         }
         thread_sleep(GATE_POLL_MS);
     }
-    delete monitor;
+    if (allLeft) {
+        delete monitor;
+    }
 }
 
 void MemoryMonitor::setEventPool(AgentPool *pool) {
@@ -443,10 +446,11 @@ bool MemoryMonitor::refusedInTurbo(ThreadData *td) {
     return true;
 }
 
-// Waits at the gate. False if the probe was stopped meanwhile: the thread's record may be gone, and once it
-// is counted out the monitor too.
+// Waits at the gate, out of the way of a stop. False if the probe was stopped meanwhile: the thread's record
+// may be gone, and once it is counted out the monitor too.
 bool MemoryMonitor::passTurboLock() {
     ++waitingAtGate;
+    const Outside waiting;
     turboLock.lock();
     turboLock.unlock();
     --waitingAtGate;

@@ -4,6 +4,7 @@
 // here walks a heap or asks the operating system. All byte limits are decimal.
 #pragma once
 
+#include "Inside.h"
 #include "NamedObject.h"
 #include "Relaxed.h"
 #include "ZykLock.h"
@@ -129,6 +130,17 @@ inline bool shouldReject(JNIEnv *env) {
     MemoryMonitor *monitor = memoryMonitor;
     return monitor == nullptr || monitor->shouldReject(env);
 }
+
+// The same at the head of a native: true if the call counts. The thread is inside while it lives.
+class Admission {
+public:
+    explicit Admission(JNIEnv *env) : admitted(inside && !shouldReject(env)) {}
+    explicit operator bool() const { return admitted; }
+
+private:
+    const Inside inside;
+    const bool admitted;
+};
 
 extern Relaxed<bool> notAccepting; // the accept control has stopped new data
 

@@ -17,6 +17,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <mutex>
 #include <new>
 #include <strings.h>
 #include <utility>
@@ -35,12 +36,13 @@ namespace {
 
 constexpr jint JVMPI_VERSION_1 = 0x10000001;
 constexpr jint JVMPI_VERSION_1_1 = 0x10000002;
-constexpr int64_t STOP_GRACE_MS = 10000;
+constexpr int32_t STOP_GRACE_MS = 10000;
 
 char *onLoadOptions = nullptr;
 char bootClassName[256] = "";
 
 ZykLock lifecycleLock(false);
+PlainLock filterLock; // the two lists
 
 bool saysYes(const char *key) {
     const char *value = stringProperty(key, nullptr);
@@ -89,6 +91,7 @@ ProbeMgr::~ProbeMgr() {
 }
 
 ProbeMgr *ProbeMgr::initialize() {
+    const ZykLockGuard guard(lifecycleLock);
     if (instance == nullptr) {
         instance = new (std::nothrow) ProbeMgr();
         instanceCheck = instance.get();
@@ -190,9 +193,9 @@ bool ProbeMgr::onBootstrapInitialize(JNIEnv *env) {
         initDebug = true;
     }
     if (propertyMgr == nullptr) {
-        new PropertyMgr();
+        new (std::nothrow) PropertyMgr();
     }
-    if (!propertyMgr->initialize(env, onLoadOptions)) {
+    if (propertyMgr == nullptr || !propertyMgr->initialize(env, onLoadOptions)) {
         disableAllEvents();
         relinquishCapabilities();
         return false;
@@ -219,7 +222,8 @@ bool ProbeMgr::csInitialize() {
     return true;
 }
 
-void ProbeMgr::createManagers() {
+// False when memory is out: those that stand are kept for the next attempt.
+bool ProbeMgr::createManagers() {
     LockAgentMgr::create();
     ProbeMgr::initialize();
     MemoryMonitor::create();
@@ -227,6 +231,8 @@ void ProbeMgr::createManagers() {
     EvtAgentMgr::create();
     ThreadMgr::create();
     resendSamplingRatesHook = resendSamplingRates;
+    return lockAgentMgr != nullptr && instance != nullptr && memoryMonitor != nullptr &&
+           networkAgentMgr != nullptr && evtAgentMgr != nullptr && threadMgr != nullptr;
 }
 
 bool ProbeMgr::customServiceStart(JNIEnv *) {
@@ -242,7 +248,9 @@ bool ProbeMgr::customServiceStart(JNIEnv *) {
             messageFatal(1002, "Custom Service initialization failed as JVMPI could not be initialized");
             return false;
         }
-        createManagers();
+        if (!createManagers()) {
+            return false;
+        }
     }
     messageInfo(1001, "Native Custom Service initialized successfully");
     return true;
@@ -290,7 +298,7 @@ void ProbeMgr::startManagers() {
         propertyMgr->start();
     }
     memoryMonitor->start();
-    NetworkAgentMgr::getInstance()->start();
+    networkAgentMgr->start();
     evtAgentMgr->start();
     threadMgr->start();
 }
@@ -299,11 +307,10 @@ void ProbeMgr::probeStart(JNIEnv *env) {
     AM_TRACE_SCOPE(ccTracer, LGK_DEBUG_MIN, "ProbeMgr::probeStart( JNIEnv *env )");
     {
         const ZykLockGuard guard(lifecycleLock);
-        if (!probeStopped || checkJvmShuttingDown(env)) {
+        if (!probeStopped || checkJvmShuttingDown(env) || !createManagers()) {
             return;
         }
         probeStopped = false;
-        createManagers();
         startManagers();
         start();
     }
@@ -347,12 +354,13 @@ void ProbeMgr::probeStop(JNIEnv *) {
         if (probeStopped) {
             return;
         }
-        probeDisabled = true;
+        beginStopping();
         traceInfo("Waiting for 10 secs");
-        waitOnLocalLock(STOP_GRACE_MS);
+        waitOnLocalLock(longProperty("internal.probe.stop.wait", STOP_GRACE_MS));
         traceInfo("Waiting DONE 10 secs");
         stop();
         stopManagers();
+        endStopping();
         probeStopped = true;
     }
     messageInfo(1005, "Native Probe stopped successfully...");
@@ -373,7 +381,7 @@ void ProbeMgr::stop() {
 }
 
 void ProbeMgr::stopManagers() {
-    NetworkAgentMgr::getInstance()->stop();
+    networkAgentMgr->stop();
     evtAgentMgr->stop();
     threadMgr->stop();
     memoryMonitor->stop();
@@ -382,40 +390,57 @@ void ProbeMgr::stopManagers() {
 
 // ---------------------------------------------------------------- facts
 
-void ProbeMgr::setAppServerVersion(const char *version) const {
-    copyFact(serverFacts.appServerVersion, sizeof(serverFacts.appServerVersion), version);
+namespace {
+
+template <size_t Room>
+void setFact(char (&fact)[Room], const char *text) {
+    if (instance != nullptr) {
+        const std::lock_guard<PlainLock> guard(serverFactsLock);
+        copyFact(fact, Room, text);
+    }
 }
 
-void ProbeMgr::setComponentId(const char *id) const {
-    copyFact(serverFacts.componentId, sizeof(serverFacts.componentId), id);
+} // namespace
+
+void ProbeMgr::setAppServerVersion(const char *version) {
+    setFact(serverFacts.appServerVersion, version);
 }
 
-void ProbeMgr::setAdminServerPort(int32_t port) const {
-    serverFacts.adminServerPort = port;
+void ProbeMgr::setComponentId(const char *id) {
+    setFact(serverFacts.componentId, id);
+}
+
+void ProbeMgr::setAdminServerPort(int32_t port) {
+    if (instance != nullptr) {
+        const std::lock_guard<PlainLock> guard(serverFactsLock);
+        serverFacts.adminServerPort = port;
+    }
 }
 
 // ---------------------------------------------------------------- class filter
 
 namespace {
 
-void freeList(char **&list) {
+void freeList(char **list) {
     for (char **entry = list; entry != nullptr && *entry != nullptr; ++entry) {
         free(*entry);
     }
-    delete[] list;
-    list = nullptr;
+    free(static_cast<void *>(list));
 }
 
-// A null element stays a null entry, which ends the list early for its reader.
+// A null element stays a null entry, which ends the list early for its reader. Null when memory is out.
 char **copyList(JNIEnv *env, jobjectArray array, const char *traceFormatText) {
     const jsize count = array != nullptr ? env->GetArrayLength(array) : 0;
-    char **list = new char *[static_cast<size_t>(count) + 1]();
-    for (jsize i = 0; i < count; ++i) {
+    auto **list = static_cast<char **>(calloc(static_cast<size_t>(count) + 1, sizeof(char *)));
+    for (jsize i = 0; list != nullptr && i < count; ++i) {
         const LocalRef<jstring> name(env, static_cast<jstring>(env->GetObjectArrayElement(array, i)));
         if (clearException(env) || !name) {
             break;
         }
         list[i] = jniStringCopy(env, name.get());
+        if (list[i] == nullptr) {
+            break;
+        }
         AM_TRACE(ccTracer, LGK_DEBUG_MID, "ProbeMgr::setIncludeExcludeList()", traceFormatText,
                  static_cast<const char *>(list[i]));
     }
@@ -425,8 +450,13 @@ char **copyList(JNIEnv *env, jobjectArray array, const char *traceFormatText) {
 } // namespace
 
 void ProbeMgr::setIncludeExcludeList(JNIEnv *env, jobjectArray il, jobjectArray el) {
-    freeList(includeList);
-    freeList(excludeList);
-    includeList = copyList(env, il, "Include List: %s");
-    excludeList = copyList(env, el, "Exclude List: %s");
+    char **include = copyList(env, il, "Include List: %s");
+    char **exclude = copyList(env, el, "Exclude List: %s");
+    {
+        const std::lock_guard<PlainLock> guard(filterLock);
+        std::swap(includeList, include);
+        std::swap(excludeList, exclude);
+    }
+    freeList(include);
+    freeList(exclude);
 }

@@ -37,16 +37,18 @@ public:
 
     // Starts the managers. Throws java.lang.RuntimeException into `env` while the JVM is shutting down.
     static void probeStart(JNIEnv *env);
-    // Closes the gate, waits 10 seconds for what is in flight, stops the managers.
+    // Closes the gate, waits `internal.probe.stop.wait` milliseconds (10000) for what is in flight, stops the
+    // managers. Nothing opens the gate again before the next start.
     static void probeStop(JNIEnv *env);
 
     // Throws and answers true while the JVM is shutting down.
     static bool checkJvmShuttingDown(JNIEnv *env);
 
-    // Facts that the Java side gives. A null or empty text changes nothing; longer ones are cut.
-    void setAppServerVersion(const char *version) const;
-    void setComponentId(const char *id) const;
-    void setAdminServerPort(int32_t port) const;
+    // Facts that the Java side gives; not taken while there is no singleton. A null or empty text changes
+    // nothing; longer ones are cut.
+    static void setAppServerVersion(const char *version);
+    static void setComponentId(const char *id);
+    static void setAdminServerPort(int32_t port);
 
     // Monitoring levels (1001 to 1003) are what Java sees, probe levels (1 to 3) what is stored; 0: invalid.
     static uint32_t convertMonitoringLevelToProbeLevel(uint32_t level);
@@ -78,12 +80,13 @@ public:
     // Switches nothing: method events come through the instrumented Java side. It only tells why.
     static void turnMethodTrace(bool on);
 
-    // Replaces the class filter. A null Java array yields an empty list.
+    // Replaces the class filter. A null Java array yields an empty list. When memory is out, or an element
+    // cannot be read, the list ends there.
     static void setIncludeExcludeList(JNIEnv *env, jobjectArray il, jobjectArray el);
 
 private:
     static bool csInitialize();
-    static void createManagers();
+    static bool createManagers();
     static void destroyManagers();
     static void startManagers();
     static void stopManagers();
@@ -116,6 +119,7 @@ extern bool useMethodLocks;
 extern int32_t methodHashCleanup;
 extern int32_t methodHashCleanupInterval;
 
-// The class filter: null-terminated arrays of owned strings, null until set.
+// The class filter: null-terminated arrays of owned strings, null until set. Replaced under a lock of this
+// module.
 extern char **includeList;
 extern char **excludeList;

@@ -79,13 +79,13 @@ bool ProbeMgr::updateProbeLevelContext(uint32_t level) {
                  "Invalid Native probe level (%d). Keeping current MOD level (%d)", level, probeLevel.get());
         return false;
     }
+    const ContextHold hold; // also so that of two callers the later one's level is what stands in the file
     if (newLevel == probeLevel) {
         AM_TRACE(ccTracer, LGK_DEBUG_MIN, "ProbeMgr::updateProbeLevelContext( unsigned int level )",
                  "Current Native probe level is same as new level (%d)", newLevel);
         return false;
     }
     setProbeLevel(newLevel);
-    const ContextHold hold;
     if (contextPersister != nullptr) {
         contextPersister->ctx_setEnum(Ctx::ctx_api_ProbeLevel, static_cast<int32_t>(newLevel));
     }
@@ -108,13 +108,14 @@ bool ProbeMgr::updateProbeLevelContext(uint32_t level) {
 
 namespace {
 
-bool updateFlag(bool current, bool wanted, int element, void (*setter)(bool), const char *unchangedText) {
+bool updateFlag(const Relaxed<bool> &current, bool wanted, int element, void (*setter)(bool),
+                const char *unchangedText) {
+    const ContextHold hold;
     if (current == wanted) {
         AM_TRACE(ccTracer, LGK_DEBUG_MIN, "ProbeMgr::updateFlag()", unchangedText);
         return false;
     }
     setter(wanted);
-    const ContextHold hold;
     if (contextPersister != nullptr) {
         contextPersister->ctx_set(element, wanted);
     }

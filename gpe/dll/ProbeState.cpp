@@ -25,22 +25,34 @@ Relaxed<bool> suppressGCEventCollection(false);
 Relaxed<bool> disableNestedRequests(false);
 
 ServerFacts serverFacts;
+PlainLock serverFactsLock;
 
 Relaxed<bool (*)(JNIEnv *)> disableToolkitHook(nullptr);
 
 namespace {
 
 // Both agents may report at once: without the lock each could miss what the other stored.
-std::mutex readinessLock;
+PlainLock readinessLock;
+bool stopping = false; // guarded by it
 
 void storeReadiness(Relaxed<bool> &own, const Relaxed<bool> &other, bool ready) {
-    const std::lock_guard<std::mutex> guard(readinessLock);
+    const std::lock_guard<PlainLock> guard(readinessLock);
     if (own == ready) {
         return;
     }
     own = ready;
-    if (ready && other) {
+    if (ready && other && !stopping) {
         probeDisabled = false;
+    }
+}
+
+void setStopping(bool begins) {
+    const std::lock_guard<PlainLock> guard(readinessLock);
+    stopping = begins;
+    probeDisabled = true;
+    if (!begins) {
+        eventAgentReady = false;
+        networkAgentReady = false;
     }
 }
 
@@ -52,6 +64,19 @@ void notifyEventAgentStatus(bool ready) {
 
 void notifyNetworkAgentStatus(bool ready) {
     storeReadiness(networkAgentReady, eventAgentReady, ready);
+}
+
+void beginStopping() {
+    setStopping(true);
+}
+
+void endStopping() {
+    setStopping(false);
+}
+
+ServerFacts readServerFacts() {
+    const std::lock_guard<PlainLock> guard(serverFactsLock);
+    return serverFacts;
 }
 
 void copyFact(char *target, size_t room, const char *text) {

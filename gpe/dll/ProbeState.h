@@ -2,6 +2,7 @@
 // Nothing here depends on the JVM or on a manager, so that every module may include it.
 #pragma once
 
+#include "PlainLock.h"
 #include "Relaxed.h"
 
 #include <cstdint>
@@ -31,8 +32,7 @@ extern Relaxed<bool> suppressL3Collection;
 extern Relaxed<bool> suppressGCEventCollection;
 extern Relaxed<bool> disableNestedRequests;
 
-// The server as the initial records describe it. Written while the probe starts, before data flows; the names
-// when the configuration is read.
+// The server as the initial records describe it.
 struct ServerFacts {
     char nodeName[256] = "";
     char appServerName[256] = "";
@@ -42,11 +42,17 @@ struct ServerFacts {
     int32_t adminServerPort = 0;
 };
 extern ServerFacts serverFacts;
+extern PlainLock serverFactsLock; // for changes once Java code runs; readers take a copy
+ServerFacts readServerFacts();
 
 // The gate opens when the first event agent and the first network agent have both reported ready.
-// Each acts on a change of its own flag only; nothing here closes the gate again.
+// Each acts on a change of its own flag only. While the probe is being stopped the gate stays closed, whoever
+// reports.
 void notifyEventAgentStatus(bool ready);
 void notifyNetworkAgentStatus(bool ready);
+// Around a stop of the probe: closes the gate, and leaves it closed with both agents counting as not ready.
+void beginStopping();
+void endStopping();
 
 // Switches the Java half off; set by the bootstrap, which lies above the modules that need it.
 // Null until then. The result tells whether the Java half answered.

@@ -39,20 +39,20 @@ void append(Name &name, const char *text) {
 }
 
 // The name by configuration, for a Java half that cannot tell it.
-void configuredServerName(Name &name, int majorVersion) {
+void configuredServerName(Name &name, const ServerFacts &facts, int majorVersion) {
     name[0] = '\0';
-    append(name, serverFacts.appServerName);
-    if (majorVersion >= FIRST_MAJOR_WITH_PROFILES && *serverFacts.profileName != '\0') {
+    append(name, facts.appServerName);
+    if (majorVersion >= FIRST_MAJOR_WITH_PROFILES && *facts.profileName != '\0') {
         append(name, "(");
-        append(name, serverFacts.profileName);
+        append(name, facts.profileName);
         append(name, ")");
     }
 }
 
-void fullServerName(Name &name, int majorVersion, JNIEnv *env) {
+void fullServerName(Name &name, const ServerFacts &facts, int majorVersion, JNIEnv *env) {
     memset(name, 0, NAME_ROOM);
     if (env == nullptr || getFullAppServerName(name, NAME_ROOM, env) != 0) {
-        configuredServerName(name, majorVersion);
+        configuredServerName(name, facts, majorVersion);
     }
 }
 
@@ -76,20 +76,21 @@ void ProtocolVisitor::addInitRecord() {
 
 void ProtocolVisitor::addJ2EEInitRecord(JNIEnv *jniEnv) {
     AM_TRACE_SCOPE(naTracer, LGK_DEBUG_MID, "ProtocolVisitor::addJ2EEInitRecord( JNIEnv *env )");
-    const Version version = parseVersion(serverFacts.appServerVersion);
+    const ServerFacts facts = readServerFacts();
+    const Version version = parseVersion(facts.appServerVersion);
     Name serverName;
-    fullServerName(serverName, version.major, jniEnv);
+    fullServerName(serverName, facts, version.major, jniEnv);
 
     const Record record = openBare(J2EE_INIT_RECORD);
     addU8(J2EE_INIT_VERSION);
     addU8(version.major);
     addU8(version.minor);
     addU8(version.revision);
-    addString(serverFacts.componentId);
+    addString(facts.componentId);
     addString(NO_CLUSTER_NAME);
-    addString(serverFacts.nodeName);
+    addString(facts.nodeName);
     addString(serverName);
-    addU32(serverFacts.adminServerPort);
+    addU32(facts.adminServerPort);
     close(record);
 }
 

@@ -1,5 +1,6 @@
 #include "ThreadMgr.h"
 
+#include "Inside.h"
 #include "MemoryMonitor.h"
 #include "ProbeLgKit.h"
 #include "ThreadData.h"
@@ -78,19 +79,26 @@ void ThreadMgr::start() {
 
 void ThreadMgr::stop() {
     AM_TRACE_SCOPE(ccTracer, LGK_DEBUG_MIN, "ThreadMgr::stop()");
-    {
+    const std::unique_ptr<ThreadData *[]> snapshot(takeAll());
+    if (awaitDeparture()) {
         const ZykLockGuard guard(threadLock);
-        started = false;
-        const std::unique_ptr<ThreadData *[]> snapshot(threadTable.values());
-        threadTable.clear();
-        threadIdMap.clear();
-        envNumbers.clear();
-        forgetAnswers();
         for (ThreadData **data = snapshot.get(); *data != nullptr; ++data) {
             delete *data;
         }
     }
     messageInfo(1073, "Thread Manager stopped");
+}
+
+// Takes every thread out of reach; whoever has one already is inside.
+ThreadData **ThreadMgr::takeAll() {
+    const ZykLockGuard guard(threadLock);
+    started = false;
+    ThreadData **all = threadTable.values();
+    threadTable.clear();
+    threadIdMap.clear();
+    envNumbers.clear();
+    forgetAnswers();
+    return all;
 }
 
 // ---------------------------------------------------------------- lookup
@@ -398,8 +406,9 @@ extern "C" {
 // A new string with the bytes that the agent holds by its own estimate; null before the memory monitor is up.
 JNIEXPORT jstring JNICALL THREAD_MANAGER(getNativeProbeStatus)(JNIEnv *env, jclass) {
     AM_TRACE_SCOPE(ccTracer, LGK_DEBUG_MID, "ThreadManager.getNativeProbeStatus()");
+    const Inside inside;
     const MemoryMonitor *monitor = memoryMonitor;
-    if (monitor == nullptr) {
+    if (!inside || monitor == nullptr) {
         return nullptr;
     }
     char text[100];

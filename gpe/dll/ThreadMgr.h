@@ -36,7 +36,8 @@ public:
     static void setThreadTaker(ThreadTaker *taker);
 
     void start();
-    // Destroys every `ThreadData` of the table. The event agents must have ended before.
+    // Destroys every `ThreadData` of the table, once no thread is inside that may hold one; if one does not
+    // come out they stay in memory. The event agents must have ended before.
     void stop();
     bool isStarted() const { return started; }
 
@@ -72,6 +73,7 @@ private:
     ThreadData *verified(ThreadData *data, JNIEnv *env);
     bool enter(ThreadData *data);
     void discard(ThreadData *data);
+    ThreadData **takeAll();
     static void traceFailedInsertion(const char *signature, const ThreadData &data);
     uint32_t allocateId(JNIEnv *env);
     bool eraseId(JNIEnv *env);

@@ -1,5 +1,6 @@
 #include "ZykLock.h"
 
+#include "Inside.h"
 #include "ProbeLgKit.h"
 #include "Relaxed.h"
 
@@ -90,11 +91,12 @@ bool ZykLock::populateGlobalLock() {
 
 bool ZykLock::destroyGlobalLock() {
     JVMPIWrapper *jvm = eventInterface;
-    if (globalLock == nullptr || jvm == nullptr) {
+    void *gone = globalLock;
+    globalLock = nullptr;
+    if (gone == nullptr || jvm == nullptr || !awaitDeparture()) {
         return false;
     }
-    jvm->RawMonitorDestroy(globalLock);
-    globalLock = nullptr;
+    jvm->RawMonitorDestroy(gone);
     return true;
 }
 

@@ -8,6 +8,8 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <mutex>
+#include <utility>
 
 #define SYSTEM(name) Java_com_zykora_probe_ProbeSystem_##name
 
@@ -19,6 +21,9 @@ constexpr char STRING_SIGNATURE[] = "Ljava/lang/String;";
 constexpr char CLASS_SIGNATURE[] = "Ljava/lang/Class;";
 constexpr char SIGNATURE_TEXT[] = "setSystemProperties( JNIEnv *env, jclass cls )";
 constexpr int STOP_STATUS = 12;
+
+PlainLock settingsLock; // `systemSettings` and the names; no call into Java is made behind it
+using SettingsGuard = std::lock_guard<PlainLock>;
 
 // ---------------------------------------------------------------- fields
 
@@ -50,6 +55,7 @@ struct StringField {
     size_t room;
     const char *defined;
     const char *undefined;
+    void (*passOn)(const char *value) = nullptr;
 };
 
 bool takeString(JNIEnv *env, jclass cls, const StringField &field) {
@@ -57,22 +63,37 @@ bool takeString(JNIEnv *env, jclass cls, const StringField &field) {
     if (value == nullptr) {
         return missing(field.undefined);
     }
-    field.target[0] = '\0';
-    copyFact(field.target, field.room, value);
+    AM_TRACE(ccTracer, LGK_DEBUG_MID, SIGNATURE_TEXT, field.defined, static_cast<const char *>(value));
+    {
+        const SettingsGuard guard(settingsLock);
+        field.target[0] = '\0';
+        copyFact(field.target, field.room, value);
+    }
+    if (field.passOn != nullptr) {
+        field.passOn(value);
+    }
     free(value);
-    AM_TRACE(ccTracer, LGK_DEBUG_MID, SIGNATURE_TEXT, field.defined, static_cast<const char *>(field.target));
     return true;
 }
 
-// Keeps a copy of its own; an older one is freed. A missing value is told and leaves the old one.
+// Takes `value` over; the older one is freed.
+void keepCopy(char **target, char *value) {
+    char *old = nullptr;
+    {
+        const SettingsGuard guard(settingsLock);
+        old = std::exchange(*target, value);
+    }
+    free(old);
+}
+
+// A missing value is told and leaves the old one.
 bool takeCopy(JNIEnv *env, jclass cls, const char *name, char **target, const char *defined) {
     char *value = readString(env, cls, name);
     if (value == nullptr) {
         return false;
     }
-    free(*target);
-    *target = value;
     AM_TRACE(ccTracer, LGK_DEBUG_MID, SIGNATURE_TEXT, defined, static_cast<const char *>(value));
+    keepCopy(target, value);
     return true;
 }
 
@@ -82,6 +103,7 @@ struct IntField {
     int32_t zeroBecomes;
     const char *defined;
     const char *undefined;
+    void (*passOn)(int32_t value) = nullptr;
 };
 
 bool takeInt(JNIEnv *env, jclass cls, const IntField &field) {
@@ -89,9 +111,16 @@ bool takeInt(JNIEnv *env, jclass cls, const IntField &field) {
     if (id == nullptr) {
         return missing(field.undefined);
     }
-    const jint value = env->GetStaticIntField(cls, id);
-    *field.target = value != 0 ? value : field.zeroBecomes;
-    AM_TRACE(ccTracer, LGK_DEBUG_MID, SIGNATURE_TEXT, field.defined, *field.target);
+    const jint given = env->GetStaticIntField(cls, id);
+    const int32_t value = given != 0 ? given : field.zeroBecomes;
+    {
+        const SettingsGuard guard(settingsLock);
+        *field.target = value;
+    }
+    if (field.passOn != nullptr) {
+        field.passOn(value);
+    }
+    AM_TRACE(ccTracer, LGK_DEBUG_MID, SIGNATURE_TEXT, field.defined, value);
     return true;
 }
 
@@ -100,10 +129,14 @@ bool takeRetryFrequency(JNIEnv *env, jclass cls) {
     if (id == nullptr) {
         return missing("exiting with error. ps_retry_frequency not defined");
     }
-    const jlong value = env->GetStaticLongField(cls, id);
-    systemSettings.psRetryFrequency = value != 0 ? value : 5000;
+    const jlong given = env->GetStaticLongField(cls, id);
+    const jlong value = given != 0 ? given : 5000;
+    {
+        const SettingsGuard guard(settingsLock);
+        systemSettings.psRetryFrequency = value;
+    }
     char digits[24];
-    snprintf(digits, sizeof(digits), "%lld", static_cast<long long>(systemSettings.psRetryFrequency));
+    snprintf(digits, sizeof(digits), "%lld", static_cast<long long>(value));
     AM_TRACE(ccTracer, LGK_DEBUG_MID, SIGNATURE_TEXT, "ps_retry_frequency defined: %s",
              static_cast<const char *>(digits));
     return true;
@@ -148,24 +181,25 @@ bool takeSizes(JNIEnv *env, jclass cls) {
     return takeRetryFrequency(env, cls) && takeInt(env, cls, wakeup);
 }
 
-bool takeIdentity(JNIEnv *env, jclass cls, const ProbeMgr *probe) {
+bool takeIdentity(JNIEnv *env, jclass cls) {
     takeCopy(env, cls, "probeStdout", &systemSettings.probeStdout, "probe_stdout defined: %s");
-    const StringField id = {"commandAgentID", systemSettings.commandAgentId,
-                            sizeof(systemSettings.commandAgentId), "component_id defined: %s",
-                            "exiting with error. component_id not defined"};
+    const StringField id = {"commandAgentID",
+                            systemSettings.commandAgentId,
+                            sizeof(systemSettings.commandAgentId),
+                            "component_id defined: %s",
+                            "exiting with error. component_id not defined",
+                            ProbeMgr::setComponentId};
     if (!takeString(env, cls, id)) {
         return false;
     }
-    if (probe != nullptr) {
-        probe->setComponentId(systemSettings.commandAgentId);
-    }
-    const IntField port = {"adminServerPort", &systemSettings.adminServerPort, 0,
-                           "adminserverport defined: %d", "exiting with error. adminserverport not defined"};
+    const IntField port = {"adminServerPort",
+                           &systemSettings.adminServerPort,
+                           0,
+                           "adminserverport defined: %d",
+                           "exiting with error. adminserverport not defined",
+                           ProbeMgr::setAdminServerPort};
     if (!takeInt(env, cls, port)) {
         return false;
-    }
-    if (probe != nullptr) {
-        probe->setAdminServerPort(systemSettings.adminServerPort);
     }
     return takeCopy(env, cls, "jvmVersion", &systemSettings.jvmVersion, "java_version defined: %s") ||
            missing("exiting with error. java_version not defined");
@@ -179,14 +213,16 @@ bool takeClass(JNIEnv *env, jclass cls, const char *name, jclass *target) {
         return false;
     }
     const LocalRef<jobject> value(env, env->GetStaticObjectField(cls, id));
-    if (*target != nullptr) {
-        env->DeleteGlobalRef(*target);
+    auto *kept = value ? static_cast<jclass>(env->NewGlobalRef(value.get())) : nullptr;
+    {
+        const SettingsGuard guard(settingsLock);
+        kept = std::exchange(*target, kept);
     }
-    *target = value ? static_cast<jclass>(env->NewGlobalRef(value.get())) : nullptr;
+    env->DeleteGlobalRef(kept);
     return true;
 }
 
-void takeProductVersion(JNIEnv *env, jclass cls, const ProbeMgr *probe) {
+void takeProductVersion(JNIEnv *env, jclass cls) {
     const jmethodID method = findStaticMethod(env, cls, "getAppServerProductVersion", "()Ljava/lang/String;");
     if (method == nullptr) {
         return;
@@ -195,15 +231,13 @@ void takeProductVersion(JNIEnv *env, jclass cls, const ProbeMgr *probe) {
     if (clearException(env) || !version) {
         return;
     }
-    free(systemSettings.appServerProductVersion);
-    systemSettings.appServerProductVersion = jniStringCopy(env, static_cast<jstring>(version.get()));
-    if (probe != nullptr) {
-        probe->setAppServerVersion(systemSettings.appServerProductVersion);
-    }
+    char *copy = jniStringCopy(env, static_cast<jstring>(version.get()));
+    ProbeMgr::setAppServerVersion(copy);
+    keepCopy(&systemSettings.appServerProductVersion, copy);
 }
 
 // -1 for a missing class field, 0 after a pending exception, else 1.
-int loadClassesFindMethods(JNIEnv *env, jclass cls, const ProbeMgr *probe) {
+int loadClassesFindMethods(JNIEnv *env, jclass cls) {
     if (!takeClass(env, cls, "object", &systemSettings.object) ||
         !takeClass(env, cls, "clazz", &systemSettings.clazz) ||
         !takeClass(env, cls, "string", &systemSettings.string)) {
@@ -212,7 +246,7 @@ int loadClassesFindMethods(JNIEnv *env, jclass cls, const ProbeMgr *probe) {
     if (clearException(env)) {
         return 0;
     }
-    takeProductVersion(env, cls, probe);
+    takeProductVersion(env, cls);
     return 1;
 }
 
@@ -291,11 +325,10 @@ bool initializeProbe(JNIEnv *env, jclass cls) {
 } // namespace
 
 int setSystemProperties(JNIEnv *env, jclass cls) {
-    const ProbeMgr *probe = instance;
-    if (!takeNames(env, cls) || !takeSizes(env, cls) || !takeIdentity(env, cls, probe)) {
+    if (!takeNames(env, cls) || !takeSizes(env, cls) || !takeIdentity(env, cls)) {
         return -1;
     }
-    loadClassesFindMethods(env, cls, probe);
+    loadClassesFindMethods(env, cls);
     return 1;
 }
 

@@ -1,5 +1,6 @@
 // What the Java class ProbeSystem says about the server, as the agent took it over at probe start.
-// Written by `ProbeSystem.initializeProbe` before data flows; strings are owned and live for the process.
+// Written by `ProbeSystem.initializeProbe`, each field under a lock, as two callers may come at once; strings
+// are owned.
 #pragma once
 
 #include <cstdint>

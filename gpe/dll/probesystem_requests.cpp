@@ -38,10 +38,21 @@ ThreadData *ungatedThread(JNIEnv *env) {
     return probeDisabled ? nullptr : callingThread(env);
 }
 
+// Calls `use` with the calling thread's data if it has any, for a native that no gate precedes.
+template <typename Use>
+void withOwnThread(JNIEnv *env, Use use) {
+    const Inside inside;
+    ThreadData *td = inside ? ungatedThread(env) : nullptr;
+    if (td != nullptr) {
+        use(*td);
+    }
+}
+
 // The gate for a native with a result: runs `action` and answers with the thread's number.
 template <typename Action>
 jint gatedWithId(JNIEnv *env, Action action) {
-    if (shouldReject(env)) {
+    const Admission admitted(env);
+    if (!admitted) {
         return lookedUpId(env);
     }
     action();
@@ -309,7 +320,7 @@ JNIEXPORT jint JNICALL EVENT_AGENT(errorHttpRequestNative)(JNIEnv *env, jclass, 
 
 #define AM_SQL_NATIVE(javaName, thisType, operation)                                                         \
     JNIEXPORT void JNICALL javaName(JNIEnv *env, thisType self, jstring sql, jstring dataSrcName) {          \
-        if (!shouldReject(env)) {                                                                            \
+        if (const Admission admitted{env}) {                                                                 \
             operation(env, self, sql, dataSrcName);                                                          \
         }                                                                                                    \
     }
@@ -324,56 +335,56 @@ AM_SQL_NATIVE(Java_oracle_jdbc_driver_OracleStatement_endSQLRequest, jobject, en
 // ---------------------------------------------------------------- resources of a request
 
 JNIEXPORT void JNICALL EVENT_AGENT(beginJCARequestNative)(JNIEnv *env, jclass, jstring, jstring prodName) {
-    if (!shouldReject(env)) {
+    if (const Admission admitted{env}) {
         beginJCARequest(env, prodName);
     }
 }
 
 // The pool's name here, the product's in the begin.
 JNIEXPORT void JNICALL EVENT_AGENT(endJCARequestNative)(JNIEnv *env, jclass, jstring poolName, jstring) {
-    if (!shouldReject(env)) {
+    if (const Admission admitted{env}) {
         endJCARequest(env, poolName);
     }
 }
 
 JNIEXPORT void JNICALL EVENT_AGENT(beginJNDIRequestNative)(JNIEnv *env, jclass, jstring lookupName,
                                                            jstring url) {
-    if (!shouldReject(env)) {
+    if (const Admission admitted{env}) {
         beginJNDIRequest(env, url, lookupName);
     }
 }
 
 JNIEXPORT void JNICALL EVENT_AGENT(endJNDIRequestNative)(JNIEnv *env, jclass, jstring lookupName,
                                                          jstring url) {
-    if (!shouldReject(env)) {
+    if (const Admission admitted{env}) {
         endJNDIRequest(env, url, lookupName);
     }
 }
 
 JNIEXPORT void JNICALL EVENT_AGENT(beginMailRequestNative)(JNIEnv *env, jclass, jstring subject,
                                                            jstring mailServURL) {
-    if (!shouldReject(env)) {
+    if (const Admission admitted{env}) {
         beginJavaMailRequest(env, mailServURL, subject);
     }
 }
 
 JNIEXPORT void JNICALL EVENT_AGENT(endMailRequestNative)(JNIEnv *env, jclass, jstring subject,
                                                          jstring mailServURL) {
-    if (!shouldReject(env)) {
+    if (const Admission admitted{env}) {
         endJavaMailRequest(env, mailServURL, subject);
     }
 }
 
 JNIEXPORT void JNICALL EVENT_AGENT(beginJDORequestNative)(JNIEnv *env, jclass, jstring className,
                                                           jstring methodName, jstring argumentString) {
-    if (!shouldReject(env)) {
+    if (const Admission admitted{env}) {
         beginJDORequest(env, className, methodName, argumentString);
     }
 }
 
 JNIEXPORT void JNICALL EVENT_AGENT(endJDORequestNative)(JNIEnv *env, jclass, jstring className,
                                                         jstring methodName, jstring argumentString) {
-    if (!shouldReject(env)) {
+    if (const Admission admitted{env}) {
         endJDORequest(env, className, methodName, argumentString);
     }
 }
@@ -381,21 +392,21 @@ JNIEXPORT void JNICALL EVENT_AGENT(endJDORequestNative)(JNIEnv *env, jclass, jst
 // `jmsType` is 1 to 4; any other counts as 3.
 JNIEXPORT void JNICALL EVENT_AGENT(beginJMSRequestNative)(JNIEnv *env, jclass, jint jmsType, jstring queName,
                                                           jstring provUrl, jstring sel) {
-    if (!shouldReject(env)) {
+    if (const Admission admitted{env}) {
         beginJMSRequest(env, jmsAction(jmsType), provUrl, queName, sel);
     }
 }
 
 JNIEXPORT void JNICALL EVENT_AGENT(endJMSRequestNative)(JNIEnv *env, jclass, jint jmsType, jstring queName,
                                                         jstring provUrl, jstring sel) {
-    if (!shouldReject(env)) {
+    if (const Admission admitted{env}) {
         endJMSRequest(env, jmsAction(jmsType), provUrl, queName, sel);
     }
 }
 
 JNIEXPORT void JNICALL EVENT_AGENT(beginXQRequestNative)(JNIEnv *env, jclass, jstring queueMgrName,
                                                          jstring queueName, jint type) {
-    if (!shouldReject(env)) {
+    if (const Admission admitted{env}) {
         beginXQRequest(env, queueName, queueMgrName, type);
     }
 }
@@ -405,7 +416,8 @@ JNIEXPORT void JNICALL EVENT_AGENT(beginXQRequestNative)(JNIEnv *env, jclass, js
 JNIEXPORT void JNICALL EVENT_AGENT(endXQRequestNative)(JNIEnv *env, jclass, jstring queueMgr,
                                                        jstring queueName, jint type, jbyteArray gpsToken,
                                                        jboolean gpsSend) {
-    if (shouldReject(env)) {
+    const Admission admitted(env);
+    if (!admitted) {
         return;
     }
     endXQRequest(env, queueName, queueMgr, type);
@@ -462,7 +474,7 @@ JNIEXPORT jint JNICALL EVENT_AGENT(finishIIOPServerRequestNative)(JNIEnv *env, j
 #define AM_WS_NATIVE(javaName, operation, subType)                                                           \
     JNIEXPORT void JNICALL EVENT_AGENT(javaName)(JNIEnv * env, jclass, jstring appName, jstring requestName, \
                                                  jstring url) {                                              \
-        if (!shouldReject(env)) {                                                                            \
+        if (const Admission admitted{env}) {                                                                 \
             operation(env, subType, appName, requestName, url);                                              \
         }                                                                                                    \
     }
@@ -476,7 +488,7 @@ AM_WS_NATIVE(wsHelperProviderResponseNative, appendWSProviderEvent, Event::SUB_E
 #define AM_WS_FAULT_NATIVE(javaName)                                                                         \
     JNIEXPORT void JNICALL EVENT_AGENT(javaName)(JNIEnv * env, jclass, jstring appName, jstring faultCode,   \
                                                  jstring faultString) {                                      \
-        if (!shouldReject(env)) {                                                                            \
+        if (const Admission admitted{env}) {                                                                 \
             appendWSFaultEvent(env, Event::SUB_START, appName, faultCode, faultString);                      \
             appendWSFaultEvent(env, Event::SUB_END, appName, faultCode, faultString);                        \
         }                                                                                                    \
@@ -497,7 +509,7 @@ JNIEXPORT jint JNICALL EVENT_AGENT(genericStopEventNative)(JNIEnv *env, jclass, 
 
 JNIEXPORT void JNICALL EVENT_AGENT(genericExceptionEventNative)(JNIEnv *env, jclass, jint id, jint nCtxProps,
                                                                 jobjectArray ctxValues) {
-    if (!shouldReject(env)) {
+    if (const Admission admitted{env}) {
         exceptionGenericEvent(env, id, nCtxProps, ctxValues);
     }
 }
@@ -506,7 +518,7 @@ JNIEXPORT void JNICALL EVENT_AGENT(genericExceptionEventNative)(JNIEnv *env, jcl
 
 JNIEXPORT void JNICALL EVENT_AGENT(sendExceptionNative)(JNIEnv *env, jclass, jstring ex, jstring cn,
                                                         jstring mn, jstring st) {
-    if (!shouldReject(env)) {
+    if (const Admission admitted{env}) {
         appendExceptionEvent(env, ex, cn, mn, st);
     }
 }
@@ -514,7 +526,7 @@ JNIEXPORT void JNICALL EVENT_AGENT(sendExceptionNative)(JNIEnv *env, jclass, jst
 JNIEXPORT void JNICALL EVENT_AGENT(sendGWXRecordNative)(JNIEnv *env, jclass, jstring gatewayName,
                                                         jstring serverName, jstring progName,
                                                         jlong snapShotTime, jint count, jlong avgTimeTaken) {
-    if (!shouldReject(env)) {
+    if (const Admission admitted{env}) {
         appendGWXEvent(env, gatewayName, serverName, progName, snapShotTime, count, avgTimeTaken);
     }
 }
@@ -524,7 +536,8 @@ JNIEXPORT void JNICALL EVENT_AGENT(sendXQIRecordNative)(JNIEnv *env, jclass, jst
                                                         jstring queueName, jlong snapShotTime,
                                                         jbyteArray type, jintArray count,
                                                         jlongArray avgTimeTaken, jint arrLength) {
-    if (shouldReject(env) || type == nullptr || arrLength <= 0 || env->GetArrayLength(type) != arrLength) {
+    const Admission admitted(env);
+    if (!admitted || type == nullptr || arrLength <= 0 || env->GetArrayLength(type) != arrLength) {
         return;
     }
     const XqiArrays arrays = {
@@ -536,20 +549,18 @@ JNIEXPORT void JNICALL EVENT_AGENT(sendXQIRecordNative)(JNIEnv *env, jclass, jst
 }
 
 JNIEXPORT void JNICALL EVENT_AGENT(setPSStatusEventNative)(JNIEnv *env, jclass, jstring status) {
-    if (!shouldReject(env)) {
+    if (const Admission admitted{env}) {
         appendPSStatusRecEvent(env, status);
     }
 }
 
 // Not gated: a marker tells of what the gate refused.
 JNIEXPORT void JNICALL EVENT_AGENT(sendDroppedEventRecordNative)(JNIEnv *env, jclass) {
-    if (ungatedThread(env) != nullptr) {
-        appendDroppedRecEvent(env);
-    }
+    withOwnThread(env, [=](ThreadData &) { appendDroppedRecEvent(env); });
 }
 
 JNIEXPORT void JNICALL EVENT_AGENT(issueTraceRequestNative)(JNIEnv *env, jclass) {
-    if (!shouldReject(env)) {
+    if (const Admission admitted{env}) {
         issueTraceRequest(env);
     }
 }
@@ -558,7 +569,7 @@ JNIEXPORT void JNICALL EVENT_AGENT(issueTraceRequestNative)(JNIEnv *env, jclass)
 // on a new connection.
 JNIEXPORT void JNICALL EVENT_AGENT(setSamplingRatesNative)(JNIEnv *env, jclass, jintArray levels,
                                                            jint useDefault) {
-    if (!shouldReject(env)) {
+    if (const Admission admitted{env}) {
         takeSamplingRates(env, levels, useDefault);
     }
 }
@@ -567,8 +578,9 @@ JNIEXPORT void JNICALL EVENT_AGENT(setSamplingRatesNative)(JNIEnv *env, jclass, 
 
 // Open levels of the thread; 0 if it has no data.
 JNIEXPORT jint JNICALL EVENT_AGENT(getNumPendingRequests)(JNIEnv *env, jclass) {
-    const ThreadData *td = ungatedThread(env);
-    return td != nullptr ? td->requestDepth : 0;
+    jint depth = 0;
+    withOwnThread(env, [&](const ThreadData &td) { depth = td.requestDepth; });
+    return depth;
 }
 
 // The thread's number, given if it has none.
@@ -579,9 +591,8 @@ JNIEXPORT jint JNICALL EVENT_AGENT(getEnvNative)(JNIEnv *env, jclass) {
 // Fills `cpuTime` (nanoseconds), `timeSec_` and `timeUSec_` of `times`. Null is left alone, and so is any
 // object while the thread has no data.
 JNIEXPORT void JNICALL EVENT_AGENT(getThreadTimesNative)(JNIEnv *env, jclass, jobject times) {
-    ThreadData *td = ungatedThread(env);
-    if (times != nullptr && td != nullptr) {
-        fillThreadTimes(env, td, times);
+    if (times != nullptr) {
+        withOwnThread(env, [=](ThreadData &td) { fillThreadTimes(env, &td, times); });
     }
 }
 

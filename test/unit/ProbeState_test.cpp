@@ -48,6 +48,20 @@ TEST_F(Gate, OpensAgainOnAChangeOnly) {
     EXPECT_FALSE(probeDisabled);
 }
 
+// Agents may come in while the probe is being stopped.
+TEST_F(Gate, StaysClosedThroughAStopAndAfterIt) {
+    beginStopping();
+    notifyEventAgentStatus(true);
+    notifyNetworkAgentStatus(true);
+    EXPECT_TRUE(probeDisabled);
+    endStopping();
+    EXPECT_TRUE(probeDisabled);
+    notifyNetworkAgentStatus(true);
+    EXPECT_TRUE(probeDisabled) << "the other agent is gone";
+    notifyEventAgentStatus(true);
+    EXPECT_FALSE(probeDisabled);
+}
+
 TEST_F(Gate, OpensWhenBothReportAtOnce) {
     for (int i = 0; i < 2000; ++i) {
         reset();
