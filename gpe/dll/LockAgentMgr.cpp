@@ -4,6 +4,7 @@
 #include "ProbeLgKit.h"
 
 #include <cstdlib>
+#include <new>
 
 Relaxed<LockAgentMgr *> lockAgentMgr(nullptr);
 
@@ -17,7 +18,7 @@ LockAgentMgr::~LockAgentMgr() {
 
 void LockAgentMgr::create() {
     if (lockAgentMgr == nullptr) {
-        lockAgentMgr = new LockAgentMgr();
+        lockAgentMgr = new (std::nothrow) LockAgentMgr();
     }
 }
 
@@ -33,9 +34,9 @@ bool LockAgentMgr::initializeAfterJVMPI() {
         return false;
     }
     ZykLock::populateGlobalLock();
-    tableLock = new ZykLock();
-    classLock = new ZykLock();
-    return true;
+    tableLock = new (std::nothrow) ZykLock();
+    classLock = new (std::nothrow) ZykLock();
+    return tableLock != nullptr && classLock != nullptr;
 }
 
 void LockAgentMgr::start() {
@@ -57,10 +58,10 @@ void LockAgentMgr::clear() {
     char **names = locks.keys();
     ZykLock **values = locks.values();
     locks.clear();
-    for (char **name = names; *name != nullptr; ++name) {
+    for (char **name = names; name != nullptr && *name != nullptr; ++name) {
         free(*name);
     }
-    for (ZykLock **value = values; *value != nullptr; ++value) {
+    for (ZykLock **value = values; value != nullptr && *value != nullptr; ++value) {
         delete *value;
     }
     delete[] names;

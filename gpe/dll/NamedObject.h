@@ -8,7 +8,7 @@ public:
     NamedObject(const NamedObject &) = delete;
     NamedObject &operator=(const NamedObject &) = delete;
 
-    const char *objectName() const { return name; }
+    const char *objectName() const { return name != nullptr ? name : ""; }
 
 protected:
     // One line of the trace log: "[object (function@line)] text".

@@ -80,7 +80,7 @@ void ThreadMgr::start() {
 void ThreadMgr::stop() {
     AM_TRACE_SCOPE(ccTracer, LGK_DEBUG_MIN, "ThreadMgr::stop()");
     const std::unique_ptr<ThreadData *[]> snapshot(takeAll());
-    if (awaitDeparture()) {
+    if (awaitDeparture() && snapshot != nullptr) {
         const ZykLockGuard guard(threadLock);
         for (ThreadData **data = snapshot.get(); *data != nullptr; ++data) {
             delete *data;
@@ -164,7 +164,7 @@ ThreadData *ThreadMgr::getThreadData(char *grpname, char *thrname) {
     };
     const ZykLockGuard guard(threadLock);
     const std::unique_ptr<ThreadData *[]> snapshot(threadTable.values());
-    for (ThreadData **data = snapshot.get(); *data != nullptr; ++data) {
+    for (ThreadData **data = snapshot.get(); data != nullptr && *data != nullptr; ++data) {
         if (equal((*data)->groupName, grpname) && equal((*data)->threadName, thrname)) {
             return *data;
         }

@@ -1,7 +1,8 @@
 // Chained hash table with a fixed, prime bucket count that never grows. It owns its entries only: keys and
 // values stay the caller's, string keys are not copied. Synchronised tables lock one bucket at a time, so
 // `count` and the snapshots of `keys()` and `values()` are hints while others write. Null keys are logged
-// no-ops; 0 means "absent" to `get`.
+// no-ops; 0 means "absent" to `get`. A table that found no memory when it was built stays empty and takes
+// nothing in.
 #pragma once
 
 #include "NamedObject.h"
@@ -11,6 +12,7 @@
 
 #include <cstdint>
 #include <cstring>
+#include <new>
 #include <type_traits>
 
 // The first of the primes up to 1259 that is greater than `n`; `n` itself if there is none.
@@ -24,8 +26,8 @@ class ZykHashTable : public virtual NamedObject {
 public:
     ZykHashTable(int requestedSize, bool stringKeys, bool isSynchronised)
         : NamedObject("ZykHashTable"), size(static_cast<uint32_t>(nextPrime(requestedSize))),
-          buckets(new Entry *[size + 1]()), isStringKey(stringKeys), synchronised(isSynchronised),
-          locks(isSynchronised ? new ZykLock[size] : nullptr) {}
+          buckets(new (std::nothrow) Entry *[size + 1]()), isStringKey(stringKeys),
+          synchronised(isSynchronised), locks(isSynchronised ? new (std::nothrow) ZykLock[size] : nullptr) {}
 
     ~ZykHashTable() override {
         clear();
@@ -33,24 +35,29 @@ public:
         delete[] locks;
     }
 
-    // True; replaces the value if the key is there. False for a null key.
+    // True; replaces the value if the key is there. False, with nothing changed, for a null key and when
+    // memory is out.
     bool put(K key, V value) {
-        if (isNull(key, "Inserting NULL Key into Hashtable, so ignoring")) {
+        if (refuses(key, "Inserting NULL Key into Hashtable, so ignoring")) {
             return false;
         }
         const Bucket bucket(*this, key);
         Entry *entry = *find(bucket.head(), key);
         if (entry != nullptr) {
             entry->value = value;
-        } else {
-            bucket.head() = new Entry{key, value, bucket.head()};
-            count += 1;
+            return true;
         }
+        entry = new (std::nothrow) Entry{key, value, bucket.head()};
+        if (entry == nullptr) {
+            return false;
+        }
+        bucket.head() = entry;
+        count += 1;
         return true;
     }
 
     V get(K key) {
-        if (isNull(key, "trying to get with NULL Key, so ignoring")) {
+        if (refuses(key, "trying to get with NULL Key, so ignoring")) {
             return V();
         }
         const Bucket bucket(*this, key);
@@ -59,7 +66,7 @@ public:
     }
 
     bool contains(K key) {
-        if (isNull(key, "checking contains with NULL Key, so ignoring")) {
+        if (refuses(key, "checking contains with NULL Key, so ignoring")) {
             return false;
         }
         const Bucket bucket(*this, key);
@@ -67,7 +74,7 @@ public:
     }
 
     bool remove(K key) {
-        if (isNull(key, "trying to remove with NULL Key, so ignoring")) {
+        if (refuses(key, "trying to remove with NULL Key, so ignoring")) {
             return false;
         }
         const Bucket bucket(*this, key);
@@ -83,7 +90,7 @@ public:
     }
 
     // New arrays of `count + 1` slots, the last one 0, buckets ascending, newest first within a bucket.
-    // The caller frees them with delete[].
+    // The caller frees them with delete[]. Null when memory is out.
     K *keys() {
         return snapshot<K>([](const Entry &entry) { return entry.key; });
     }
@@ -93,7 +100,7 @@ public:
 
     void clear() {
         count = 0;
-        for (uint32_t i = 0; i < size; ++i) {
+        for (uint32_t i = 0; usable() && i < size; ++i) {
             freeChain(detach(i));
         }
     }
@@ -144,12 +151,15 @@ private:
 
     void complain(const char *text) const { AM_TRACE(ccTracer, LGK_DEBUG_MIN, "ZykHashTable", "%s", text); }
 
-    bool isNull(K key, const char *text) const {
+    bool usable() const { return buckets != nullptr && (!synchronised || locks != nullptr); }
+
+    // For a null key, which is told, and for any where there is no table.
+    bool refuses(K key, const char *nullText) const {
         if (isNullValue(key)) {
-            complain(text);
+            complain(nullText);
             return true;
         }
-        return false;
+        return !usable();
     }
 
     static constexpr bool keyIsText = std::is_same_v<K, const char *> || std::is_same_v<K, char *>;
@@ -211,9 +221,9 @@ private:
     T *snapshot(Pick pick) {
         const int32_t counted = count; // once: racing writers may lower it, and even below 0
         const int32_t room = counted > 0 ? counted : 0;
-        T *slots = new T[static_cast<size_t>(room) + 1]();
+        T *slots = usable() ? new (std::nothrow) T[static_cast<size_t>(room) + 1]() : nullptr;
         int32_t copied = 0;
-        for (uint32_t i = 0; i < size && copied < room; ++i) {
+        for (uint32_t i = 0; slots != nullptr && i < size && copied < room; ++i) {
             if (synchronised) {
                 locks[i].lock();
             }

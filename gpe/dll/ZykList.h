@@ -1,5 +1,6 @@
 // Singly linked queue of pointers that it does not own; optionally synchronised by one lock for all its
-// operations. Nodes are made and freed outside the lock. `size()` and the iterator take no lock.
+// operations. Nodes are made and freed outside the lock. `size()` and the iterator take no lock. An operation
+// that finds no memory changes nothing and says so: the value is still the caller's.
 #pragma once
 
 #include "NamedObject.h"
@@ -7,6 +8,7 @@
 #include "ZykLock.h"
 
 #include <cstdint>
+#include <new>
 #include <type_traits>
 
 template <typename T>
@@ -20,20 +22,16 @@ class ZykList : public virtual NamedObject {
 
 public:
     explicit ZykList(bool isSynchronised)
-        : NamedObject("ZykList"), lock(isSynchronised ? new ZykLock : nullptr), synchronised(isSynchronised) {
-    }
+        : NamedObject("ZykList"), lock(isSynchronised), synchronised(isSynchronised) {}
 
-    ~ZykList() override {
-        clear();
-        delete lock;
-    }
+    ~ZykList() override { clear(); }
 
-    // False for a null value, which is not queued.
+    // False, and not queued, for a null value and when memory is out.
     bool append(T value) {
-        if (value == nullptr) {
+        Node *node = value != nullptr ? new (std::nothrow) Node{value, nullptr} : nullptr;
+        if (node == nullptr) {
             return false;
         }
-        Node *node = new Node{value, nullptr};
         const Guard guard(*this);
         (tail != nullptr ? tail->next : head) = node;
         tail = node;
@@ -41,8 +39,12 @@ public:
         return true;
     }
 
-    void prepend(T value) {
-        Node *node = new Node{value, nullptr};
+    // False, and not queued, when memory is out.
+    bool prepend(T value) {
+        Node *node = new (std::nothrow) Node{value, nullptr};
+        if (node == nullptr) {
+            return false;
+        }
         const Guard guard(*this);
         node->next = head;
         head = node;
@@ -50,6 +52,7 @@ public:
             tail = node;
         }
         count += 1;
+        return true;
     }
 
     // Null when empty.
@@ -150,15 +153,16 @@ public:
     };
 
     // A copy of the values in order, taken under the lock: calls `visit(value)` for each without the lock
-    // held. For walks over a list that other threads append to.
+    // held. For walks over a list that other threads append to. False, with nothing visited, when memory is
+    // out.
     template <typename Visit>
-    void forEachSnapshot(Visit visit) {
+    bool forEachSnapshot(Visit visit) {
         int32_t taken = 0;
         T *values = nullptr;
         {
             const Guard guard(*this);
-            values = new T[static_cast<size_t>(count.get())];
-            for (const Node *node = head; node != nullptr; node = node->next) {
+            values = new (std::nothrow) T[static_cast<size_t>(count.get())];
+            for (const Node *node = head; values != nullptr && node != nullptr; node = node->next) {
                 values[taken++] = node->value;
             }
         }
@@ -166,6 +170,7 @@ public:
             visit(values[i]);
         }
         delete[] values;
+        return values != nullptr;
     }
 
 private:
@@ -173,12 +178,12 @@ private:
     public:
         explicit Guard(ZykList &guarded) : list(guarded) {
             if (list.synchronised) {
-                list.lock->lock();
+                list.lock.lock();
             }
         }
         ~Guard() {
             if (list.synchronised) {
-                list.lock->unlock();
+                list.lock.unlock();
             }
         }
         Guard(const Guard &) = delete;
@@ -229,6 +234,6 @@ private:
     Relaxed<int32_t> count{0};
     Node *tail = nullptr;
     Node *head = nullptr;
-    ZykLock *lock;
+    ZykLock lock;
     const bool synchronised;
 };
