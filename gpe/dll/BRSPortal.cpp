@@ -29,6 +29,9 @@ void appendPortalRequestEvent(JNIEnv *env, Event::EventType type, Event::EventSu
     ThreadData *td = callingThread(env);
     counted(td, subType, [=] {
         RequestEvent *event = newPortalRequest(type, subType);
+        if (event == nullptr) {
+            return true;
+        }
         event->requestDepth = td != nullptr ? td->requestDepth : 0;
         if (subType == Event::SUB_START) {
             fillAndCharge(env, *event,

@@ -93,6 +93,10 @@ public:
 
     virtual ~Event();
 
+    // Null when memory is out: whoever makes an event has to ask.
+    static void *operator new(size_t bytes) noexcept { return malloc(bytes); }
+    static void operator delete(void *block) { free(block); }
+
     // Writes one record. False, with nothing written, if `visitor` is null or no record is defined for `type`
     // (then a warning is logged too). Whether the record did fit only the visitor can tell.
     virtual bool addToBuffer(ProtocolVisitor *visitor);

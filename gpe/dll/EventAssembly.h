@@ -79,11 +79,12 @@ void addWeight(Event &event, int64_t bytes);
 // What the size does not cover by its fixed part or its averages: nothing for usual lengths.
 void addUnweighed(Event &event, int64_t bytes);
 
-// A new event with the thread's number, and its depth for classes that carry one.
+// A new event with the thread's number, and its depth for classes that carry one. Null when memory is out:
+// the call is then an event less, and counts and nests as any other.
 template <typename E, typename... Args>
 E *newThreadEvent(const ThreadData *td, Args... args) {
     E *event = new E(args...);
-    if (td != nullptr) {
+    if (event != nullptr && td != nullptr) {
         event->threadId = td->threadId;
     }
     return event;
@@ -91,7 +92,7 @@ E *newThreadEvent(const ThreadData *td, Args... args) {
 template <typename E, typename... Args>
 E *newEvent(const ThreadData *td, Args... args) {
     E *event = newThreadEvent<E>(td, args...);
-    if (td != nullptr) {
+    if (event != nullptr && td != nullptr) {
         event->requestDepth = td->requestDepth;
     }
     return event;
@@ -106,9 +107,12 @@ void fillAndCharge(JNIEnv *env, E &event, Fill fill) {
 }
 
 // Clocks, strings, weight, queue: what every begin and end has in common. The result as of
-// `appendRequestEvent`.
+// `appendRequestEvent`. Nothing for null.
 template <typename E, typename Fill>
 bool completeAndAppend(JNIEnv *env, ThreadData *td, E *event, Clocks order, Fill fill) {
+    if (event == nullptr) {
+        return true;
+    }
     takeClocks(*event, td, order);
     fillAndCharge(env, *event, fill);
     return appendRequestEvent(env, td, event);
@@ -158,7 +162,7 @@ void countedRequest(JNIEnv *env, Event::EventSubType subType, Fill fill) {
 }
 
 // A record of the calling thread that stands alone, without clocks; false, with nothing done, if the thread
-// has no data.
+// has no data or memory is out.
 template <typename E, typename Fill, typename... Args>
 bool appendSingle(JNIEnv *env, Fill fill, Args... args) {
     ThreadData *td = callingThread(env);
@@ -166,6 +170,9 @@ bool appendSingle(JNIEnv *env, Fill fill, Args... args) {
         return false;
     }
     E *event = newThreadEvent<E>(td, args...);
+    if (event == nullptr) {
+        return false;
+    }
     fillAndCharge(env, *event, fill);
     appendRequestEvent(env, td, event);
     return true;

@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cstdlib>
+#include <new>
 
 using namespace assembly;
 
@@ -65,8 +66,8 @@ void setNotifyTarget(JNIEnv *env, jclass cls) {
     if (global == nullptr) {
         return;
     }
-    auto *target = new NotifyTarget{global, method};
-    if (!notifyTarget.compare_exchange_strong(none, target, std::memory_order_acq_rel)) {
+    auto *target = new (std::nothrow) NotifyTarget{global, method};
+    if (target == nullptr || !notifyTarget.compare_exchange_strong(none, target, std::memory_order_acq_rel)) {
         env->DeleteGlobalRef(global);
         delete target;
     }
@@ -144,7 +145,7 @@ void copyNames(JNIEnv *env, RequestEvent &request, jstring requestName, jstring 
 
 bool sendRequest(JNIEnv *env, ThreadData *storage, RequestEvent *request, jstring requestName,
                  jstring applicationName, jstring url) {
-    if (!hasStorage(storage, "sendRequest()")) {
+    if (request == nullptr || !hasStorage(storage, "sendRequest()")) {
         delete request;
         return true;
     }
@@ -159,7 +160,7 @@ bool sendRequest(JNIEnv *env, ThreadData *storage, RequestEvent *request, jstrin
 }
 
 void sendEJBRequest(JNIEnv *env, ThreadData *storage, EJBEvent *request) {
-    if (!hasStorage(storage, "sendEJBRequest()")) {
+    if (request == nullptr || !hasStorage(storage, "sendEJBRequest()")) {
         delete request;
         return;
     }
@@ -388,6 +389,10 @@ void processGpsXQRequest(JNIEnv *env, jstring queueName, jstring, jint act, int8
     if (td != nullptr) {
         ++td->requestDepth;
     }
+    GPSXQEvent *beginning = newEvent<GPSXQEvent>(td, Event::SUB_START);
+    if (beginning == nullptr) {
+        free(gpsToken);
+    }
     const auto begin = [=](GPSXQEvent &event, Texts &texts) {
         event.action = act;
         texts.copy(event.queueName, queueName);
@@ -396,7 +401,7 @@ void processGpsXQRequest(JNIEnv *env, jstring queueName, jstring, jint act, int8
         texts.hold(event.tokenLength);
     };
     const auto end = [=](GPSXQEvent &event, Texts &) { event.action = act; };
-    if (completeAndAppend(env, td, newEvent<GPSXQEvent>(td, Event::SUB_START), Clocks::CpuFirst, begin) &&
+    if (completeAndAppend(env, td, beginning, Clocks::CpuFirst, begin) &&
         completeAndAppend(env, td, newEvent<GPSXQEvent>(td, Event::SUB_END), Clocks::CpuFirst, end)) {
         leave(td);
     }
@@ -404,13 +409,17 @@ void processGpsXQRequest(JNIEnv *env, jstring queueName, jstring, jint act, int8
 
 // ---------------------------------------------------------------- requests of the server
 
+// Without data, since memory was out, the call is only counted.
 void beginBeanRequest(JNIEnv *env, jclass, int8_t *data, int32_t count) {
     ThreadData *td = callingThread(env);
-    if (!enter(td, Rule::Any)) {
+    EJBEvent *event = nullptr;
+    if (enter(td, Rule::Any) && data != nullptr) {
+        event = newEvent<EJBEvent>(td, Event::SUB_START);
+    }
+    if (event == nullptr) {
         free(data);
         return;
     }
-    EJBEvent *event = newEvent<EJBEvent>(td, Event::SUB_START);
     event->data = data;
     event->count = count;
     sendEJBRequest(env, td, event);
@@ -509,15 +518,22 @@ void endGenericEvent(JNIEnv *env, jint id) {
         return;
     }
     GenericEvent *event = newEvent<GenericEvent>(td, Event::TYPE_GENERIC_STOP, id, 0);
-    takeClocks(*event, td, Clocks::WallFirst);
+    if (event != nullptr) {
+        takeClocks(*event, td, Clocks::WallFirst);
+    }
     leave(td);
-    appendRequestEvent(env, td, event);
+    if (event != nullptr) {
+        appendRequestEvent(env, td, event);
+    }
 }
 
 void exceptionGenericEvent(JNIEnv *env, jint id, jint nCtxProps, jobjectArray ctxValues) {
     ThreadData *td = callingThread(env);
     GenericExceptionEvent *event =
         newThreadEvent<GenericExceptionEvent>(td, id, usableValues(env, nCtxProps, ctxValues));
+    if (event == nullptr) {
+        return;
+    }
     fillAndCharge(env, *event, [=](GenericExceptionEvent &target, Texts &texts) {
         copyContextValues(env, ctxValues, target, texts);
     });

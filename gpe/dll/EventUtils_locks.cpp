@@ -98,15 +98,23 @@ bool recordOwn(JNIEnv *env, Event::EventSubType subType, const Contention &conte
     return true;
 }
 
+// Null when memory is out.
+LockContentionEvent *newContention(JNIEnv *env, Event::EventSubType subType, const Contention &contention) {
+    LockContentionEvent *event = new LockContentionEvent(subType);
+    if (event != nullptr) {
+        getCurrentTime(&event->timeSec, &event->timeUSec);
+        fillAndCharge(env, *event, contention);
+    }
+    return event;
+}
+
 // The other thread waits for the monitor and does nothing meanwhile; the lock keeps its record from being
 // destroyed, so listeners are asked before. Its CPU clock cannot be read from here.
 bool recordOther(JNIEnv *env, jint waitingThreadId, Event::EventSubType subType,
                  const Contention &contention) {
-    LockContentionEvent *event = new LockContentionEvent(subType);
-    getCurrentTime(&event->timeSec, &event->timeUSec);
-    fillAndCharge(env, *event, contention);
+    LockContentionEvent *event = newContention(env, subType, contention);
     bool recordStands;
-    const bool agreed = askListeners(env, *event, recordStands);
+    const bool agreed = event != nullptr && askListeners(env, *event, recordStands);
     ThreadMgr *threads = threadMgr;
     const ZykLockGuard guard(threads->destructionLock());
     JNIEnv *waiting = otherThread(env, waitingThreadId); // once more: it may have ended meanwhile
@@ -116,10 +124,10 @@ bool recordOther(JNIEnv *env, jint waitingThreadId, Event::EventSubType subType,
         delete event;
         return false;
     }
-    event->threadId = td->threadId;
-    event->requestDepth = td->requestDepth;
-    event->cpuTime = td->lastCpuTime;
     if (agreed) {
+        event->threadId = td->threadId;
+        event->requestDepth = td->requestDepth;
+        event->cpuTime = td->lastCpuTime;
         td->appendEvent(event);
     } else {
         delete event;

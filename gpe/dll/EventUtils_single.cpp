@@ -79,6 +79,9 @@ void appendDroppedRecEvent(JNIEnv *env) {
 void appendSamplingRateEvent(JNIEnv *env, const int32_t *levels, int32_t useDefault) {
     ThreadData *td = callingThread(env);
     SamplingEvent *event = newThreadEvent<SamplingEvent>(td, Event::SUB_ALONE);
+    if (event == nullptr) {
+        return;
+    }
     getCurrentTime(&event->timeSec, &event->timeUSec);
     memcpy(event->levels, levels, sizeof(event->levels));
     event->useDefault = useDefault;
@@ -87,6 +90,9 @@ void appendSamplingRateEvent(JNIEnv *env, const int32_t *levels, int32_t useDefa
 
 void appendPSStatusRecEvent(JNIEnv *env, jstring mesg) {
     PSStatusEvent *event = new PSStatusEvent(Event::SUB_ALONE);
+    if (event == nullptr) {
+        return;
+    }
     fillAndCharge(env, *event,
                   [=](PSStatusEvent &target, Texts &texts) { texts.weigh(target.message, mesg); });
     appendSpecial(event);
@@ -94,8 +100,12 @@ void appendPSStatusRecEvent(JNIEnv *env, jstring mesg) {
 
 namespace {
 
+// Null when memory is out.
 GCEvent *newCollection(const ThreadData &special, Event::EventSubType subType, jlong millis) {
     GCEvent *event = newThreadEvent<GCEvent>(&special, subType);
+    if (event == nullptr) {
+        return nullptr;
+    }
     event->timeSec = static_cast<uint32_t>(millis / 1000);
     event->timeUSec = static_cast<uint32_t>(millis % 1000 * 1000);
     return event;
@@ -109,8 +119,14 @@ void appendGCEvent(JNIEnv *, jlong startTime, jlong endTime, jlong usedObjects, 
     if (special == nullptr) {
         return;
     }
-    special->appendEvent(newCollection(*special, Event::SUB_START, startTime));
+    GCEvent *start = newCollection(*special, Event::SUB_START, startTime);
     GCEvent *end = newCollection(*special, Event::SUB_END, endTime);
+    if (start == nullptr || end == nullptr) {
+        delete start;
+        delete end;
+        return;
+    }
+    special->appendEvent(start);
     end->usedObjects = static_cast<uint64_t>(usedObjects);
     end->usedObjectSpace = static_cast<uint64_t>(usedObjectSpace);
     end->totalObjectSpace = static_cast<uint64_t>(totalObjectSpace);

@@ -49,11 +49,20 @@ const char *primitiveName(char letter) {
 }
 
 // Appends "java.lang.String" for "Ljava/lang/String;" at `index`; returns the index behind the ";".
-size_t appendClassName(const char *signature, size_t index, std::string &out) {
+size_t appendClassName(const char *signature, size_t index, char *out, size_t room) {
+    size_t used = strlen(out);
     for (++index; signature[index] != '\0' && signature[index] != ';'; ++index) {
-        out += signature[index] == '/' ? '.' : signature[index];
+        if (used + 1 < room) {
+            out[used++] = signature[index] == '/' ? '.' : signature[index];
+        }
     }
+    out[used] = '\0';
     return signature[index] == ';' ? index + 1 : index;
+}
+
+void append(const char *text, char *out, size_t room) {
+    const size_t used = strlen(out);
+    snprintf(out + used, room - used, "%s", text);
 }
 
 } // namespace
@@ -108,21 +117,23 @@ void freeJVMTIMemory(void *p) {
     }
 }
 
-size_t translateSignature(const char *signature, size_t index, std::string &out) {
-    std::string suffix;
+size_t translateSignature(const char *signature, size_t index, char *out, size_t room) {
+    size_t dimensions = 0;
     for (; signature[index] == '['; ++index) {
-        suffix += "[]";
+        ++dimensions;
     }
     if (signature[index] == 'L') {
-        index = appendClassName(signature, index, out);
+        index = appendClassName(signature, index, out, room);
     } else if (const char *name = primitiveName(signature[index])) {
-        out += name;
+        append(name, out, room);
         ++index;
     } else {
         traceWarn("Error: couldn't translate <%s> to readable text\n", signature);
         return strlen(signature);
     }
-    out += suffix;
+    for (; dimensions > 0; --dimensions) {
+        append("[]", out, room);
+    }
     return index;
 }
 

@@ -2,8 +2,8 @@
 // operation does nothing.
 #pragma once
 
+#include <cstddef>
 #include <jvmti.h>
-#include <string>
 
 extern jvmtiEnv *jvmti; // null until `Agent_OnLoad` has obtained it
 
@@ -19,9 +19,10 @@ char *getErrorName(jvmtiError errNum);
 void AllocateJVMTIMemory(jlong size, unsigned char **mem_ptr);
 void freeJVMTIMemory(void *p);
 
-// Appends the type at `index` of a JVM signature to `out` as Java writes it ("[[I" is "int[][]").
-// The result is the index behind it; on an unknown letter the length of the signature, with a warning.
-size_t translateSignature(const char *signature, size_t index, std::string &out);
+// Appends the type at `index` of a JVM signature as Java writes it ("[[I" is "int[][]") to the terminated
+// text in `out`, which has room for `room` bytes; what does not fit is cut. The result is the index behind
+// the type; on an unknown letter the length of the signature, with a warning.
+size_t translateSignature(const char *signature, size_t index, char *out, size_t room);
 
 // A copy on the heap; null gives null.
 char *dupString(const char *text);

@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <new>
 
 Relaxed<MemoryMonitor *> memoryMonitor(nullptr);
 Relaxed<bool> notAccepting(false);
@@ -78,10 +79,14 @@ int32_t portionFor(uint32_t threadCount) {
     return std::clamp(static_cast<int32_t>(share), LEAST_PORTION, MOST_PORTION);
 }
 
-void appendMarker(ThreadData *td) {
+// False when memory is out.
+bool appendMarker(ThreadData *td) {
     DroppedEvent *marker = new DroppedEvent(Event::SUB_ALONE);
+    if (marker == nullptr) {
+        return false;
+    }
     marker->threadId = td->threadId;
-    td->appendEvent(marker);
+    return td->appendEvent(marker);
 }
 
 } // namespace
@@ -117,17 +122,15 @@ void TextSamples::reset() {
 
 // ---------------------------------------------------------------- life
 
-MemoryMonitor::MemoryMonitor() : NamedObject("MemoryMonitor"), lock(new ZykLock(true)), turboLock(true) {
+MemoryMonitor::MemoryMonitor() : NamedObject("MemoryMonitor"), lock(true), turboLock(true) {
     memoryMonitor = this;
 }
 
-MemoryMonitor::~MemoryMonitor() {
-    delete lock;
-}
+MemoryMonitor::~MemoryMonitor() = default;
 
 void MemoryMonitor::create() {
     if (memoryMonitor == nullptr) {
-        new MemoryMonitor();
+        new (std::nothrow) MemoryMonitor();
     }
 }
 
@@ -274,12 +277,12 @@ void MemoryMonitor::setResetTimer() {
 
 // Under the lock from the first figure on: nobody goes by a total that is older than the last one told.
 bool MemoryMonitor::checkAccount() {
-    const ZykLockGuard guard(*lock);
+    const ZykLockGuard guard(lock);
     return checkForULimit(getEventBytes());
 }
 
 bool MemoryMonitor::checkForULimit(uint32_t eventBytes) {
-    const ZykLockGuard guard(*lock);
+    const ZykLockGuard guard(lock);
     AgentPool *network = networkPool;
     ThreadMgr *threads = threadMgr;
     const uint32_t networkBytes = network != nullptr ? static_cast<uint32_t>(network->getTotalDataSize()) : 0;
@@ -461,8 +464,7 @@ bool MemoryMonitor::passTurboLock() {
 bool MemoryMonitor::refusedByLimit(ThreadData *td) {
     const bool refusing = notAccepting;
     if (!td->memoryLimitMarkerSent && refusing) {
-        td->memoryLimitMarkerSent = true;
-        appendMarker(td);
+        td->memoryLimitMarkerSent = appendMarker(td);
     } else if (td->memoryLimitMarkerSent && !refusing) {
         td->memoryLimitMarkerSent = false;
     }

@@ -100,7 +100,7 @@ private:
     bool refusedByLimit(ThreadData *td);
     bool passTurboLock();
 
-    ZykLock *lock; // held during a check
+    ZykLock lock; // held during a check
     Relaxed<uint32_t> memoryTaken{0};
     int32_t naTurboPriority = 10;
     int32_t naTurboSleep = 50;

@@ -1,34 +1,34 @@
 // Events that write their record themselves, and the cache of the names that go out once for each type.
 #include "ProtocolVisitor.h"
 
-#include "ZykHashTable.h"
-
 namespace {
 
 constexpr int IIOP_CLIENT = 150;
 constexpr int IIOP_SERVER = 152;
 
-constexpr int NAME_CACHE_SIZE = 10;
-using NameCache = ZykHashTable<int32_t, bool>;
+// By type; a type without a place is never cached.
+Relaxed<bool> sentNames[Event::TYPE_GENERIC_EXCEPTION + 1];
 
-// Never destroyed: event agents may still write while the process ends.
-NameCache &sentNames() {
-    static NameCache *cache = new NameCache(NAME_CACHE_SIZE, false, true);
-    return *cache;
+bool hasPlace(Event::EventType type) {
+    return type >= 0 && type <= Event::TYPE_GENERIC_EXCEPTION;
 }
 
 } // namespace
 
 bool ProtocolVisitor::isCommonNameSent(Event::EventType type) {
-    return sentNames().contains(type);
+    return hasPlace(type) && sentNames[type];
 }
 
 void ProtocolVisitor::setCommonNameSent(Event::EventType type) {
-    sentNames().put(type, true);
+    if (hasPlace(type)) {
+        sentNames[type] = true;
+    }
 }
 
 void ProtocolVisitor::clearCommonNameCache() {
-    sentNames().clear();
+    for (Relaxed<bool> &sent : sentNames) {
+        sent = false;
+    }
 }
 
 int ProtocolVisitor::getRecordType(Event::EventType type, Event::EventSubType subType) {

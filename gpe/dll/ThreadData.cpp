@@ -82,7 +82,13 @@ bool ThreadData::appendEvent(Event *evt) {
     }
     addToProduced(*evt);
     reportGrowth(evt->charge());
-    return eventQueue->append(evt);
+    if (eventQueue->append(evt)) {
+        return true;
+    }
+    takeBackProduced(*evt);
+    reportGrowth(-evt->charge());
+    delete evt;
+    return false;
 }
 
 // In portions, so that the common word is touched once in many events. The agent may take `unreportedBytes`
@@ -106,8 +112,7 @@ void ThreadData::refuse(Event *evt) {
     droppedAtAppend += 1;
     delete evt;
     if (!droppedMarkerSent) {
-        appendEvent(new DroppedEvent(Event::SUB_ALONE));
-        droppedMarkerSent = true;
+        droppedMarkerSent = appendEvent(new DroppedEvent(Event::SUB_ALONE));
     }
 }
 
@@ -152,6 +157,10 @@ int32_t ThreadData::queueSize() const {
 
 void ThreadData::addToProduced(const Event &evt) {
     (isClassOrMethod(evt) ? bytesAddedClassMethod : bytesAddedOther) += static_cast<uint32_t>(evt.charge());
+}
+
+void ThreadData::takeBackProduced(const Event &evt) {
+    (isClassOrMethod(evt) ? bytesAddedClassMethod : bytesAddedOther) -= static_cast<uint32_t>(evt.charge());
 }
 
 void ThreadData::addToConsumed(const Event &evt) {

@@ -42,6 +42,7 @@ public:
 
     // Charge an event's size to its account: that of classes and methods, or the other.
     void addToProduced(const Event &evt);
+    void takeBackProduced(const Event &evt);
     void addToConsumed(const Event &evt);
     void takeBackConsumed(const Event &evt);
 

@@ -56,7 +56,7 @@ ThreadMgr::ThreadMgr() : NamedObject("ThreadMgr"), threadTable(TABLE_SIZE, false
 void ThreadMgr::create() {
     const std::lock_guard<std::mutex> guard(birthLock);
     if (threadMgr == nullptr) {
-        threadMgr = new ThreadMgr();
+        threadMgr = new (std::nothrow) ThreadMgr();
         threadMgrInstance = threadMgr.get();
     }
 }

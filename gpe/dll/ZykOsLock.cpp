@@ -2,17 +2,19 @@
 
 #include "ProbeLgKit.h"
 
-#include <chrono>
+#include <ctime>
 #include <new>
 
 namespace {
 
-constexpr std::chrono::milliseconds WAIT_TURN(10000);
+constexpr time_t WAIT_TURN_SECONDS = 10;
 
-// Guards the lazy creation of all others. Built on first use: static initialisers of other files need it.
-std::recursive_timed_mutex &osGlobalLock() {
-    static std::recursive_timed_mutex lock;
-    return lock;
+// Guards the lazy creation of all others; static initialisers of other files may need it.
+pthread_mutex_t osGlobalLock = PTHREAD_MUTEX_INITIALIZER;
+
+pthread_mutex_t *makeMutex() {
+    constexpr pthread_mutex_t reentrant = PTHREAD_RECURSIVE_MUTEX_INITIALIZER_NP;
+    return new (std::nothrow) pthread_mutex_t(reentrant);
 }
 
 } // namespace
@@ -20,20 +22,25 @@ std::recursive_timed_mutex &osGlobalLock() {
 ZykOsLock::ZykOsLock(bool createOnCreation) {
     AM_TRACE_SCOPE(ccTracer, LGK_DEBUG_MID, "ZykOsLock::ZykOsLock()");
     if (createOnCreation) {
-        mutex = new (std::nothrow) std::recursive_timed_mutex;
+        mutex = makeMutex();
     }
 }
 
 ZykOsLock::~ZykOsLock() {
+    if (mutex != nullptr) {
+        pthread_mutex_destroy(mutex);
+    }
     delete mutex;
 }
 
 bool ZykOsLock::ensureCreated() {
-    const std::lock_guard<std::recursive_timed_mutex> guard(osGlobalLock());
+    pthread_mutex_lock(&osGlobalLock);
     if (mutex == nullptr) {
-        mutex = new (std::nothrow) std::recursive_timed_mutex;
+        mutex = makeMutex();
     }
-    return mutex != nullptr;
+    const bool made = mutex != nullptr;
+    pthread_mutex_unlock(&osGlobalLock);
+    return made;
 }
 
 bool ZykOsLock::lock() {
@@ -42,8 +49,11 @@ bool ZykOsLock::lock() {
     }
     // The wall clock, since the thread sanitiser does not know the wait by the other one; a jump of the clock
     // makes a turn longer or shorter, nothing else.
-    while (!mutex->try_lock_until(std::chrono::system_clock::now() + WAIT_TURN)) {
-    }
+    timespec until{};
+    do {
+        clock_gettime(CLOCK_REALTIME, &until);
+        until.tv_sec += WAIT_TURN_SECONDS;
+    } while (pthread_mutex_timedlock(mutex, &until) != 0);
     return true;
 }
 
@@ -51,6 +61,6 @@ bool ZykOsLock::unlock() {
     if (mutex == nullptr) {
         return false;
     }
-    mutex->unlock();
+    pthread_mutex_unlock(mutex);
     return true;
 }

@@ -2,7 +2,7 @@
 // A thread that waits comes back to its loop every 10 seconds, but never gives up.
 #pragma once
 
-#include <mutex>
+#include <pthread.h>
 
 class ZykOsLock {
 public:
@@ -20,5 +20,5 @@ public:
     bool unlock();
 
 private:
-    std::recursive_timed_mutex *mutex = nullptr;
+    pthread_mutex_t *mutex = nullptr;
 };

@@ -17,6 +17,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <new>
 
 #define EVENT_AGENT(name) Java_com_qel_morvex_norak_dc_eventagent_NativeEventAgentImpl_##name
 
@@ -128,6 +129,9 @@ void startHttp(JNIEnv *env, jstring requestName, jstring applicationName, jstrin
         ++td->requestDepth;
     }
     HttpEvent *event = assembly::newEvent<HttpEvent>(td, Event::SUB_START);
+    if (event == nullptr) {
+        return;
+    }
     assembly::fillAndCharge(
         env, *event, [=](HttpEvent &target, assembly::Texts &texts) { texts.copy(target.userId, userId); });
     sendRequest(env, td, event, requestName, applicationName, url);
@@ -137,6 +141,9 @@ void startHttp(JNIEnv *env, jstring requestName, jstring applicationName, jstrin
 void endHttp(JNIEnv *env, ThreadData *td, Event::EventSubType subType, jstring requestName,
              jstring applicationName, jstring url) {
     HttpEvent *event = assembly::newEvent<HttpEvent>(td, subType);
+    if (event == nullptr) {
+        return;
+    }
     ++event->requestDepth;
     sendRequest(env, td, event, requestName, applicationName, url);
 }
@@ -213,8 +220,8 @@ const TimesFields *timesFields(JNIEnv *env, jobject times) {
     if (fields != nullptr) {
         return fields;
     }
-    auto found = std::make_unique<TimesFields>();
-    if (!lookUpTimesFields(env, times, *found)) {
+    std::unique_ptr<TimesFields> found(new (std::nothrow) TimesFields);
+    if (found == nullptr || !lookUpTimesFields(env, times, *found)) {
         return nullptr;
     }
     if (known.compare_exchange_strong(fields, found.get(), std::memory_order_acq_rel)) {
@@ -437,9 +444,7 @@ JNIEXPORT jint JNICALL EVENT_AGENT(beginEJBRequestNative)(JNIEnv *env, jclass cl
     return gatedWithId(env, [=] {
         jint length = count;
         int8_t *copy = copyBean(env, data, &length);
-        if (copy != nullptr) {
-            beginBeanRequest(env, cls, copy, length);
-        }
+        beginBeanRequest(env, cls, copy, length);
     });
 }
 

@@ -68,21 +68,23 @@ TEST(Signatures, BecomeJavaText) {
     };
     const RecordedLog log;
     for (const Case &c : cases) {
-        std::string out = "x";
-        EXPECT_EQ(c.behind, translateSignature(c.signature, c.index, out)) << c.signature;
+        char out[32] = "x";
+        EXPECT_EQ(c.behind, translateSignature(c.signature, c.index, out, sizeof(out))) << c.signature;
         EXPECT_EQ(std::string("x") + c.text, out);
+        char cut[8] = "x";
+        EXPECT_EQ(c.behind, translateSignature(c.signature, c.index, cut, sizeof(cut)));
+        EXPECT_EQ((std::string("x") + c.text).substr(0, sizeof(cut) - 1), cut);
     }
-    std::string primitives;
+    char primitives[64] = "";
     for (size_t at = 0; at < 9;) {
-        at = translateSignature("BCDFIJSVZ", at, primitives);
-        primitives += ' ';
+        at = translateSignature("BCDFIJSVZ", at, primitives, sizeof(primitives));
     }
-    EXPECT_EQ("byte char double float int long short void boolean ", primitives);
+    EXPECT_STREQ("bytechardoublefloatintlongshortvoidboolean", primitives);
     EXPECT_THAT(log.texts(), IsEmpty());
     for (const char *bad : {"Q;", "", "[[", ")V"}) {
-        std::string out = "x";
-        EXPECT_EQ(strlen(bad), translateSignature(bad, 0, out));
-        EXPECT_EQ("x", out);
+        char out[8] = "x";
+        EXPECT_EQ(strlen(bad), translateSignature(bad, 0, out, sizeof(out)));
+        EXPECT_STREQ("x", out);
         EXPECT_TRUE(log.has(std::string("Error: couldn't translate <") + bad + "> to readable text\n"));
     }
 }
