@@ -32,8 +32,7 @@ PlainLock slotsLock;
 pthread_key_t slotKey; // its destructor hands the slot of an ended thread back
 bool slotKeyMade = false;
 
-// Initial-exec: the general form allocates at a thread's first access and ends the process if it cannot.
-__attribute__((tls_model("initial-exec"))) thread_local Slot *ownSlot = nullptr;
+thread_local Slot *ownSlot = nullptr;
 
 // The thread sanitiser knows neither of the kernel's fence nor of a plain one.
 #if defined(__SANITIZE_THREAD__)

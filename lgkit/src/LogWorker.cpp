@@ -60,7 +60,7 @@ void LogWorker::run() {
     for (;;) {
         try {
             step();
-        } catch (const std::exception &) {
+        } catch (...) {
             // Out of memory, at worst: this record is lost, the next one may fare better.
         }
     }

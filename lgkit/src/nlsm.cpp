@@ -2,8 +2,6 @@
 
 #include "Catalogues.h"
 
-#include <exception>
-
 int nls_set_dir(const char *directory) {
     if (directory == nullptr || *directory == '\0') {
         return 0;
@@ -11,7 +9,7 @@ int nls_set_dir(const char *directory) {
     try {
         nlsm::Catalogues::instance().readEnvironment();
         return 1;
-    } catch (const std::exception &) {
+    } catch (...) {
         return 0;
     }
 }
@@ -22,7 +20,7 @@ const char *nls_message(const char *catalog, int set, int number, const char *de
     }
     try {
         return nlsm::Catalogues::instance().message(catalog, set, number, defaultText);
-    } catch (const std::exception &) {
+    } catch (...) {
         return defaultText;
     }
 }
