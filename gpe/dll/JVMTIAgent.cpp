@@ -64,7 +64,12 @@ void relinquishTaggingInEvexMode() {
 
 JVMTIAgent *JVMTIAgent::getInstance() {
     if (jvmtiAgent == nullptr) {
-        jvmtiAgent = new (std::nothrow) JVMTIAgent();
+        JVMTIAgent *made = new (std::nothrow) JVMTIAgent();
+        if (made != nullptr && made->wrapper == nullptr) {
+            delete made;
+            made = nullptr;
+        }
+        jvmtiAgent = made;
     }
     return jvmtiAgent;
 }
@@ -83,9 +88,7 @@ JVMTIAgent::~JVMTIAgent() {
 
 void JVMTIAgent::setPhase(uint32_t value) {
     phase = value;
-    if (wrapper != nullptr) {
-        wrapper->phase = value;
-    }
+    wrapper->phase = value;
 }
 
 int JVMTIAgent::handleOnLoad(JavaVM *vm, const char *options, void *) {

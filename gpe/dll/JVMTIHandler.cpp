@@ -210,7 +210,7 @@ jint loadAgent(JavaVM *vm, const char *text, void *reserved) {
     JVMTIAgent *agent = JVMTIAgent::getInstance();
     if (agent == nullptr) {
         fputs("## Could not initialize JVMTIAgent \n", stderr);
-        return -1;
+        return 0; // memory is out: without an agent the collector stays off, and the JVM starts
     }
     if (agent->handleOnLoad(vm, text, reserved) != 0) {
         fputs("## Failed when processing handleOnLoad, check logs for further information \n", stderr);

@@ -123,9 +123,13 @@ nl_catd Catalogues::open(const std::string &file) {
     if (known != byFile_.end()) {
         return known->second;
     }
-    const nl_catd opened = file.find('/') != std::string::npos ? catopen(file.c_str(), 0) : missing;
-    if (opened != missing) {
-        byFile_[file] = opened;
+    const auto place = byFile_.emplace(file, missing).first;
+    if (file.find('/') != std::string::npos) {
+        place->second = catopen(file.c_str(), 0);
+    }
+    const nl_catd opened = place->second;
+    if (opened == missing) {
+        byFile_.erase(place);
     }
     return opened;
 }
@@ -134,16 +138,18 @@ nl_catd Catalogues::find(const std::string &catalog) {
     if (!environmentTaken_) {
         takeEnvironment();
     }
-    const auto [entry, fresh] = byName_.try_emplace(catalog, missing);
-    if (!fresh) {
-        return entry->second;
+    const auto known = byName_.find(catalog);
+    if (known != byName_.end()) {
+        return known->second;
     }
+    nl_catd found = missing;
     for (const std::string &file : candidates(path_, locale_, catalog)) {
-        if ((entry->second = open(file)) != missing) {
+        if ((found = open(file)) != missing) {
             break;
         }
     }
-    return entry->second;
+    byName_[catalog] = found;
+    return found;
 }
 
 const char *Catalogues::message(const std::string &catalog, int set, int number, const char *defaultText) {

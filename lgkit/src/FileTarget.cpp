@@ -17,12 +17,15 @@ void FileTarget::followHandler() {
     if (version == version_) {
         return;
     }
+    // All that may fail for want of memory comes first, so that a change is followed whole or tried again.
+    std::string fileName = handler_.get("fileName").value_or("");
+    const size_t maxFileBytes = handler_.number("maxFileSize", 10000000, 1000, 2000000000);
+    const size_t maxFiles = handler_.number("maxFiles", 5, 1, 100);
     version_ = version;
-    const auto before = std::make_tuple(fileName_, maxFileBytes_, maxFiles_);
-    fileName_ = handler_.get("fileName").value_or("");
-    maxFileBytes_ = handler_.number("maxFileSize", 10000000, 1000, 2000000000);
-    maxFiles_ = handler_.number("maxFiles", 5, 1, 100);
-    if (before != std::make_tuple(fileName_, maxFileBytes_, maxFiles_)) {
+    if (std::tie(fileName, maxFileBytes, maxFiles) != std::tie(fileName_, maxFileBytes_, maxFiles_)) {
+        fileName_ = std::move(fileName);
+        maxFileBytes_ = maxFileBytes;
+        maxFiles_ = maxFiles;
         sink_.reset();
         nextTry_ = {};
     }
@@ -48,7 +51,7 @@ void FileTarget::write(const spdlog::details::log_msg &message) {
         if (sink_) {
             sink_->log(message);
         }
-    } catch (const std::exception &) {
+    } catch (...) {
         giveUpForNow();
     }
 }
@@ -58,7 +61,7 @@ void FileTarget::flush() {
         if (sink_) {
             sink_->flush();
         }
-    } catch (const std::exception &) {
+    } catch (...) {
         giveUpForNow();
     }
 }

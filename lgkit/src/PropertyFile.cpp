@@ -63,7 +63,8 @@ std::optional<PropertyFile> readPropertyFile(const char *path) {
             file.brokenLines.push_back(line);
         }
     }
-    return file;
+    // Out of memory or unreadable half way: better no settings than half of them.
+    return in.bad() ? std::nullopt : std::optional<PropertyFile>(std::move(file));
 }
 
 } // namespace lgkit
