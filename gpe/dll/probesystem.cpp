@@ -284,7 +284,7 @@ bool giveContextFileName(JNIEnv *env, jclass cls) {
     char *path = ProbeMgr::copyContextFilePath();
     const LocalRef<jstring> text(env, path != nullptr ? env->NewStringUTF(path) : nullptr);
     free(path);
-    if (!text) {
+    if (clearException(env) || !text) {
         AM_INITIALIZE_TRACE("Probe context filename not defined");
         return true;
     }
