@@ -2,6 +2,7 @@
 
 #include "JVMTIUtils.h"
 #include "ProbeLgKit.h"
+#include "jnihelp.h"
 
 #include <cstdlib>
 #include <new>
@@ -62,6 +63,22 @@ void readThreadNames(jthread thread, JVMPI_Event *event) {
     if (result == JVMTI_ERROR_NONE) {
         event->group_name = dupString(group.name);
         freeJVMTIMemory(group.name);
+    }
+}
+
+// Whatever fails leaves an exception for the caller to clear.
+void callInterrupt(JNIEnv *env) {
+    const LocalRef<jclass> cls(env, env->FindClass("java/lang/Thread"));
+    const jmethodID current =
+        cls ? env->GetStaticMethodID(cls.get(), "currentThread", "()Ljava/lang/Thread;") : nullptr;
+    const jmethodID interrupt =
+        current != nullptr ? env->GetMethodID(cls.get(), "interrupt", "()V") : nullptr;
+    if (interrupt == nullptr) {
+        return;
+    }
+    const LocalRef<jobject> thread(env, env->CallStaticObjectMethod(cls.get(), current));
+    if (thread) {
+        env->CallVoidMethod(thread.get(), interrupt);
     }
 }
 
@@ -171,12 +188,34 @@ void JVMPIWrapper::RawMonitorExit(void *lock_id) {
     AM_CHECK_JVMTI(jvmti->RawMonitorExit(asMonitor(lock_id)), "RawMonitorExit");
 }
 
-void JVMPIWrapper::RawMonitorWait(void *lock_id, jlong ms) {
+WaitEnd JVMPIWrapper::RawMonitorWait(void *lock_id, jlong ms) {
     if (lock_id == nullptr) {
         traceError("NULL Monitor passed to RawMonitorExit \n");
+        return WaitEnd::Failed;
+    }
+    const jvmtiError result = jvmti->RawMonitorWait(asMonitor(lock_id), ms);
+    if (result == JVMTI_ERROR_INTERRUPT) {
+        return WaitEnd::Interrupted;
+    }
+    AM_CHECK_JVMTI(result, "RawMonitorWait");
+    return result == JVMTI_ERROR_NONE ? WaitEnd::Returned : WaitEnd::Failed;
+}
+
+// Through Java, as the JVM itself does it, since it knows of virtual threads. An exception of the caller's is
+// put aside meanwhile.
+void JVMPIWrapper::interruptCurrentThread() {
+    JNIEnv *env = nullptr;
+    if (phase != JVMTI_PHASE_LIVE || realJvm == nullptr ||
+        realJvm->GetEnv(reinterpret_cast<void **>(&env), JNI_VERSION_1_6) != JNI_OK) {
         return;
     }
-    AM_CHECK_JVMTI(jvmti->RawMonitorWait(asMonitor(lock_id), ms), "RawMonitorWait");
+    const LocalRef<jthrowable> pending(env, env->ExceptionOccurred());
+    env->ExceptionClear();
+    callInterrupt(env);
+    env->ExceptionClear();
+    if (pending) {
+        env->Throw(pending.get());
+    }
 }
 
 void JVMPIWrapper::RawMonitorNotifyAll(void *lock_id) {

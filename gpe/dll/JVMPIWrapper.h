@@ -30,17 +30,22 @@ struct JVMPI_Event {
 // Frees the event and its names; null is accepted.
 void freeJVMPIEvent(JVMPI_Event *event);
 
+enum class WaitEnd { Returned, Interrupted, Failed };
+
 class JVMPIWrapper {
 public:
     explicit JVMPIWrapper(uint32_t initialPhase) : phase(initialPhase) {}
     virtual ~JVMPIWrapper();
 
     // Raw monitors. Creation and destruction work in the phases onload and live only; creation gives null
-    // elsewhere and on failure. `ms` of 0 waits without a limit. A null monitor is a logged no-op.
+    // elsewhere and on failure. A null monitor is a logged no-op.
     void *RawMonitorCreate(const char *lock_name);
     void RawMonitorEnter(void *lock_id);
     void RawMonitorExit(void *lock_id);
-    void RawMonitorWait(void *lock_id, jlong ms);
+    // `ms` of 0 waits without a limit. An interrupt of the thread ends the wait, is used up by that, and is
+    // no failure: whoever waits on gives it back afterwards.
+    WaitEnd RawMonitorWait(void *lock_id, jlong ms);
+    void interruptCurrentThread();
     void RawMonitorNotifyAll(void *lock_id);
     void RawMonitorDestroy(void *lock_id);
 

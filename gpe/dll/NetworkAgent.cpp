@@ -4,6 +4,7 @@
 #include "PropertyMgr.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <strings.h>
 
 Relaxed<int32_t> resetCounter(10000);
@@ -45,7 +46,7 @@ void NetworkAgent::readProperties() {
     readResetTime();
     const char *bindAddress = stringProperty("am.socket.bindip", nullptr);
     if (boolProperty("networkagent.useclient.bindaddress", false) && bindAddress != nullptr) {
-        bindAddress_ = std::make_unique<std::string>(bindAddress);
+        snprintf(bindAddress_, sizeof(bindAddress_), "%s", bindAddress);
         bindPort_ = intProperty("networkagent.socket.port", 0);
     }
     bufferLimit_ = intProperty("networkagent.buffer.limit", 10);
@@ -124,14 +125,30 @@ void NetworkAgent::flushDataQueue() {
     sentBytes_ = 0;
 }
 
-void NetworkAgent::stopThread() {
+bool NetworkAgent::stopThread(int64_t patienceMs) {
     AM_TRACE_SCOPE(naTracer, LGK_DEBUG_MIN, "NetworkAgent::stopThread()");
     traceInfo("Network Agent Thread being stopped");
     requestStop();
-    while (started_) {
+    for (int64_t waited = 0; started_ && waited < patienceMs; waited += STOP_POLL_MS) {
         requestStop(); // again in each round: the thread may just have entered and raised the flag
         waitOnLocalLock(STOP_POLL_MS);
     }
+    return !started_;
+}
+
+void NetworkAgent::release() {
+    if (--owners_ == 0) {
+        flushDataQueue();
+        delete this;
+    }
+}
+
+// With both flags so, a thread that is only now on its way in is sent away.
+void NetworkAgent::forget() {
+    const ZykLockGuard guard(sleepLock_);
+    started_ = true;
+    alive_ = false;
+    sleepLock_.notifyAll();
 }
 
 // The flag falls before the lock is taken, and the thread tests it under the lock before it sleeps: so

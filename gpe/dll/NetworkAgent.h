@@ -4,19 +4,17 @@
 // the readers. At its limit the queue refuses; on a lost connection everything queued is dropped.
 #pragma once
 
+#include "HostLookup.h"
 #include "NamedObject.h"
 #include "NetworkAgentData.h"
 #include "Relaxed.h"
 #include "ZykList.h"
 #include "ZykLock.h"
 
+#include <atomic>
 #include <cstdint>
 #include <jni.h>
 #include <memory>
-#include <string>
-#include <vector>
-
-struct addrinfo;
 
 class NetworkAgent : public virtual NamedObject {
 public:
@@ -27,10 +25,19 @@ public:
     // The life of the agent on the calling Java thread; returns when it was stopped. Does nothing if another
     // thread is already inside.
     void runTCPagent(JNIEnv *env);
-    // Returns when no thread is inside `runTCPagent`.
-    void stopThread();
+    // Returns when no thread is inside `runTCPagent`; false if one still is when the milliseconds are over.
+    bool stopThread(int64_t patienceMs = STOP_PATIENCE_MS);
+    static constexpr int64_t STOP_PATIENCE_MS = 5000;
     // Tells the thread to end, without waiting.
     void requestStop();
+
+    // Owners: the one who makes it is the first, each thread that uses it beyond a call of its manager
+    // another. The last one to leave destroys it with what it has queued.
+    void hold() { ++owners_; }
+    void release();
+    bool isShared() const { return owners_ > 1; }
+    // Its thread may be stuck in code of others: whenever it comes back, it leaves.
+    void forget();
     // Base pause of the loop, ms. A sleeper wakes at once for a shorter one.
     void setSleepTime(int32_t ms);
 
@@ -50,8 +57,8 @@ public:
     // A packet that says nothing but "alive"; null when memory is out.
     std::unique_ptr<NetworkAgentData> getPSAlivePacket();
     bool getPSDetailsFromKernel(JNIEnv *env, int nCntLog);
-    // Gives up the connection once it is older than the reset time; `now` in wall-clock seconds.
-    void resetConnectionOnExpiry(uint32_t now);
+    // Gives up the connection once it is older than the reset time; `now` in seconds of the monotonic clock.
+    void resetConnectionOnExpiry(int64_t now);
     int64_t ratePause() const; // ms: the fuller the queue, the shorter
 
     int id() const { return id_; }
@@ -68,6 +75,9 @@ public:
 
 private:
     static constexpr uint32_t NO_TIMEOUT = UINT32_MAX;
+    static constexpr int64_t NONE = -1;
+    static constexpr int MAX_STRANDED = 16;
+    static constexpr size_t HOST_ROOM = 256;
 
     void readProperties();
     void readResetTime();
@@ -100,7 +110,9 @@ private:
     void traceSent(const char *ptr, long nbytes) const;
 
     // The socket.
+    AddressList lookUp(const char *host, int port, int line);
     const addrinfo *chooseAddress(const addrinfo *list);
+    void strandSocket();
     bool openSocket(const addrinfo &address);
     bool bindLocal();
     bool establish(const addrinfo &address);
@@ -114,16 +126,18 @@ private:
     ZykLock sleepLock_;  // the thread sleeps on it; held only around a wait and a notify
     bool woken_ = false; // guarded by `sleepLock_`: the next sleep, or the present one, is cut short
     int32_t socket_ = -1;
-    std::vector<int> strandedSockets_; // opened on the way to a bind address and left; closed with `socket_`
-    std::string psHost_;
+    int strandedSockets_[MAX_STRANDED] = {}; // opened on the way to a bind address; closed with `socket_`
+    int strandedCount_ = 0;
+    HostLookup lookup_;
+    char psHost_[HOST_ROOM] = "";
     int32_t psPort_ = -1;
-    int32_t sendBuffSize_ = -1;                // bytes
-    uint32_t socketTimeout_ = NO_TIMEOUT;      // seconds
-    int32_t reconnectFrequency_ = 120000;      // ms
-    ZykLock statsLock_;                        // guards `queuedBytes_`
-    Relaxed<int32_t> queuedBytes_{0};          // ever queued, less what was settled
-    Relaxed<int32_t> sentBytes_{0};            // since the last settling
-    std::unique_ptr<std::string> bindAddress_; // null: any
+    int32_t sendBuffSize_ = -1;           // bytes
+    uint32_t socketTimeout_ = NO_TIMEOUT; // seconds
+    int32_t reconnectFrequency_ = 120000; // ms
+    ZykLock statsLock_;                   // guards `queuedBytes_`
+    Relaxed<int32_t> queuedBytes_{0};     // ever queued, less what was settled
+    Relaxed<int32_t> sentBytes_{0};       // since the last settling
+    char bindAddress_[HOST_ROOM] = "";    // empty: any
     int32_t bindPort_ = 0;
     int32_t bufferLimit_ = 10; // buffers in the queue
     const int32_t id_;
@@ -132,8 +146,9 @@ private:
     JNIEnv *env_ = nullptr; // of the thread
     bool nagleOff_ = false;
     bool noSleep_ = false;
-    uint32_t connectTime_ = 0;  // wall-clock seconds; 0 if none counts
-    int32_t resetSeconds_ = -1; // forced reconnect interval; not positive: never
+    int64_t connectTime_ = NONE; // monotonic seconds
+    int32_t resetSeconds_ = -1;  // forced reconnect interval; not positive: never
+    std::atomic<int32_t> owners_{1};
 };
 
 // Bytes that an agent sends between two settlings of its account; each constructor writes it.

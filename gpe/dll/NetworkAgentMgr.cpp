@@ -9,14 +9,16 @@
 #include "platform.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cstdarg>
 #include <cstdio>
+#include <new>
 
 Relaxed<NetworkAgentMgr *> networkAgentMgr(nullptr);
 
 namespace {
 
-constexpr int64_t STOP_POLL_MS = 1000;
+constexpr int64_t MICROS_PER_MS = 1000;
 constexpr int CALLS_POLL_MS = 1;
 constexpr int CLIENT_BUCKETS = 11;
 
@@ -25,6 +27,8 @@ Relaxed<int32_t> nextAgentIndex(0);
 // Open from start to stop: whoever is let in finds the manager. It is no member, as callers may come while
 // the manager goes.
 CallGate gate;
+
+std::atomic<int32_t> threadsHolding{0}; // an agent: threads that run or end it
 
 int32_t configuredPoolSize() {
     return std::clamp(intProperty("networkagent.pool.size", 1), 0, MAX_POOL_SIZE);
@@ -46,16 +50,14 @@ void debugPointers(const char *signature, const char *format, ...) {
 
 NetworkAgentMgr::NetworkAgentMgr()
     : NamedObject("NetworkAgentMgr"), poolSize_(configuredPoolSize()),
-      agents_(new NetworkAgent *[static_cast<size_t>(poolSize_)]()), clientMap_(CLIENT_BUCKETS, false, true),
+      clientMap_(CLIENT_BUCKETS, false, true),
       statsTimer_(static_cast<uint32_t>(longProperty("log.statistics.frequency", 30000))) {}
 
-NetworkAgentMgr::~NetworkAgentMgr() {
-    delete[] agents_;
-}
+NetworkAgentMgr::~NetworkAgentMgr() = default;
 
 NetworkAgentMgr *NetworkAgentMgr::getInstance() {
     if (networkAgentMgr == nullptr) {
-        networkAgentMgr = new NetworkAgentMgr;
+        networkAgentMgr = new (std::nothrow) NetworkAgentMgr;
     }
     return networkAgentMgr;
 }
@@ -64,6 +66,9 @@ void NetworkAgentMgr::destroy() {
     NetworkAgentMgr *mgr = networkAgentMgr;
     if (mgr != nullptr) {
         mgr->stop();
+        if (!gate.isEmpty() || threadsHolding != 0) {
+            return; // who comes back asks it
+        }
         networkAgentMgr = nullptr;
         delete mgr;
     }
@@ -82,7 +87,7 @@ void NetworkAgentMgr::start() {
 void NetworkAgentMgr::createData() {
     for (int32_t id = 0; id < poolSize_; ++id) {
         if (agents_[id] == nullptr) {
-            agents_[id] = new NetworkAgent(id);
+            agents_[id] = new (std::nothrow) NetworkAgent(id);
         }
     }
     defaultAgent_ = poolSize_ > 0 ? agents_[0] : nullptr;
@@ -92,51 +97,67 @@ void NetworkAgentMgr::stop() {
     AM_TRACE_SCOPE(naTracer, LGK_DEBUG_MIN, "NetworkAgentMgr::stop()");
     gate.close();
     MemoryMonitor::setNetworkPool(nullptr);
-    // All are told before the first is waited for.
-    for (void (NetworkAgent::*step)() : {&NetworkAgent::requestStop, &NetworkAgent::stopThread}) {
-        for (int32_t id = 0; id < poolSize_; ++id) {
-            if (agents_[id] != nullptr) {
-                (agents_[id]->*step)();
-            }
-        }
-    }
-    waitForCallers();
-    deleteAgents();
+    const int64_t deadline = monotonicMicros() + NetworkAgent::STOP_PATIENCE_MS * MICROS_PER_MS;
+    endAgents(deadline);
+    dropAgents(callersGone(deadline));
     messageInfo(1067, "NetworkAgentManager stopped");
 }
 
-// A thread may have been let in before the pool closed and have started its agent only after it was told to
-// stop: it is told again.
-void NetworkAgentMgr::waitForCallers() {
-    for (;;) {
-        NetworkAgent *running = firstRunning();
-        if (running != nullptr) {
-            AM_TRACE(naTracer, LGK_DEBUG_MID, "NetworkAgentMgr::stop()",
-                     "NetworkAgent ID: %d was alive, waiting for 1 secs", running->id());
-            waitOnLocalLock(STOP_POLL_MS);
-            running->stopThread();
-        } else if (!gate.isEmpty()) {
-            thread_sleep(CALLS_POLL_MS);
-        } else {
+// All are told before the first is waited for. A thread may have been let in before the pool closed and start
+// its agent only after it was told to stop: it is told again.
+void NetworkAgentMgr::endAgents(int64_t deadline) {
+    for (NetworkAgent *agent : agents_) {
+        if (agent != nullptr) {
+            agent->requestStop();
+        }
+    }
+    for (int32_t id = 0; id < poolSize_; ++id) {
+        if (agents_[id] != nullptr) {
+            agents_[id]->stopThread((deadline - monotonicMicros()) / MICROS_PER_MS);
+        }
+    }
+    while (NetworkAgent *shared = firstShared()) {
+        if (monotonicMicros() >= deadline) {
+            traceWarn("NetworkAgent ID: %d has not ended and is left to itself", shared->id());
             return;
+        }
+        if (shared->started_) {
+            AM_TRACE(naTracer, LGK_DEBUG_MID, "NetworkAgentMgr::stop()",
+                     "NetworkAgent ID: %d was alive, waiting for 1 secs", shared->id());
+            shared->stopThread((deadline - monotonicMicros()) / MICROS_PER_MS);
+        } else {
+            thread_sleep(CALLS_POLL_MS);
         }
     }
 }
 
-NetworkAgent *NetworkAgentMgr::firstRunning() const {
-    NetworkAgent **end = agents_ + poolSize_;
-    NetworkAgent **found = std::find_if(
-        agents_, end, [](const NetworkAgent *agent) { return agent != nullptr && agent->started_; });
+NetworkAgent *NetworkAgentMgr::firstShared() const {
+    NetworkAgent *const *end = agents_ + poolSize_;
+    NetworkAgent *const *found = std::find_if(
+        agents_, end, [](const NetworkAgent *agent) { return agent != nullptr && agent->isShared(); });
     return found != end ? *found : nullptr;
 }
 
-// No thread is inside any more. A client may have queued a buffer after the agent's thread had flushed.
-void NetworkAgentMgr::deleteAgents() {
+bool NetworkAgentMgr::callersGone(int64_t deadline) const {
+    while (!gate.isEmpty()) {
+        if (monotonicMicros() >= deadline) {
+            return false;
+        }
+        thread_sleep(CALLS_POLL_MS);
+    }
+    return true;
+}
+
+// What somebody may still touch stays in memory.
+void NetworkAgentMgr::dropAgents(bool nobodyInside) {
     for (int32_t id = 0; id < poolSize_; ++id) {
-        if (agents_[id] != nullptr) {
-            agents_[id]->flushDataQueue();
-            delete agents_[id];
-            agents_[id] = nullptr;
+        NetworkAgent *agent = agents_[id];
+        agents_[id] = nullptr;
+        if (agent != nullptr) {
+            agent->forget();
+            if (nobodyInside) {
+                agent->release();
+            }
         }
     }
     defaultAgent_ = nullptr;
@@ -160,17 +181,33 @@ bool NetworkAgentMgr::isValid(int id) {
     return false;
 }
 
-void NetworkAgentMgr::startNetworkAgent(JNIEnv *env, int id) {
+// Null if the pool is closed or has no agent of that id.
+NetworkAgent *NetworkAgentMgr::holdAgent(int id) {
     const CallGate::Pass pass(gate);
-    if (isValid(id) && pass) {
-        networkAgentMgr.get()->agents_[id]->runTCPagent(env);
+    NetworkAgent *agent = isValid(id) && pass ? networkAgentMgr.get()->agents_[id] : nullptr;
+    if (agent != nullptr) {
+        ++threadsHolding;
+        agent->hold();
+    }
+    return agent;
+}
+
+void NetworkAgentMgr::releaseAgent(NetworkAgent *agent) {
+    agent->release();
+    --threadsHolding;
+}
+
+void NetworkAgentMgr::startNetworkAgent(JNIEnv *env, int id) {
+    if (NetworkAgent *agent = holdAgent(id)) {
+        agent->runTCPagent(env);
+        releaseAgent(agent);
     }
 }
 
 void NetworkAgentMgr::stopNetworkAgent(JNIEnv *, int id) {
-    const CallGate::Pass pass(gate);
-    if (isValid(id) && pass) {
-        networkAgentMgr.get()->agents_[id]->stopThread();
+    if (NetworkAgent *agent = holdAgent(id)) {
+        agent->stopThread();
+        releaseAgent(agent);
     }
 }
 

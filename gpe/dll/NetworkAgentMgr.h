@@ -7,14 +7,13 @@
 #include "MemoryMonitor.h"
 #include "NamedObject.h"
 #include "PeriodicTimer.h"
+#include "PlainLock.h"
 #include "Relaxed.h"
 #include "ZykHashTable.h"
 #include "ZykLock.h"
 
 #include <cstdint>
 #include <jni.h>
-#include <memory>
-#include <string>
 
 class NetworkAgent;
 
@@ -36,22 +35,25 @@ protected:
 
 // Where the Publish Server listens.
 struct PSDetails {
-    std::string host; // at most 199 bytes
-    int32_t port;
-    int32_t sendBuffSize; // bytes
+    char host[200] = "";
+    int32_t port = -1;
+    int32_t sendBuffSize = -1; // bytes
 };
 
 class NetworkAgentMgr : public virtual NamedObject, public AgentPool {
 public:
     static NetworkAgentMgr *getInstance(); // made on first use, by one thread
-    static void destroy();                 // stops it before
+    static void destroy();                 // stops it before; it stays if a thread is stuck in an agent
 
     void start();
     void createData();
-    // Returns when no agent runs any more and all of them are gone.
+    // Returns when no agent runs any more and all of them are gone; agents whose threads have not left in
+    // some seconds are forgotten: they end by themselves, should their threads come back from where they are
+    // stuck.
     void stop();
 
-    // Run, and end, the agent of that id. `startNetworkAgent` returns when the agent has stopped.
+    // Run, and end, the agent of that id. `startNetworkAgent` returns when the agent has stopped, the other
+    // one also when that takes too long.
     static void startNetworkAgent(JNIEnv *env, int id);
     static void stopNetworkAgent(JNIEnv *env, int id);
     static int32_t agentCount(); // of the open pool, else as configured
@@ -73,9 +75,9 @@ public:
     void notifyConnectionListeners(NetworkAgent *na);
     void logStatistics();
 
-    // The shared answer; asks Java if the last one is no longer good. Null if there is none. `nCntLog`
+    // The shared answer; asks Java if the last one is no longer good. False if there is none. `nCntLog`
     // counts the failures so far: from 6 on a failure is not logged.
-    std::shared_ptr<const PSDetails> getPSDetailsFromKernel(JNIEnv *env, int nCntLog, NetworkAgent *na);
+    bool getPSDetailsFromKernel(JNIEnv *env, int nCntLog, NetworkAgent *na, PSDetails &details);
     // Takes an answer: it holds until no agent is connected any more.
     void setPSDetails(const char *host, int32_t port, int32_t sendBuffSize);
 
@@ -96,21 +98,28 @@ private:
     ~NetworkAgentMgr() override;
 
     static bool isValid(int id);
+    static NetworkAgent *holdAgent(int id);
+    static void releaseAgent(NetworkAgent *agent);
     NetworkAgent *assignAgent(NetworkClient *client);
     void callListener() const;
-    NetworkAgent *firstRunning() const;
-    void waitForCallers();
-    void deleteAgents();
+    NetworkAgent *firstShared() const;
+    void endAgents(int64_t deadline);
+    bool callersGone(int64_t deadline) const;
+    void dropAgents(bool nobodyInside);
+    bool readDetails(PSDetails &details);
+    void storeDetails(const PSDetails *details); // null: there is none
     bool allSocketsDown() const;
     void askKernel(JNIEnv *env, int nCntLog);
     void readLookupResult(JNIEnv *env, jclass lookup);
 
     const int32_t poolSize_; // 0 and more
-    NetworkAgent **agents_;  // `poolSize_` long
+    NetworkAgent *agents_[MAX_POOL_SIZE] = {};
     ZykHashTable<NetworkClient *, NetworkAgent *> clientMap_;
     Relaxed<NetworkAgentMgrConnInitListener *> connListener_{nullptr};
     Relaxed<NetworkAgent *> defaultAgent_{nullptr};
-    std::shared_ptr<const PSDetails> psDetails_; // only through std::atomic_load and std::atomic_store
+    PSDetails psDetails_; // the last answer, if there is one; both guarded by `detailsLock_`
+    bool detailsKnown_ = false;
+    PlainLock detailsLock_;
     Relaxed<bool> psDetailsNeeded_{true};
     ZykLock lookupLock_;
     PeriodicTimer statsTimer_;

@@ -5,10 +5,12 @@
 #include "ProbeLgKit.h"
 #include "jnihelp.h"
 
+#include <cstdio>
+#include <mutex>
+
 namespace {
 
 constexpr char LOOKUP_CLASS[] = "com/zykora/publish/pe_lookup";
-constexpr size_t HOST_ROOM = 200;
 constexpr int SILENT_FROM = 6;
 
 Relaxed<jclass> lookupClass(nullptr); // a global reference, kept once found
@@ -31,19 +33,34 @@ bool callInitialize(JNIEnv *env, jclass lookup, jint *result) {
 
 } // namespace
 
-std::shared_ptr<const PSDetails> NetworkAgentMgr::getPSDetailsFromKernel(JNIEnv *env, int nCntLog,
-                                                                         NetworkAgent *) {
+bool NetworkAgentMgr::getPSDetailsFromKernel(JNIEnv *env, int nCntLog, NetworkAgent *, PSDetails &details) {
     AM_TRACE_SCOPE(naTracer, LGK_DEBUG_MID,
                    "NetworkAgentMgr::getPSDetailsFromKernel( JNIEnv * env, int nCntLog, NetworkAgent *na )");
     if (!psDetailsNeeded_) {
-        return std::atomic_load(&psDetails_);
+        return readDetails(details);
     }
     const ZykLockGuard guard(lookupLock_);
     if (psDetailsNeeded_) { // no other agent asked meanwhile
-        std::atomic_store(&psDetails_, std::shared_ptr<const PSDetails>());
+        storeDetails(nullptr);
         askKernel(env, nCntLog);
     }
-    return std::atomic_load(&psDetails_);
+    return readDetails(details);
+}
+
+bool NetworkAgentMgr::readDetails(PSDetails &details) {
+    const std::lock_guard<PlainLock> guard(detailsLock_);
+    if (detailsKnown_) {
+        details = psDetails_;
+    }
+    return detailsKnown_;
+}
+
+void NetworkAgentMgr::storeDetails(const PSDetails *details) {
+    const std::lock_guard<PlainLock> guard(detailsLock_);
+    detailsKnown_ = details != nullptr;
+    if (detailsKnown_) {
+        psDetails_ = *details;
+    }
 }
 
 void NetworkAgentMgr::askKernel(JNIEnv *env, int nCntLog) {
@@ -78,14 +95,17 @@ void NetworkAgentMgr::readLookupResult(JNIEnv *env, jclass lookup) {
     if (!host || portField == nullptr || sizeField == nullptr) {
         return;
     }
-    char text[HOST_ROOM] = "";
+    char text[sizeof(PSDetails::host)] = "";
     jniStringToBuffer(env, static_cast<jstring>(host.get()), text, sizeof(text));
     setPSDetails(text, env->GetStaticIntField(lookup, portField), env->GetStaticIntField(lookup, sizeField));
 }
 
 void NetworkAgentMgr::setPSDetails(const char *host, int32_t port, int32_t sendBuffSize) {
     const ZykLockGuard guard(lookupLock_);
-    std::shared_ptr<const PSDetails> details(new PSDetails{host, port, sendBuffSize});
-    std::atomic_store(&psDetails_, std::move(details));
+    PSDetails details;
+    snprintf(details.host, sizeof(details.host), "%s", host);
+    details.port = port;
+    details.sendBuffSize = sendBuffSize;
+    storeDetails(&details);
     psDetailsNeeded_ = false;
 }

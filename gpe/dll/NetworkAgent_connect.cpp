@@ -12,6 +12,7 @@
 #include <cstdio>
 #include <cstring>
 #include <netdb.h>
+#include <new>
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/time.h>
@@ -33,52 +34,14 @@ private:
     const char *words;
 };
 
-// The addresses of a host and port, as the resolver orders them.
-class Resolved {
-public:
-    Resolved(const char *host, int port) {
-        char service[16];
-        snprintf(service, sizeof(service), "%d", port);
-        addrinfo hints{};
-        hints.ai_family = AF_UNSPEC;
-        hints.ai_socktype = SOCK_STREAM;
-        result = getaddrinfo(host, service, &hints, &list);
-        cause = errno;
-    }
-    ~Resolved() {
-        if (list != nullptr) {
-            freeaddrinfo(list);
-        }
-    }
-    Resolved(const Resolved &) = delete;
-    Resolved &operator=(const Resolved &) = delete;
-
-    const addrinfo *first() const { return list; } // null on failure
-    void logFailure(int line) const {
-        const ErrorText systemWords(cause);
-        traceError("Error Msg: %s at %s line %d",
-                   result == EAI_SYSTEM ? systemWords.text() : gai_strerror(result), __FILE_NAME__, line);
-    }
-
-private:
-    addrinfo *list = nullptr;
-    int result;
-    int cause;
-};
-
 } // namespace
 
 bool NetworkAgent::connect2ps(const char *server_host_addr, int server_tcp_port, int buffsize) {
     AM_TRACE_SCOPE(
         naTracer, LGK_DEBUG_MID,
         "NetworkAgent::connect2ps( const char *server_host_addr, int server_tcp_port, int buffsize )");
-    errno = 0;
-    const Resolved server(server_host_addr, std::min(server_tcp_port, MAX_PORT));
-    if (server.first() == nullptr) {
-        server.logFailure(__LINE__);
-        return false;
-    }
-    const addrinfo *chosen = chooseAddress(server.first());
+    const AddressList server = lookUp(server_host_addr, std::min(server_tcp_port, MAX_PORT), __LINE__);
+    const addrinfo *chosen = chooseAddress(server.get());
     if (chosen == nullptr || socket_ < 0) {
         return false;
     }
@@ -100,6 +63,26 @@ bool NetworkAgent::connect2ps(const char *server_host_addr, int server_tcp_port,
     return true;
 }
 
+// Null, and told unless it is being stopped, if there are none. The agent sleeps meanwhile as it does in its
+// other pauses.
+AddressList NetworkAgent::lookUp(const char *host, int port, int line) {
+    lookup_.ask(host, port);
+    for (int64_t pause = 1; !lookup_.answered(); pause = std::min<int64_t>(2 * pause, STOP_TEST_MS)) {
+        if (!alive_) {
+            return nullptr;
+        }
+        sleepFor(pause);
+    }
+    AddressList list = lookup_.take();
+    if (list == nullptr) {
+        traceError("Error Msg: %s at %s line %d",
+                   lookup_.result() == EAI_SYSTEM ? ErrorText(lookup_.cause()).text()
+                                                  : gai_strerror(lookup_.result()),
+                   __FILE_NAME__, line);
+    }
+    return list;
+}
+
 // Without a bind address the first one that a socket can be made for. With one the walk goes on to its end,
 // or to the first bind that fails, and chooses none: a configured bind address ends every attempt.
 const addrinfo *NetworkAgent::chooseAddress(const addrinfo *list) {
@@ -107,7 +90,7 @@ const addrinfo *NetworkAgent::chooseAddress(const addrinfo *list) {
         if (!openSocket(*address)) {
             continue;
         }
-        if (bindAddress_ == nullptr) {
+        if (bindAddress_[0] == '\0') {
             return address;
         }
         if (!bindLocal()) {
@@ -120,9 +103,7 @@ const addrinfo *NetworkAgent::chooseAddress(const addrinfo *list) {
 bool NetworkAgent::openSocket(const addrinfo &address) {
     traceInfo("NAID(%d): Connection Attempt for Family=%d, Socktype=%d, Protocol=%d", id_, address.ai_family,
               address.ai_socktype, address.ai_protocol);
-    if (socket_ >= 0) {
-        strandedSockets_.push_back(socket_);
-    }
+    strandSocket();
     socket_ =
         socket(address.ai_family, address.ai_socktype | SOCK_NONBLOCK | SOCK_CLOEXEC, address.ai_protocol);
     if (socket_ < 0) {
@@ -134,24 +115,32 @@ bool NetworkAgent::openSocket(const addrinfo &address) {
     return true;
 }
 
+// A host has few addresses; a socket for which there is no more room is not kept.
+void NetworkAgent::strandSocket() {
+    if (socket_ >= 0 && strandedCount_ < MAX_STRANDED) {
+        strandedSockets_[strandedCount_++] = socket_;
+    } else if (socket_ >= 0) {
+        close(socket_);
+    }
+}
+
 // False only if the bind itself failed.
 bool NetworkAgent::bindLocal() {
     const int port = bindPort_ < 0 || bindPort_ > MAX_PORT ? MAX_PORT : bindPort_;
-    const Resolved local(bindAddress_->c_str(), port);
-    if (local.first() == nullptr) {
-        local.logFailure(__LINE__);
+    const AddressList local = lookUp(bindAddress_, port, __LINE__);
+    if (local == nullptr) {
         return true;
     }
-    const addrinfo &address = *local.first();
+    const addrinfo &address = *local;
     traceInfo("Bind Attempt for Family=%d, Socktype=%d, Protocol=%d", address.ai_family, address.ai_socktype,
               address.ai_protocol);
     if (bind(socket_, address.ai_addr, address.ai_addrlen) != 0) {
         const int cause = errno;
-        traceError("Socket bind() failure [%s:%d] Error: %s ErrorNO: %d", bindAddress_->c_str(), port,
+        traceError("Socket bind() failure [%s:%d] Error: %s ErrorNO: %d", bindAddress_, port,
                    ErrorText(cause).text(), cause);
         return false;
     }
-    traceInfo("Socket bind successful [%s:%d]", bindAddress_->c_str(), port);
+    traceInfo("Socket bind successful [%s:%d]", bindAddress_, port);
     return true;
 }
 
@@ -251,15 +240,14 @@ bool NetworkAgent::disconnect2ps() {
     const bool closed = socket_ <= 0 || close(socket_) == 0;
     const int cause = errno;
     socket_ = -1;
-    for (const int stranded : strandedSockets_) {
-        close(stranded);
+    while (strandedCount_ > 0) {
+        close(strandedSockets_[--strandedCount_]);
     }
-    strandedSockets_.clear();
     if (closed) {
-        traceInfo("NAID(%d): Successful in closing PS socket[%s:%d]", id_, psHost_.c_str(), psPort_);
+        traceInfo("NAID(%d): Successful in closing PS socket[%s:%d]", id_, psHost_, psPort_);
     } else {
-        traceError("NAID(%d): Error occured when closing PS socket[%s:%d], ERRNO: %s", id_, psHost_.c_str(),
-                   psPort_, ErrorText(cause).text());
+        traceError("NAID(%d): Error occured when closing PS socket[%s:%d], ERRNO: %s", id_, psHost_, psPort_,
+                   ErrorText(cause).text());
     }
     return closed;
 }
@@ -279,7 +267,7 @@ long NetworkAgent::sendToRemoteHost(const char *ptr, const long nbytes) {
         } else if (errno != EINTR && !(errno == EAGAIN && waitForSocket(POLLOUT, socketTimeout_))) {
             if (alive_) {
                 const int cause = errno;
-                messageError(1061, "Socket write to PS failed, [%s:%d], ERRNO: %s", psHost_.c_str(), psPort_,
+                messageError(1061, "Socket write to PS failed, [%s:%d], ERRNO: %s", psHost_, psPort_,
                              ErrorText(cause).text());
             }
             return -1;
@@ -292,10 +280,16 @@ long NetworkAgent::sendToRemoteHost(const char *ptr, const long nbytes) {
 // The bytes up to their first NUL: that is all that a text in the log can show.
 void NetworkAgent::traceSent(const char *ptr, long nbytes) const {
     if (LgkIsLoggable(naTracer, LGK_DEBUG_MID)) {
-        const std::string text(ptr, strnlen(ptr, static_cast<size_t>(nbytes)));
+        const size_t length = strnlen(ptr, static_cast<size_t>(nbytes));
+        const std::unique_ptr<char[]> text(new (std::nothrow) char[length + 1]);
+        if (text == nullptr) {
+            return;
+        }
+        memcpy(text.get(), ptr, length);
+        text[length] = '\0';
         AM_TRACE(naTracer, LGK_DEBUG_MID,
                  "NetworkAgent::sendToRemoteHost( const char *ptr, const long nbytes )",
-                 "NAID(%d): Successfully sent data buffer[%s] with buffer length[%d] to PS", id_,
-                 text.c_str(), static_cast<int>(nbytes));
+                 "NAID(%d): Successfully sent data buffer[%s] with buffer length[%d] to PS", id_, text.get(),
+                 static_cast<int>(nbytes));
     }
 }

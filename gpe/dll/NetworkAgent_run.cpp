@@ -6,16 +6,15 @@
 #include "ProbeLgKit.h"
 #include "platform.h"
 
+#include <cstdio>
+
 namespace {
 
 constexpr int64_t RECONNECT_STEP_MS = 1000;
 constexpr int SILENT_AFTER_FAILURES = 6;
 
-uint32_t wallClockSeconds() {
-    uint32_t sec = 0;
-    uint32_t usec = 0;
-    getCurrentTime(&sec, &usec);
-    return sec;
+int64_t monotonicSeconds() {
+    return monotonicMicros() / 1000000;
 }
 
 } // namespace
@@ -55,7 +54,7 @@ void NetworkAgent::leaveThread() {
 }
 
 void NetworkAgent::runPass() {
-    resetConnectionOnExpiry(wallClockSeconds());
+    resetConnectionOnExpiry(monotonicSeconds());
     if (id_ == 0 && getStatisticsEnabled()) {
         networkAgentMgr.get()->logStatistics();
     }
@@ -103,12 +102,8 @@ void NetworkAgent::connectionLost() {
     networkAgentMgr.get()->notifyConnectionListeners(this);
 }
 
-void NetworkAgent::resetConnectionOnExpiry(uint32_t now) {
-    if (resetSeconds_ < 1 || connectTime_ == 0) {
-        return;
-    }
-    // Signed: a clock that was set back is no reason to reset.
-    if (static_cast<int32_t>(now - connectTime_) < resetSeconds_) {
+void NetworkAgent::resetConnectionOnExpiry(int64_t now) {
+    if (resetSeconds_ < 1 || connectTime_ == NONE || now - connectTime_ < resetSeconds_) {
         return;
     }
     AM_TRACE(naTracer, LGK_DEBUG_MID, "NetworkAgent::resetConnectionOnExpiry()",
@@ -116,7 +111,7 @@ void NetworkAgent::resetConnectionOnExpiry(uint32_t now) {
     connected_ = false;
     socketDown_ = true;
     networkAgentMgr.get()->notifyConnectionListeners(this);
-    connectTime_ = 0;
+    connectTime_ = NONE;
 }
 
 // What was queued for the old connection is thrown away: a new stream begins with the initial records.
@@ -155,9 +150,9 @@ bool NetworkAgent::openStream(int &failures) {
         reportNoDetails(failures);
         return false;
     }
-    traceInfo("NAID(%d): PS Proxy details successfully obtained from Kernel, Host: %s Port: %d", id_,
-              psHost_.c_str(), psPort_);
-    if (!connect2ps(psHost_.c_str(), psPort_, sendBuffSize_)) {
+    traceInfo("NAID(%d): PS Proxy details successfully obtained from Kernel, Host: %s Port: %d", id_, psHost_,
+              psPort_);
+    if (!connect2ps(psHost_, psPort_, sendBuffSize_)) {
         if (!alive_) {
             return true;
         }
@@ -192,7 +187,7 @@ void NetworkAgent::reportNoDetails(int &failures) {
 
 void NetworkAgent::scheduleReset() {
     if (resetSeconds_ > 0) {
-        connectTime_ = wallClockSeconds();
+        connectTime_ = monotonicSeconds();
         traceInfo(
             "NAID(%d): The next Network agent to Publish server socket reset will take place in %d seconds",
             id_, resetSeconds_);
@@ -202,14 +197,13 @@ void NetworkAgent::scheduleReset() {
 bool NetworkAgent::getPSDetailsFromKernel(JNIEnv *env, int nCntLog) {
     psPort_ = -1;
     sendBuffSize_ = -1;
-    psHost_.clear();
-    const std::shared_ptr<const PSDetails> details =
-        networkAgentMgr.get()->getPSDetailsFromKernel(env, nCntLog, this);
-    if (details == nullptr) {
+    psHost_[0] = '\0';
+    PSDetails details;
+    if (!networkAgentMgr.get()->getPSDetailsFromKernel(env, nCntLog, this, details)) {
         return false;
     }
-    psHost_ = details->host;
-    psPort_ = details->port;
-    sendBuffSize_ = details->sendBuffSize;
+    snprintf(psHost_, sizeof(psHost_), "%s", details.host);
+    psPort_ = details.port;
+    sendBuffSize_ = details.sendBuffSize;
     return true;
 }

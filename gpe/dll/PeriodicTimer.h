@@ -1,6 +1,4 @@
-// Paces a recurring line of statistics by the wall clock, in 32-bit microseconds that wrap every 71 minutes.
-// For one thread. Until it has fired once it counts from the last wrap: the first question is nearly always
-// answered with true.
+// Paces a recurring line of statistics. For one thread. The first question is answered with true.
 #pragma once
 
 #include "platform.h"
@@ -9,24 +7,19 @@
 
 class PeriodicTimer {
 public:
-    explicit PeriodicTimer(uint32_t intervalMillis) : interval(intervalMillis * 1000u) {}
+    explicit PeriodicTimer(uint32_t intervalMillis) : interval(int64_t{intervalMillis} * 1000) {}
 
     // True, and the next interval begins, once more than the interval has passed since the last time.
-    bool expired() {
-        uint32_t sec = 0;
-        uint32_t usec = 0;
-        getCurrentTime(&sec, &usec);
-        return expired(sec * 1000000u + usec);
-    }
-    bool expired(uint32_t now) {
-        if (now - last <= interval) {
+    bool expired() { return expired(monotonicMicros()); }
+    bool expired(int64_t nowMicros) {
+        if (nowMicros - last <= interval) {
             return false;
         }
-        last = now;
+        last = nowMicros;
         return true;
     }
 
 private:
-    uint32_t interval;
-    uint32_t last = 0;
+    int64_t interval;             // microseconds
+    int64_t last = INT64_MIN / 2; // longer ago than any interval
 };

@@ -3,12 +3,17 @@
 #include "Inside.h"
 #include "ProbeLgKit.h"
 #include "Relaxed.h"
+#include "platform.h"
 
+#include <algorithm>
 #include <cstdio>
 
 namespace {
 Relaxed<void *> globalLock(nullptr);
 char globalLockName[] = "_ZykLockGlobalLock";
+
+constexpr int64_t MICROS_PER_MS = 1000;
+constexpr int64_t SLEEP_INSTEAD_MS = 100;
 } // namespace
 
 ZykLock::~ZykLock() {
@@ -55,19 +60,40 @@ bool ZykLock::unlock() {
     return true;
 }
 
-// A wait of 0 would never end by itself.
 void ZykLock::wait(int64_t ms) {
     JVMPIWrapper *jvm = eventInterface;
-    void *own = made();
-    if (ms > 0 && own != nullptr && jvm != nullptr) {
-        jvm->RawMonitorWait(own, ms);
+    if (ms <= 0 || jvm == nullptr) {
+        return;
     }
+    if (made() == nullptr || !waitOut(*jvm, ms)) {
+        thread_sleep(static_cast<int>(std::min(ms, SLEEP_INSTEAD_MS)));
+    }
+}
+
+// Interrupted, the rest is waited. A wait of 0 would never end by itself. False if there was no waiting.
+bool ZykLock::waitOut(JVMPIWrapper &jvm, int64_t ms) {
+    const int64_t end = monotonicMicros() + ms * MICROS_PER_MS;
+    const uint32_t seen = notices;
+    WaitEnd result = jvm.RawMonitorWait(made(), ms);
+    if (result != WaitEnd::Interrupted) {
+        return result == WaitEnd::Returned;
+    }
+    while (result == WaitEnd::Interrupted && notices == seen) {
+        const int64_t rest = end - monotonicMicros();
+        if (rest <= 0) {
+            break;
+        }
+        result = jvm.RawMonitorWait(made(), (rest + MICROS_PER_MS - 1) / MICROS_PER_MS);
+    }
+    jvm.interruptCurrentThread();
+    return true;
 }
 
 void ZykLock::notifyAll() {
     JVMPIWrapper *jvm = eventInterface;
     void *own = made();
     if (own != nullptr && jvm != nullptr) {
+        ++notices;
         jvm->RawMonitorNotifyAll(own);
     }
 }
@@ -101,7 +127,13 @@ bool ZykLock::destroyGlobalLock() {
 }
 
 void waitOnLocalLock(int64_t ms) {
+    const int64_t end = monotonicMicros() + ms * MICROS_PER_MS;
     ZykLock local;
     const ZykLockGuard guard(local);
-    local.wait(ms);
+    // Nobody notifies it: what ends it early is a monitor that could not be made, or a JVM that wakes for
+    // nothing.
+    for (int64_t rest = ms; rest > 0 && eventInterface != nullptr;) {
+        local.wait(rest);
+        rest = (end - monotonicMicros() + MICROS_PER_MS - 1) / MICROS_PER_MS;
+    }
 }

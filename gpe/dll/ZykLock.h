@@ -32,6 +32,8 @@ public:
     bool unlock();
 
     // For the holder: waits until notified or `ms` milliseconds have passed (not positive: returns at once).
+    // An interrupt of the thread changes nothing: it is pending again afterwards. Without a monitor, though
+    // there is an interface, it is a short sleep: a loop around it must not spin.
     void wait(int64_t ms);
     void notifyAll();
 
@@ -41,6 +43,7 @@ public:
 
 private:
     bool create();
+    bool waitOut(JVMPIWrapper &jvm, int64_t ms);
     void *made() const { return monitor.load(std::memory_order_acquire); }
     void enter() {
         JVMPIWrapper *jvm = eventInterface;
@@ -50,19 +53,25 @@ private:
     }
 
     char name[56] = "";
+    uint32_t notices = 0; // guarded by the monitor: tells a notice that came together with an interrupt
     // Published with its contents: who sees it may enter it without having passed the global lock.
     std::atomic<void *> monitor{nullptr};
 };
 
 class ZykLockGuard {
 public:
-    explicit ZykLockGuard(ZykLock &guarded) : held(guarded) { held.lock(); }
-    ~ZykLockGuard() { held.unlock(); }
+    explicit ZykLockGuard(ZykLock &guarded) : held(guarded), entered(held.lock()) {}
+    ~ZykLockGuard() {
+        if (entered) { // if not, another thread may have made the monitor since, and hold it
+            held.unlock();
+        }
+    }
     ZykLockGuard(const ZykLockGuard &) = delete;
     ZykLockGuard &operator=(const ZykLockGuard &) = delete;
 
 private:
     ZykLock &held;
+    const bool entered;
 };
 
 // Waits `ms` milliseconds on the monitor of a private lock: a sleep the JVM can see.

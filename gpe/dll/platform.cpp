@@ -15,6 +15,12 @@ void getCurrentTime(uint32_t *sec, uint32_t *usec) {
     *usec = static_cast<uint32_t>(now.tv_nsec / 1000000) * 1000;
 }
 
+int64_t monotonicMicros() {
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return int64_t{now.tv_sec} * 1000000 + now.tv_nsec / 1000;
+}
+
 void thread_sleep(int ms) {
     if (ms <= 0) {
         return;

@@ -7,6 +7,9 @@
 // Wall clock since the epoch at millisecond resolution: `usec` is a multiple of 1000, below 1000000.
 void getCurrentTime(uint32_t *sec, uint32_t *usec);
 
+// Microseconds of a clock that nobody sets: for intervals.
+int64_t monotonicMicros();
+
 // Sleeps for `ms` milliseconds; returns at once for 0 or less. A signal does not cut it short.
 void thread_sleep(int ms);
 

@@ -73,9 +73,10 @@ protected:
         setJavaSystemProperty(env, "publish.server.port", port);
         setJavaSystemProperty(env, "publish.server.sendbuffer", buffer);
     }
-    std::shared_ptr<const PSDetails> lookUp(int failuresSoFar = 0) {
-        return mgr->getPSDetailsFromKernel(env, failuresSoFar, nullptr);
+    bool lookUp(int failuresSoFar = 0) {
+        return mgr->getPSDetailsFromKernel(env, failuresSoFar, nullptr, details);
     }
+    PSDetails details;
     RealVmSkin skin;
     RecordedLog log;
     JNIEnv *env;
@@ -89,19 +90,19 @@ TEST_F(NetworkJvmTest, LookupTakesHostPortAndBufferFromJava) {
     const std::string longHost(250, 'h');
     const struct {
         const char *host, *port, *buffer;
-        PSDetails expected;
+        std::string expectedHost;
+        int expectedPort, expectedBuffer;
     } rows[] = {
-        {"collector.example", "4711", "8192", {"collector.example", 4711, 8192}},
-        {longHost.c_str(), "1", "1", {std::string(199, 'h'), 1, 1}},
+        {"collector.example", "4711", "8192", "collector.example", 4711, 8192},
+        {longHost.c_str(), "1", "1", std::string(199, 'h'), 1, 1},
     };
     for (const auto &row : rows) {
         setServer(row.host, row.port, row.buffer);
         for (const char *when : {"asked", "remembered"}) {
-            const auto details = lookUp();
-            ASSERT_NE(nullptr, details) << when;
-            EXPECT_EQ(row.expected.host, details->host);
-            EXPECT_EQ(row.expected.port, details->port);
-            EXPECT_EQ(row.expected.sendBuffSize, details->sendBuffSize);
+            ASSERT_TRUE(lookUp()) << when;
+            EXPECT_EQ(row.expectedHost, details.host);
+            EXPECT_EQ(row.expectedPort, details.port);
+            EXPECT_EQ(row.expectedBuffer, details.sendBuffSize);
             setServer("other", "99", "99"); // not looked at while the first answer is good
         }
         mgr->notifyPSConnectStatus(nullptr, false); // nobody is connected
@@ -111,7 +112,7 @@ TEST_F(NetworkJvmTest, LookupTakesHostPortAndBufferFromJava) {
 TEST_F(NetworkJvmTest, FailingLookupGivesNoAnswerAndLeavesNoException) {
     setServer("", "", "");
     for (const int failures : {0, 5, 6, 7}) {
-        EXPECT_EQ(nullptr, lookUp(failures));
+        EXPECT_FALSE(lookUp(failures));
     }
     EXPECT_EQ(2, log.messages(1058));
     setServer("collector.example", "4711", "8192");
@@ -126,12 +127,12 @@ TEST_F(NetworkJvmTest, FailingLookupGivesNoAnswerAndLeavesNoException) {
     for (const auto &member : failing) {
         {
             const FailingMember failure(env, member.name, member.throws);
-            EXPECT_EQ(nullptr, lookUp()) << member.name;
+            EXPECT_FALSE(lookUp()) << member.name;
         }
         EXPECT_FALSE(env->ExceptionCheck()) << member.name;
     }
     EXPECT_EQ(1, log.count("PS Lookup was successful but hostName field id was not found"));
-    EXPECT_NE(nullptr, lookUp());
+    EXPECT_TRUE(lookUp());
 }
 
 TEST_F(NetworkJvmTest, PriorityGoesToJava) {

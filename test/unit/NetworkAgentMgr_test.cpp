@@ -103,21 +103,9 @@ TEST_F(NetworkPoolTest, AddressIsAskedForAgainOnlyWhenNobodyIsConnected) {
             EXPECT_EQ(row.marked[i], agents[i]->needAlive_) << i;
             agents[i]->connected_ = false;
         }
-        EXPECT_EQ(row.neededAfter, mgr->getPSDetailsFromKernel(nullptr, 9, agents[0]) == nullptr);
+        PSDetails known;
+        EXPECT_EQ(!row.neededAfter, mgr->getPSDetailsFromKernel(nullptr, 9, agents[0], known));
     }
-}
-
-TEST_F(NetworkPoolTest, SharedAnswerOutlivesTheNextLookup) {
-    create("2");
-    mgr->setPSDetails("first", 10, 20);
-    const auto held = mgr->getPSDetailsFromKernel(nullptr, 0, nullptr);
-    mgr->notifyPSConnectStatus(nullptr, false);
-    EXPECT_EQ(nullptr, mgr->getPSDetailsFromKernel(nullptr, 0, nullptr));
-    mgr->setPSDetails("second", 11, 21);
-    ASSERT_NE(nullptr, held);
-    EXPECT_EQ("first", held->host);
-    EXPECT_EQ(10, held->port);
-    EXPECT_EQ(20, held->sendBuffSize);
 }
 
 TEST_F(NetworkPoolTest, ListenerIsCalledWhenTheLastConnectionIsLost) {
@@ -302,16 +290,16 @@ TEST_F(NetworkPoolTest, ManagerGoesUnderTheFeetOfItsCallers) {
     }
 }
 
-TEST(PeriodicTimer, FiresOnceAnIntervalAcrossTheWrap) {
+TEST(PeriodicTimer, FiresAtFirstAndThenOnceAnInterval) {
     PeriodicTimer timer(1);
+    constexpr int64_t LATE = int64_t{1} << 40; // 12 days after the start of the machine
     const struct {
-        uint32_t now;
+        int64_t now;
         bool fires;
-    } steps[] = {
-        {5000, true}, {5000, false}, {6000, false}, {6001, true}, {UINT32_MAX - 10, true},
-        {988, false}, {989, false},  {990, true},
-    };
+    } steps[] = {{0, true},    {1000, false},      {1001, true},         {2001, false},
+                 {LATE, true}, {LATE + 10, false}, {LATE + 1000, false}, {LATE + 1001, true}};
     for (const auto &step : steps) {
         EXPECT_EQ(step.fires, timer.expired(step.now)) << step.now;
     }
+    EXPECT_TRUE(PeriodicTimer(UINT32_MAX).expired());
 }

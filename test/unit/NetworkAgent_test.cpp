@@ -201,7 +201,7 @@ TEST_F(NetworkTest, ResetByTimeOpensANewStream) {
         start();
         answerWith(server.port());
         ASSERT_TRUE(eventually([&] { return afterInitialBlock(server.bytes(0)) == ALIVE_PACKET; }));
-        const uint32_t now = static_cast<uint32_t>(time(nullptr));
+        const int64_t now = monotonicMicros() / 1000000;
         NetworkClient client;
         NetworkAgent *agent = mgr->getNetworkAgent(&client);
         mgr->stopNetworkAgent(nullptr, 0); // its steps are this thread's now

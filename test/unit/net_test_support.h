@@ -222,7 +222,8 @@ protected:
         answering = true;
         oracle = std::thread([this, port, sendBuffer, host] {
             while (answering) {
-                if (mgr->getPSDetailsFromKernel(nullptr, 9, nullptr) == nullptr) {
+                PSDetails known;
+                if (!mgr->getPSDetailsFromKernel(nullptr, 9, nullptr, known)) {
                     mgr->setPSDetails(host, port, sendBuffer);
                 }
                 std::this_thread::sleep_for(milliseconds(1));

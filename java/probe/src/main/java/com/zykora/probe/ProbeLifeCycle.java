@@ -15,7 +15,7 @@ class ProbeLifeCycle {
     private static final long GATE_WAIT_MILLIS = 5000;
     private static final long GATE_POLL_MILLIS = 10;
     private static final long POOL_END_MILLIS = 5000;
-    private static final long SHUT_DOWN_LOCK_SECONDS = 30;
+    private static final long SHUT_DOWN_LOCK_SECONDS = 10;
 
     private enum State { NEW, STOPPED, RUNNING, GONE }
 
@@ -137,7 +137,7 @@ class ProbeLifeCycle {
         }
     }
 
-    /** Stops what runs and gives the native managers up for good. A start or stop under way is waited for. */
+    /** Stops what runs and gives the native managers up for good. A start or stop under way gets some seconds first. */
     void shutDown() {
         closing = true;
         boolean locked = false;

@@ -1,12 +1,17 @@
 package com.zykora.probe;
 
+import java.util.concurrent.TimeUnit;
+
 /**
  * The collector as a service of this JVM. The agent starts it by itself; {@link #stop} and {@link #start} may
  * follow each other any number of times. Stopped for good by {@link #disable} and by the end of the JVM, whose
- * death would otherwise wait a minute for it. No operation throws; all may be called by any thread.
+ * death would otherwise wait a minute for it. That end waits for the stop, but not for ever: a call that hangs on
+ * the way keeps no finished process. No operation throws; all may be called by any thread.
  */
 public final class ProbeService {
     static final ProbeLifeCycle LIFE_CYCLE = new ProbeLifeCycle(new ProbeNatives());
+    /** A start under way, the grace for requests in flight and native threads that are stuck fit into it. */
+    static final long END_WAIT_MILLIS = 25000;
     private static boolean hooked;
 
     private ProbeService() {
@@ -53,15 +58,46 @@ public final class ProbeService {
         }
     };
 
-    private static void runBehind(String name, Runnable work) {
+    /** Null if there is no thread to be had. */
+    private static Thread runBehind(String name, Runnable work) {
         try {
             Thread thread = newThread(work, name);
             thread.setDaemon(true);
             thread.start();
+            return thread;
         } catch (Throwable refused) {
-            // No thread to be had: the server runs on without a collector.
+            return null;
         }
     }
+
+    /** Runs {@code work} behind the caller and waits for it that long at most; an interrupt does not end the wait. */
+    static void runBounded(Runnable work, long millis) {
+        Thread worker = runBehind("am-stopper", work);
+        if (worker == null) {
+            work.run();
+            return;
+        }
+        long end = System.nanoTime() + TimeUnit.MILLISECONDS.toNanos(millis);
+        boolean interrupted = false;
+        for (long rest = millis; rest > 0 && worker.isAlive();
+                rest = TimeUnit.NANOSECONDS.toMillis(end - System.nanoTime())) {
+            try {
+                worker.join(rest);
+            } catch (InterruptedException e) {
+                interrupted = true;
+            }
+        }
+        if (interrupted) {
+            Thread.currentThread().interrupt();
+        }
+    }
+
+    private static final Runnable END = new Runnable() {
+        @Override
+        public void run() {
+            runBounded(SHUT_DOWN, END_WAIT_MILLIS);
+        }
+    };
 
     /** A thread that does not hold the classes of the application that happens to call. */
     private static Thread newThread(Runnable work, String name) {
@@ -74,7 +110,7 @@ public final class ProbeService {
     private static synchronized boolean hookShutdown() {
         if (!hooked) {
             try {
-                Runtime.getRuntime().addShutdownHook(newThread(SHUT_DOWN, "am-shutdown"));
+                Runtime.getRuntime().addShutdownHook(newThread(END, "am-shutdown"));
                 hooked = true;
             } catch (IllegalStateException tooLate) {
                 return false;

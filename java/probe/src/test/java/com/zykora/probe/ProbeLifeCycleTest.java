@@ -109,6 +109,24 @@ class ProbeLifeCycleTest {
         assertEquals(shutDowns, natives.calls.stream().filter("shutDownService"::equals).count());
     }
 
+    /** A native stop that hangs, and one that does not, seen by a hook that is interrupted meanwhile. */
+    @ParameterizedTest
+    @CsvSource({"60000, 1000, 900, 20000", "200, 60000, 200, 20000"})
+    void theEndWaitsForTheStopButNotForEver(long stopTakes, long bound, long least, long most) {
+        Thread.currentThread().interrupt();
+        long from = System.nanoTime();
+        ProbeService.runBounded(() -> {
+            try {
+                Thread.sleep(stopTakes);
+            } catch (InterruptedException e) {
+                throw new IllegalStateException(e);
+            }
+        }, bound);
+        long taken = (System.nanoTime() - from) / 1000000;
+        assertTrue(Thread.interrupted());
+        assertTrue(taken >= least && taken < most, taken + " ms");
+    }
+
     @Test
     void theEndOfTheJvmDoesNotWaitForAGateThatStaysClosed() throws InterruptedException {
         natives.gateOpens = false;
