@@ -77,7 +77,7 @@ void callInterrupt(JNIEnv *env) {
         return;
     }
     const LocalRef<jobject> thread(env, env->CallStaticObjectMethod(cls.get(), current));
-    if (thread) {
+    if (env->ExceptionCheck() == JNI_FALSE && thread) {
         env->CallVoidMethod(thread.get(), interrupt);
     }
 }

@@ -20,6 +20,7 @@ namespace {
 
 constexpr int64_t MICROS_PER_MS = 1000;
 constexpr int CALLS_POLL_MS = 1;
+constexpr int64_t LEAVING_MS = 200; // of threads that are not stuck
 constexpr int CLIENT_BUCKETS = 11;
 
 Relaxed<int32_t> nextAgentIndex(0);
@@ -29,6 +30,16 @@ Relaxed<int32_t> nextAgentIndex(0);
 CallGate gate;
 
 std::atomic<int32_t> threadsHolding{0}; // an agent: threads that run or end it
+
+bool awaitUntil(int64_t deadline, bool (*condition)()) {
+    while (!condition()) {
+        if (monotonicMicros() >= deadline) {
+            return false;
+        }
+        thread_sleep(CALLS_POLL_MS);
+    }
+    return true;
+}
 
 int32_t configuredPoolSize() {
     return std::clamp(intProperty("networkagent.pool.size", 1), 0, MAX_POOL_SIZE);
@@ -66,7 +77,8 @@ void NetworkAgentMgr::destroy() {
     NetworkAgentMgr *mgr = networkAgentMgr;
     if (mgr != nullptr) {
         mgr->stop();
-        if (!gate.isEmpty() || threadsHolding != 0) {
+        if (!awaitUntil(monotonicMicros() + LEAVING_MS * MICROS_PER_MS,
+                        [] { return gate.isEmpty() && threadsHolding == 0; })) {
             return; // who comes back asks it
         }
         networkAgentMgr = nullptr;
@@ -99,7 +111,7 @@ void NetworkAgentMgr::stop() {
     MemoryMonitor::setNetworkPool(nullptr);
     const int64_t deadline = monotonicMicros() + NetworkAgent::STOP_PATIENCE_MS * MICROS_PER_MS;
     endAgents(deadline);
-    dropAgents(callersGone(deadline));
+    dropAgents(awaitUntil(deadline, [] { return gate.isEmpty(); }));
     messageInfo(1067, "NetworkAgentManager stopped");
 }
 
@@ -136,16 +148,6 @@ NetworkAgent *NetworkAgentMgr::firstShared() const {
     NetworkAgent *const *found = std::find_if(
         agents_, end, [](const NetworkAgent *agent) { return agent != nullptr && agent->isShared(); });
     return found != end ? *found : nullptr;
-}
-
-bool NetworkAgentMgr::callersGone(int64_t deadline) const {
-    while (!gate.isEmpty()) {
-        if (monotonicMicros() >= deadline) {
-            return false;
-        }
-        thread_sleep(CALLS_POLL_MS);
-    }
-    return true;
 }
 
 // What somebody may still touch stays in memory.

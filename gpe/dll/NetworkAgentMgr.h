@@ -104,7 +104,6 @@ private:
     void callListener() const;
     NetworkAgent *firstShared() const;
     void endAgents(int64_t deadline);
-    bool callersGone(int64_t deadline) const;
     void dropAgents(bool nobodyInside);
     bool readDetails(PSDetails &details);
     void storeDetails(const PSDetails *details); // null: there is none

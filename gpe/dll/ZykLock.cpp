@@ -128,7 +128,7 @@ bool ZykLock::destroyGlobalLock() {
 
 void waitOnLocalLock(int64_t ms) {
     const int64_t end = monotonicMicros() + ms * MICROS_PER_MS;
-    ZykLock local;
+    ZykLock local(false);
     const ZykLockGuard guard(local);
     // Nobody notifies it: what ends it early is a monitor that could not be made, or a JVM that wakes for
     // nothing.

@@ -3,11 +3,15 @@
 #include "RealJvm.h"
 #include "RecordedLog.h"
 #include "ZykLock.h"
+#include "jnihelp.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <chrono>
 #include <string>
+#include <thread>
 
 using testing::HasSubstr;
 using testing::IsEmpty;
@@ -47,6 +51,82 @@ TEST_F(RealInterface, ThreadAndGroupNames) {
     EXPECT_EQ(nullptr, event->thread_name);
     freeJVMPIEvent(event);
     EXPECT_THAT(log.texts(), testing::ElementsAre(HasSubstr("JVMTI_ERROR_INVALID_THREAD")));
+}
+
+jobject currentThread(JNIEnv *env) {
+    const jclass cls = env->FindClass("java/lang/Thread");
+    const jobject thread = env->CallStaticObjectMethod(
+        cls, env->GetStaticMethodID(cls, "currentThread", "()Ljava/lang/Thread;"));
+    EXPECT_FALSE(clearException(env));
+    return thread;
+}
+
+void interrupt(JNIEnv *env, jobject thread) {
+    env->CallVoidMethod(thread, env->GetMethodID(env->FindClass("java/lang/Thread"), "interrupt", "()V"));
+    EXPECT_FALSE(clearException(env));
+}
+
+bool takeInterrupt(JNIEnv *env) {
+    const jclass cls = env->FindClass("java/lang/Thread");
+    const jboolean was = env->CallStaticBooleanMethod(cls, env->GetStaticMethodID(cls, "interrupted", "()Z"));
+    EXPECT_FALSE(clearException(env));
+    return was == JNI_TRUE;
+}
+
+int64_t millisSince(std::chrono::steady_clock::time_point start) {
+    const auto taken = std::chrono::steady_clock::now() - start;
+    return std::chrono::duration_cast<std::chrono::milliseconds>(taken).count();
+}
+
+TEST_F(RealInterface, AnInterruptEndsNoWaitAndIsPendingAfterwards) {
+    const RecordedLog log(LGK_ERROR);
+    for (const bool throwing : {false, true}) {
+        interrupt(env, currentThread(env));
+        if (throwing) {
+            env->ThrowNew(env->FindClass("java/lang/IllegalStateException"), "of the caller");
+        }
+        const auto start = std::chrono::steady_clock::now();
+        waitOnLocalLock(300);
+        EXPECT_LE(300, millisSince(start));
+        EXPECT_EQ(throwing, env->ExceptionCheck() == JNI_TRUE);
+        env->ExceptionClear();
+        EXPECT_TRUE(takeInterrupt(env));
+    }
+    waitOnLocalLock(1);
+    EXPECT_FALSE(takeInterrupt(env)) << "none comes of itself";
+    EXPECT_THAT(log.texts(), IsEmpty());
+}
+
+// The JVM reports such a wait as interrupted and forgets the notice.
+TEST_F(RealInterface, ANoticeThatComesWithAnInterruptEndsTheWait) {
+    ZykLock lock;
+    std::atomic<jobject> waiter{nullptr};
+    std::atomic<bool> holds{false};
+    int64_t waited = 0;
+    bool kept = false;
+    std::thread waiting([&] {
+        RealJvm::onJavaThread([&](JNIEnv *own) {
+            const auto start = std::chrono::steady_clock::now();
+            const ZykLockGuard guard(lock);
+            waiter = own->NewGlobalRef(currentThread(own));
+            holds = true; // nobody else gets in before the wait has begun
+            lock.wait(60000);
+            waited = millisSince(start);
+            kept = takeInterrupt(own);
+        });
+    });
+    while (!holds) {
+        std::this_thread::yield();
+    }
+    {
+        const ZykLockGuard guard(lock);
+        lock.notifyAll();
+        interrupt(env, waiter);
+    }
+    waiting.join();
+    env->DeleteGlobalRef(waiter);
+    EXPECT_GT(30000, waited);
+    EXPECT_TRUE(kept);
 }
 
 } // namespace

@@ -254,6 +254,48 @@ TEST_F(NetworkPoolTest, StartAndStopUnderLoad) {
     }
 }
 
+// A thread that is stuck within an agent holds up a stop for some seconds; whatever it touches on its way out
+// is still there, and the pool can be opened again meanwhile.
+TEST_F(NetworkPoolTest, AStopLeavesAStuckThreadBehind) {
+    struct Blocking : NetworkAgentMgrConnInitListener {
+        void notifySocketStatus() override {
+            stuck = true;
+            while (!free) {
+                std::this_thread::sleep_for(milliseconds(1));
+            }
+        }
+        std::atomic<bool> stuck{false}, free{false};
+    } blocking;
+    properties.set("networkagent.socket.timeout", "1");
+    PeerServer server;
+    start();
+    mgr->registerConnectionInitListener(&blocking);
+    answerWith(server.port());
+    NetworkClient client;
+    sendSurely(client, "before");
+    ASSERT_TRUE(eventually([&] { return !afterInitialBlock(server.bytes(0)).empty(); }));
+    server.resetAll();
+    ASSERT_TRUE(eventually([&] {
+        mgr->send(&client, "lost", 4);
+        return blocking.stuck.load();
+    }));
+    endAnswering();
+    const auto begin = Clock::now();
+    NetworkAgentMgr::destroy();
+    EXPECT_LE(4000, millisSince(begin));
+    EXPECT_GT(9000, millisSince(begin));
+    ASSERT_EQ(mgr, networkAgentMgr) << "it is asked by who comes back";
+    mgr->start();
+    runAgent(0);
+    ASSERT_TRUE(eventually([&] { return log.messages(1062) == 2; }));
+    blocking.free = true;
+    agentThreads[0].join();
+    agentThreads.erase(agentThreads.begin());
+    EXPECT_GT(3000, stop());
+    NetworkAgentMgr::destroy();
+    EXPECT_EQ(nullptr, networkAgentMgr);
+}
+
 // The natives of the Java threads may come at any moment, also while the manager goes.
 TEST_F(NetworkPoolTest, ManagerGoesUnderTheFeetOfItsCallers) {
     properties.set("networkagent.pool.size", "2");

@@ -341,6 +341,27 @@ TEST_F(NetworkTest, SocketTimeoutTurnsAStalledServerIntoALostOne) {
     EXPECT_LT(stop(), STOP_MS);
 }
 
+TEST(HostLookup, NumbersAreAnsweredAtOnceAndNamesOnAThread) {
+    const struct {
+        const char *host;
+        bool atOnce, found;
+    } rows[] = {
+        {"127.0.0.1", true, true}, {"::1", true, true}, {"localhost", false, true}, {"a..b", false, false}};
+    HostLookup lookup;
+    for (const auto &row : rows) {
+        lookup.ask(row.host, 4711);
+        EXPECT_TRUE(!row.atOnce || lookup.answered()) << row.host;
+        ASSERT_TRUE(eventually([&] { return lookup.answered(); })) << row.host;
+        const AddressList list = lookup.take();
+        EXPECT_EQ(row.found, list != nullptr) << row.host;
+        EXPECT_EQ(row.found, lookup.result() == 0) << row.host;
+    }
+    EXPECT_EQ(nullptr, lookup.take()) << "an answer is given once";
+    for (int i = 0; i < 50; ++i) { // nobody waits for these
+        HostLookup().ask("localhost", i);
+    }
+}
+
 // ---------------------------------------------------------------- bind address
 
 TEST_F(NetworkTest, BindAddressEndsEveryAttemptAndKeepsNoDescriptor) {

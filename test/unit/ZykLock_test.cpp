@@ -72,6 +72,11 @@ TEST(ZykLock, FailedCreationIsToldAndTriedAgain) {
     };
     vm.failMonitorCreation(true);
     EXPECT_EQ(CREATION_FAILED, failingLock());
+    // What waits in a loop does not spin, and a guard does not open what another thread has locked since.
+    EXPECT_GE(millisecondsOf([&] { lock.wait(20); }), 20);
+    testing::internal::CaptureStderr();
+    EXPECT_GE(millisecondsOf([] { waitOnLocalLock(250); }), 250);
+    EXPECT_EQ(CREATION_FAILED, testing::internal::GetCapturedStderr());
     vm.failMonitorCreation(false);
     for (const uint32_t phase : {JVMTI_PHASE_PRIMORDIAL, JVMTI_PHASE_START, JVMTI_PHASE_DEAD}) {
         vm.wrapper.phase = phase;

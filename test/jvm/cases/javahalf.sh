@@ -175,6 +175,23 @@ case_lookup_throws() {
     expect_console server.out "${started[@]}"
 }
 
+# A thread that is stuck in the Java half keeps no process that has ended.
+case_lookup_hangs() {
+    replace pe_lookup 'public static int initialize() {
+            try { new java.io.FileOutputStream("asked").close(); } catch (java.io.IOException e) { }
+            while (true) java.util.concurrent.locks.LockSupport.park();
+        }'
+    with_half
+    await_collector
+    wait_until 30 "the question" test -e asked
+    stop_receiver
+    local from=$SECONDS
+    end_by '/exit?3' 3
+    [ $((SECONDS - from)) -le 30 ] || fail "ended after $((SECONDS - from)) s"
+    echo "ended after $((SECONDS - from)) s"
+    expect_output "${started[@]}"
+}
+
 case_life_cycle_breaks() {
     replace ProbeSystem 'static void describeServer(java.util.Map<String, String> files) {
             throw new IllegalStateException("on purpose");

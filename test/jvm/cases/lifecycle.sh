@@ -69,6 +69,53 @@ case_ends_while_connecting() {
     [ $((SECONDS - from)) -le 30 ] || fail "ended after $((SECONDS - from)) s"
 }
 
+# A name service that does not answer: the agent waits for it, its end does not.
+case_ends_while_resolving() {
+    cat > resolver.c <<'END'
+#define _GNU_SOURCE
+#include <dlfcn.h>
+#include <netdb.h>
+#include <stdio.h>
+#include <string.h>
+#include <unistd.h>
+int getaddrinfo(const char *host, const char *service, const struct addrinfo *hints, struct addrinfo **list) {
+    if (host != NULL && strcmp(host, "hangs.example") == 0 && (hints->ai_flags & AI_NUMERICHOST) == 0) {
+        fclose(fopen("asked", "a"));
+        for (;;) pause();
+    }
+    int (*real)(const char *, const char *, const struct addrinfo *, struct addrinfo **) =
+        (int (*)(const char *, const char *, const struct addrinfo *, struct addrinfo **))dlsym(RTLD_NEXT, "getaddrinfo");
+    return real(host, service, hints, list);
+}
+END
+    cc -shared -fPIC -o resolver.so resolver.c -ldl || fail "the resolver of the case is wrong"
+    options_for station --publish-server hangs.example:9
+    runner=(env "LD_PRELOAD=$PWD/resolver.so")
+    start_station "${options[@]}"
+    await_collector
+    wait_until 30 "the question" test -e asked
+    local from=$SECONDS
+    end_by '/exit?3' 3
+    [ $((SECONDS - from)) -le 20 ] || fail "ended after $((SECONDS - from)) s"
+    expect_output "${started[@]}"
+}
+
+# An interrupt that is pending neither shortens the stop nor gets lost, and the collector comes back.
+case_interrupted_stop() {
+    options_for station
+    start_station "${options[@]}"
+    local virtual taken
+    for virtual in 0 1; do
+        await_collector
+        taken=$(get "/interrupted?$virtual")
+        [ "$taken" -ge 9900 ] || fail "the stop of an interrupted thread took $taken ms"
+        get '/cycle?1' > /dev/null
+    done
+    await_collector
+    end_by '/exit?3' 3
+    expect_output "${started[@]}"
+}
+
 # Threads come and go, and on a JVM that has them, virtual ones change what carries them within a request.
 case_many_threads() {
     start_receiver

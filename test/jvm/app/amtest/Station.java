@@ -7,7 +7,6 @@ import com.zykora.probe.ProbeController;
 import com.zykora.probe.ProbeService;
 import com.zykora.probe.log.ProbeLogger;
 import java.io.IOException;
-import java.lang.reflect.Method;
 import java.net.InetAddress;
 import java.net.InetSocketAddress;
 import java.nio.charset.StandardCharsets;
@@ -15,6 +14,7 @@ import java.util.ArrayList;
 import java.util.List;
 import java.util.concurrent.Executors;
 import java.util.concurrent.SynchronousQueue;
+import java.util.concurrent.atomic.AtomicInteger;
 import java.util.concurrent.atomic.LongAccumulator;
 import java.util.concurrent.atomic.LongAdder;
 import java.util.function.IntUnaryOperator;
@@ -32,6 +32,8 @@ import java.util.function.IntUnaryOperator;
  * /priorities?0    sum of the priorities of the event agents' threads and, times 100, of the network agents'
  * /state           "requests R failures F longest M ms"
  * /cycle?1         stops and starts the collector
+ * /interrupted?1   stops the collector on an interrupted thread, with 1 a virtual one where the JVM has such; the
+ *                  milliseconds, or -1 if the interrupt is lost
  * /enabled?0       1 while events are taken
  * /level?1003      changes the monitoring level; 1 if it changed
  * /log?22000       changes the native log level
@@ -62,6 +64,7 @@ public final class Station {
         on(server, "/virtual", Station::virtual);
         server.createContext("/state", call -> answer(call, state()));
         on(server, "/cycle", n -> cycle());
+        on(server, "/interrupted", Station::interrupted);
         on(server, "/enabled", n -> ProbeController.isNativeProbeEnabled() ? 1 : 0);
         on(server, "/level", n -> ProbeController.setModLevel(n) ? 1 : 0);
         on(server, "/log", Station::log);
@@ -137,16 +140,24 @@ public final class Station {
 
     private static int virtual(int count) {
         List<Thread> threads = new ArrayList<>();
-        try {
-            Method start = Thread.class.getMethod("startVirtualThread", Runnable.class);
-            for (int i = 0; i < count; i++) {
-                threads.add((Thread) start.invoke(null, (Runnable) () -> request(20)));
+        for (int i = 0; i < count; i++) {
+            Thread thread = startVirtual(() -> request(20));
+            if (thread == null) {
+                return 0;
             }
-        } catch (ReflectiveOperationException notInThisJvm) {
-            return 0;
+            threads.add(thread);
         }
         threads.forEach(Station::await);
         return count;
+    }
+
+    /** Null where the JVM has no virtual threads. */
+    private static Thread startVirtual(Runnable work) {
+        try {
+            return (Thread) Thread.class.getMethod("startVirtualThread", Runnable.class).invoke(null, work);
+        } catch (ReflectiveOperationException notInThisJvm) {
+            return null;
+        }
     }
 
     private static void await(Thread thread) {
@@ -189,6 +200,23 @@ public final class Station {
     private static int cycle() {
         ProbeService.stop();
         return ProbeService.start() ? 1 : 0;
+    }
+
+    private static int interrupted(int virtual) {
+        AtomicInteger result = new AtomicInteger();
+        Runnable stop = () -> {
+            Thread.currentThread().interrupt();
+            long from = System.nanoTime();
+            ProbeService.stop();
+            result.set(Thread.interrupted() ? (int) ((System.nanoTime() - from) / 1000000) : -1);
+        };
+        Thread thread = virtual == 1 ? startVirtual(stop) : null;
+        if (thread == null) {
+            thread = daemon(stop);
+            thread.start();
+        }
+        await(thread);
+        return result.get();
     }
 
     private static int log(int level) {
