@@ -2,6 +2,7 @@
 
 #include "ProbeLgKit.h"
 #include "PropertyMgr.h"
+#include "RegularFile.h"
 
 #include <cstring>
 #include <new>
@@ -208,8 +209,12 @@ const char *ProbeContextPersister::getLastReadFilePath() const {
 // ---------------------------------------------------------------- files
 
 bool ProbeContextPersister::readFile(FILE *&file, const char *path) {
-    file = fopen(path, "re");
+    const char *fault = nullptr;
+    file = openRegularFile(path, &fault);
     if (file == nullptr) {
+        if (fault != nullptr) {
+            traceWarn("Cannot read MOD file %s: %s", path, fault);
+        }
         return false;
     }
     const bool good = fgets(buffer, elementCount, file) != nullptr && unpackCtxBuffer();
@@ -239,7 +244,7 @@ bool ProbeContextPersister::ctx_read_base() {
 bool ProbeContextPersister::ctx_write_bound() {
     closeFile(boundFile);
     const char *path = ctxBoundContextFilePath;
-    boundFile = fopen(path, "we");
+    boundFile = createRegularFile(path, nullptr);
     if (boundFile == nullptr) {
         AM_TRACE(ccTracer, LGK_DEBUG_MID, "ProbeContextPersister::ctx_write_bound()",
                  "Could not open for write: %s", path);

@@ -1,16 +1,18 @@
 #include "ProbeLgKit.h"
 
+#include "FixedText.h"
+#include "RegularFile.h"
 #include "cmdline.h"
 
 #include <array>
 #include <cerrno>
+#include <climits>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <dlfcn.h>
 #include <iterator>
-#include <string>
 
 Relaxed<LgkObject *> msgLogger(nullptr);
 Relaxed<LgkObject *> naTracer(nullptr);
@@ -27,6 +29,9 @@ constexpr int MAX_NAME = 256;
 constexpr int MAX_FFDC_FILES = 1000;
 constexpr char PROPERTY_FILE[] = "zyk-lgkit.properties";
 constexpr char DEFAULT_COMMON_DIR[] = "C:/Program Files/qel/morvex/common";
+
+using Name = FixedText<MAX_NAME>;
+using PathText = FixedText<PATH_MAX>;
 
 // Operations that only the opening needs.
 struct OpeningApi {
@@ -73,18 +78,30 @@ void printLine(const char *format, ...) {
 
 // ---------------------------------------------------------------- binding
 
-std::string ownDirectory() {
+// Empty if unknown.
+PathText ownDirectory() {
     Dl_info info{};
     if (dladdr(reinterpret_cast<void *>(&ownDirectory), &info) == 0 || info.dli_fname == nullptr) {
-        return "";
+        return PathText();
     }
-    const std::string path = info.dli_fname;
-    const size_t slash = path.rfind('/');
-    return slash == std::string::npos ? "" : path.substr(0, slash + 1);
+    const char *slash = strrchr(info.dli_fname, '/');
+    PathText directory;
+    return slash != nullptr ? directory.add(info.dli_fname, static_cast<size_t>(slash - info.dli_fname) + 1)
+                            : directory;
+}
+
+// A pipe in the library's place would keep the loader waiting.
+bool isRegularFile(const char *path) {
+    FILE *file = openRegularFile(path, nullptr);
+    if (file != nullptr) {
+        fclose(file);
+    }
+    return file != nullptr;
 }
 
 void *openLibrary(const char *fileName) {
-    void *library = dlopen((ownDirectory() + fileName).c_str(), RTLD_NOW | RTLD_LOCAL);
+    const PathText beside = ownDirectory().add(fileName);
+    void *library = isRegularFile(beside.get()) ? dlopen(beside.get(), RTLD_NOW | RTLD_LOCAL) : nullptr;
     return library != nullptr ? library : dlopen(fileName, RTLD_NOW | RTLD_LOCAL);
 }
 
@@ -96,11 +113,14 @@ struct Symbol {
 bool bindSymbols(const char *fileName, const Symbol *symbols, size_t count) {
     void *library = openLibrary(fileName);
     if (library == nullptr) {
+        printLine("## Could not open library %s, nothing will be logged\n", fileName);
         return false;
     }
     for (size_t i = 0; i < count; ++i) {
         void *address = dlsym(library, symbols[i].name);
         if (address == nullptr) {
+            printLine("## Could not find %s in library %s, nothing will be logged\n", symbols[i].name,
+                      fileName);
             return false;
         }
         memcpy(symbols[i].slot, &address, sizeof(address));
@@ -158,33 +178,41 @@ void extendCatalogPath(const char *toolkitDir) {
     char own[MAX_NAME];
     snprintf(own, sizeof(own), "%.240s/msg/%%L/%%N.cat", toolkitDir);
     const char *old = getenv("NLSPATH");
-    const std::string path = old != nullptr ? std::string(old) + ';' + own : std::string(own);
-    putEnvironment("NLSPATH", path.c_str());
+    char *path = nullptr;
+    if (asprintf(&path, "%s%s%s", old != nullptr ? old : "", old != nullptr ? ";" : "", own) < 0) {
+        fprintf(stderr, "Failed to allocate memory at %s (%d).\n", __FILE_NAME__, __LINE__);
+        return;
+    }
+    putEnvironment("NLSPATH", path);
+    free(path);
 }
 
 void chooseQualifier(const LgKitPaths &paths) {
     const char *chosen = getenv("QUALDIR");
-    if (isSet(chosen)) {
-        snprintf(qualifierCopy, sizeof(qualifierCopy), "%s", chosen);
-    } else {
-        const std::string own = std::string(paths.nodeName) + '.' + paths.appServerName;
-        snprintf(qualifierCopy, sizeof(qualifierCopy), "%s", own.c_str());
-    }
+    const Name name = isSet(chosen) ? Name(chosen) : Name(paths.nodeName, ".", paths.appServerName);
+    snprintf(qualifierCopy, sizeof(qualifierCopy), "%s", name.get());
     // One log directory for each instance of a clustered database client.
     const char *instance = findCommandLineValue("-Doracle.ons.indexid=");
     if (instance != nullptr) {
-        const std::string withInstance = std::string(qualifierCopy) + '.' + instance;
-        putEnvironment("QUALDIR", withInstance.substr(0, MAX_NAME - 1).c_str());
+        putEnvironment("QUALDIR", Name(qualifierCopy, ".", instance).get());
         const char *stored = getenv("QUALDIR");
         snprintf(qualifierCopy, sizeof(qualifierCopy), "%s", stored != nullptr ? stored : "");
     }
 }
 
-void chooseCommonDir(const char *configured) {
+// The default is a place on one platform only; elsewhere it would lead below the server's working directory.
+const char *defaultCommonDir(const LgKitPaths &paths) {
+    if (*DEFAULT_COMMON_DIR == '/') {
+        return DEFAULT_COMMON_DIR;
+    }
+    return isSet(paths.runtimeDir) ? paths.runtimeDir : paths.homeDir;
+}
+
+void chooseCommonDir(const LgKitPaths &paths) {
     const char *fromEnvironment = getenv("LGKIT_COMMON_DIR");
-    const char *chosen = isSet(configured)        ? configured
-                         : isSet(fromEnvironment) ? fromEnvironment
-                                                  : DEFAULT_COMMON_DIR;
+    const char *chosen = isSet(paths.lgkitCommonDir) ? paths.lgkitCommonDir
+                         : isSet(fromEnvironment)    ? fromEnvironment
+                                                     : defaultCommonDir(paths);
     snprintf(commonDir, sizeof(commonDir), "%s", chosen);
 }
 
@@ -194,55 +222,54 @@ void fixLogFileName(LgkObject *handler) {
     if (found == 0) {
         return;
     }
-    const char *leaf = isSet(name) ? name : "dc-native.log";
-    const std::string path =
-        std::string(commonDir) + "/ZYK/logs/" + qualifierCopy + "/" + std::string(leaf).substr(0, MAX_NAME);
-    snprintf(logFilePath, sizeof(logFilePath), "%s", path.c_str());
+    const Name path(commonDir, "/ZYK/logs/", qualifierCopy, "/", isSet(name) ? name : "dc-native.log");
+    snprintf(logFilePath, sizeof(logFilePath), "%s", path.get());
     api.memoryFree(name);
     api.setObjProp(handler, "fileName", logFilePath);
 }
 
 void fixFfdcBaseDir(LgkObject *handler) {
-    std::string base = std::string(commonDir) + "/ZYK/";
+    Name base(commonDir, "/ZYK/");
     const char *configured = getenv("LGKIT_FFDC_BASEDIR");
     if (configured != nullptr) {
-        base += configured;
+        base.add(configured);
     } else {
         char *own = api.getBaseDir(handler);
-        base += isSet(own) ? own : "FFDC";
+        base.add(isSet(own) ? own : "FFDC");
         api.memoryFree(own);
     }
     if (*qualifierCopy != '\0') {
-        base += std::string("/") + qualifierCopy;
+        base.add("/").add(qualifierCopy);
     }
-    api.setBaseDir(handler, base.substr(0, MAX_NAME - 1).c_str());
+    api.setBaseDir(handler, base.get());
 }
 
 // Files below the common log directory are looked for in this server's own directory instead.
-std::string qualifiedFile(const std::string &file, const std::string &prefix) {
-    const size_t at = file.find(prefix);
-    if (at == std::string::npos) {
-        return file;
+void addQualifiedFile(Name &list, const char *file, size_t length, const PathText &prefix) {
+    const void *at = memmem(file, length, prefix.get(), prefix.size());
+    const size_t head =
+        at != nullptr ? static_cast<size_t>(static_cast<const char *>(at) - file) + prefix.size() : 0;
+    list.add(file, head);
+    if (at != nullptr) {
+        list.add(qualifierCopy).add("/");
     }
-    const size_t end = at + prefix.size();
-    return file.substr(0, end) + qualifierCopy + "/" + file.substr(end);
+    list.add(file + head, length - head).add(" ");
 }
 
-std::string qualifiedFileList(const char *list) {
-    const std::string prefix = std::string(commonDir) + "/ZYK/logs/";
-    const std::string files = list;
-    std::string result;
+Name qualifiedFileList(const char *list) {
+    const PathText prefix(commonDir, "/ZYK/logs/");
+    Name result;
     int count = 0;
-    for (size_t at = files.find_first_not_of(','); at != std::string::npos; ++count) {
+    for (list += strspn(list, ","); *list != '\0'; ++count) {
         if (count == MAX_FFDC_FILES) {
             fprintf(stderr, "Number of files sepcified exceeds the maximum limit %d\n", MAX_FFDC_FILES);
             break;
         }
-        const size_t end = files.find(',', at);
-        result += qualifiedFile(files.substr(at, end - at), prefix) + " ";
-        at = files.find_first_not_of(',', end);
+        const size_t length = strcspn(list, ",");
+        addQualifiedFile(result, list, length, prefix);
+        list += length + strspn(list + length, ",");
     }
-    return result.substr(0, MAX_NAME - 1);
+    return result;
 }
 
 void fixFfdcFileList(LgkObject *handler) {
@@ -251,30 +278,44 @@ void fixFfdcFileList(LgkObject *handler) {
     }
     char *list = api.getFiles(handler);
     if (list != nullptr) {
-        api.setFiles(handler, qualifiedFileList(list).c_str());
+        api.setFiles(handler, qualifiedFileList(list).get());
         api.memoryFree(list);
     }
 }
 
 // ---------------------------------------------------------------- objects
 
+// A file that is there and cannot be read is told of; one that is not there leaves it to the next place.
+bool openToolkit(const char *path) {
+    const char *fault = nullptr;
+    FILE *file = openRegularFile(path, &fault);
+    if (file == nullptr) {
+        if (fault != nullptr) {
+            printLine("## Cannot read %s: %s\n", path, fault);
+        }
+        return false;
+    }
+    fclose(file);
+    return api.openToolkit(path) == 1;
+}
+
 bool openPropertyFile(const LgKitPaths &paths) {
     char path[MAX_NAME];
     if (paths.runtimeDir != nullptr) {
         snprintf(path, sizeof(path), "%.224s/%.30s", paths.runtimeDir, PROPERTY_FILE);
-        if (api.openToolkit(path) == 1) {
+        if (openToolkit(path)) {
             return true;
         }
     }
     snprintf(path, sizeof(path), "%.219s/etc/%.30s", paths.toolkitDir, PROPERTY_FILE);
-    if (api.openToolkit(path) == 1) {
+    if (openToolkit(path)) {
         return true;
     }
     char last[MAX_NAME];
     snprintf(last, sizeof(last), "%.219s/etc/%.30s", paths.homeDir, PROPERTY_FILE);
     printLine("WARN: Could not open Toolkit. please check if lgkit property file %s exists. Trying %s \n",
               path, last);
-    if (api.openToolkit(last) == 1) {
+    if (openToolkit(last)) {
         return true;
     }
     printLine("ERROR: Could not open Toolkit. please check if lgkit property file %s exists. \n", last);
@@ -352,11 +393,11 @@ void fixHandlers() {
 
 // The objects become visible last: a record that came before would go to a file name that is not yet fixed.
 // So the handlers are fixed also when an object is missing, for those that are there. False if one is.
-bool openLogObjects(const char *configuredCommonDir) {
+bool openLogObjects(const LgKitPaths &paths) {
     LogObjects objects{};
     const bool complete = fetchLogObjects(objects);
     setLogLevel(objects.back(), LGK_DEBUG_MAX);
-    chooseCommonDir(configuredCommonDir);
+    chooseCommonDir(paths);
     const char *named = getenv("PROBE_CATALOG_NAME");
     snprintf(catalog, sizeof(catalog), "%s", named != nullptr ? named : "zykprobeMessages");
     fixHandlers();
@@ -381,7 +422,7 @@ void openLgKit(const LgKitPaths &paths) {
     snprintf(codeset, sizeof(codeset), "%.247s/codeset", paths.toolkitDir);
     api.nlsSetDir(codeset);
     if (openPropertyFile(paths)) {
-        lgkitOpen = openLogObjects(paths.lgkitCommonDir);
+        lgkitOpen = openLogObjects(paths);
     }
 }
 

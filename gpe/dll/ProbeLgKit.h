@@ -42,7 +42,7 @@ struct LgKitPaths {
 };
 
 // Binds and opens the toolkit, works out the log directories. Called once, on the VM init thread.
-// Failures are printed and leave logging silent.
+// A failure, a missing library included, is printed as one line and leaves logging silent.
 void openLgKit(const LgKitPaths &paths);
 
 int messageSet();           // 1 once open, 0 before

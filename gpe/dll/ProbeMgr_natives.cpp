@@ -135,9 +135,8 @@ JNIEXPORT jboolean JNICALL CONTEXT(resetProbeContext)(JNIEnv *, jclass) {
 // Null until a file has been read.
 JNIEXPORT jstring JNICALL CONTEXT(getProbeContextLastReadFilePath)(JNIEnv *env, jclass) {
     char *path = ProbeMgr::copyContextFilePath();
-    jstring text = path != nullptr ? env->NewStringUTF(path) : nullptr;
+    jstring text = newPlatformString(env, path);
     free(path);
-    clearException(env);
     return text;
 }
 

@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <new>
 #include <strings.h>
 #include <utility>
 
@@ -123,19 +124,23 @@ float getFloat(const char *text, float def) {
 PropertyMgr::PropertyMgr() : NamedObject("PropertyMgr") {
     propertyMgr = this;
     propertyMgrInstance = this;
-    propList = std::make_unique<ZykList<char *>>(false);
-    internalProps = std::make_unique<Table>(TABLE_SIZE, true, false);
-    table2 = std::make_unique<Table>(TABLE_SIZE, true, false);
-    table3 = std::make_unique<Table>(TABLE_SIZE, true, false);
-    lock = std::make_unique<ZykLock>(false);
+    propList.reset(new (std::nothrow) ZykList<char *>(false));
+    internalProps.reset(new (std::nothrow) Table(TABLE_SIZE, true, false));
+    table2.reset(new (std::nothrow) Table(TABLE_SIZE, true, false));
+    table3.reset(new (std::nothrow) Table(TABLE_SIZE, true, false));
+    lock.reset(new (std::nothrow) ZykLock(false));
+}
+
+bool PropertyMgr::isWhole() const {
+    return propList && internalProps && table2 && table3 && lock;
 }
 
 PropertyMgr::~PropertyMgr() {
     propertyMgr = nullptr;
     propertyMgrInstance = nullptr;
-    freeEntries(*internalProps);
-    freeEntries(*table2);
-    freeEntries(*table3);
+    freeEntries(internalProps.get());
+    freeEntries(table2.get());
+    freeEntries(table3.get());
     free(facts.runtimeDir);
 }
 
@@ -151,15 +156,18 @@ void PropertyMgr::destroy() {
 
 bool PropertyMgr::start() {
     AM_TRACE_SCOPE(ccTracer, LGK_DEBUG_MIN, "PropertyMgr::start()");
-    const ZykLockGuard guard(*lock);
+    if (lock) {
+        const ZykLockGuard guard(*lock);
+    }
     return true;
 }
 
-void PropertyMgr::freeEntries(Table &table) {
-    const std::unique_ptr<const char *[]> keys(table.keys());
-    for (const char **key = keys.get(); *key != nullptr; ++key) {
-        char *value = table.get(*key);
-        table.remove(*key);
+// Where memory is out for the list of keys, the entries stay.
+void PropertyMgr::freeEntries(Table *table) {
+    const std::unique_ptr<const char *[]> keys(table != nullptr ? table->keys() : nullptr);
+    for (const char **key = keys.get(); key != nullptr && *key != nullptr; ++key) {
+        char *value = table->get(*key);
+        table->remove(*key);
         free(value);
         free(const_cast<char *>(*key));
     }
@@ -168,10 +176,13 @@ void PropertyMgr::freeEntries(Table &table) {
 // ---------------------------------------------------------------- settings
 
 const char *PropertyMgr::getInternalProp(const char *key) {
-    return internalProps->get(key);
+    return internalProps ? internalProps->get(key) : nullptr;
 }
 
 bool PropertyMgr::putInternalProp(const char *key, const char *val) {
+    if (!isWhole()) {
+        return false;
+    }
     char *value = dupString(val);
     if (key == nullptr || (val != nullptr && value == nullptr)) {
         free(value);
@@ -184,12 +195,13 @@ bool PropertyMgr::putInternalProp(const char *key, const char *val) {
         free(oldValue);
         return true;
     }
-    const char *ownKey = dupString(key);
-    if (ownKey == nullptr) {
+    char *ownKey = dupString(key);
+    if (ownKey == nullptr || !internalProps->put(ownKey, value)) {
+        free(ownKey);
         free(value);
         return false;
     }
-    return internalProps->put(ownKey, value);
+    return true;
 }
 
 void PropertyMgr::parseProperty(char *str, bool nullValsOK) {
@@ -213,7 +225,7 @@ void PropertyMgr::parseProperty(char *str, bool nullValsOK) {
 template <typename T, typename Parse>
 T PropertyMgr::readTyped(const char *signature, const char *key, T def, Parse parse) {
     AM_TRACE(ccTracer, LGK_DEBUG_MID, signature, "entry");
-    const bool there = key != nullptr && internalProps->contains(key);
+    const bool there = key != nullptr && internalProps && internalProps->contains(key);
     const T value = there ? parse(internalProps->get(key)) : def;
     traceExit(signature, value);
     return value;

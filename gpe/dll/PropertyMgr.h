@@ -23,7 +23,8 @@ public:
     ~PropertyMgr() override;
 
     // Loads everything and opens logging. `propDir` is the text left of the agent's options, null counts as
-    // empty. False if the environment properties could not be loaded: the Java half is then switched off.
+    // empty. False if the environment properties could not be loaded or memory is out: the Java half is then
+    // switched off.
     bool initialize(JNIEnv *env, const char *propDir);
 
     // Makes the lock's monitor; always true.
@@ -83,6 +84,7 @@ private:
     // Loading from Java: each answers true if the Java half did, whatever it had to say.
     class LineSource;
     void askRuntimeBuilder(JNIEnv *env, char **dir);
+    const char *forJava(JNIEnv *env, const char *dir);
     bool loadEnvironmentProperties(JNIEnv *env, const char *dir);
     bool loadEnvProperties(JNIEnv *env, bool nullValsOK);
     bool loadJavaProperties(JNIEnv *env, const char *dir);
@@ -102,7 +104,8 @@ private:
     void publishNames() const;
     void printFacts() const;
 
-    void freeEntries(Table &table);
+    bool isWhole() const; // false if memory was out when it was made: it then has no settings and takes none
+    static void freeEntries(Table *table);
     // `parse` of the stored text, which may be null, or `def` if the key is absent; traced.
     template <typename T, typename Parse>
     T readTyped(const char *signature, const char *key, T def, Parse parse);
@@ -114,6 +117,8 @@ private:
     std::unique_ptr<Table> table3;
     std::unique_ptr<ZykLock> lock; // guards `putInternalProp`
     char propFileBuffer[256] = ""; // the path or directory now being handed to Java
+    char nativeDir[256] = "";      // the directory that `forJava` was last asked for, and its answer
+    char javaDir[256] = "";
 };
 
 // The one object, null until up. Both always hold the same value.

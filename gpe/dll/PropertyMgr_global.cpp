@@ -1,5 +1,6 @@
 #include "PropertyMgr.h"
 
+#include "PlatformText.h"
 #include "ProbeLgKit.h"
 #include "ProbeState.h"
 #include "cmdline.h"
@@ -78,6 +79,21 @@ void initCommandLineArgs() {
     }
 }
 
+namespace {
+
+// What the JVM has taken from its command line is taken from there as well if it goes beyond ASCII: in the
+// "C" locale nothing of it is left, and nowhere anything of broken characters.
+void takeSystemProperty(JNIEnv *env, const NamedBuffer &entry) {
+    const char *given = findJvmProperty(entry.name);
+    if (given != nullptr && !isAscii(given)) {
+        entry.buffer.set(given);
+    } else {
+        getJavaSystemProperty(env, entry.name, entry.buffer.text, entry.buffer.room);
+    }
+}
+
+} // namespace
+
 void PropertyMgr::readSystemProperties(JNIEnv *env) {
     const NamedBuffer wanted[] = {
         {"am.home", rawHome},
@@ -91,7 +107,7 @@ void PropertyMgr::readSystemProperties(JNIEnv *env) {
         {"am.ext.dirs", rawExtDirs},
     };
     for (const NamedBuffer &entry : wanted) {
-        getJavaSystemProperty(env, entry.name, entry.buffer.text, entry.buffer.room);
+        takeSystemProperty(env, entry);
         if (initDebug) {
             printf("## PropertyMgr::initParam propName=%s\n", entry.name);
             printf("## PropertyMgr::initParam propValue=%s\n", entry.buffer.text);
@@ -163,11 +179,12 @@ void PropertyMgr::findRuntimeDir() {
         char path[256];
         composePath(path, "%.256s/%.10s/%.256s.%.256s.%.256s", facts.norakHome, "runtime", rawPlatform,
                     facts.nodeName, facts.appServerName);
-        facts.runtimeDir = strdup(path);
+        facts.runtimeDir = strdup(path); // null if memory is out: as if nobody knew it
     }
     composePath(facts.toolkitDir, "%.244s/%.10s", facts.norakHome, "toolkit");
     if (initDebug) {
-        printf("## Runtime dir: %s Toolkit dir: %s \n", facts.runtimeDir, facts.toolkitDir);
+        printf("## Runtime dir: %s Toolkit dir: %s \n", facts.runtimeDir != nullptr ? facts.runtimeDir : "",
+               facts.toolkitDir);
     }
 }
 

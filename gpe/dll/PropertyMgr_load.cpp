@@ -1,6 +1,7 @@
 #include "PropertyMgr.h"
 
 #include "JVMTIUtils.h"
+#include "JavaPath.h"
 #include "ProbeLgKit.h"
 #include "ProbeState.h"
 #include "jnihelp.h"
@@ -20,8 +21,9 @@ constexpr char COLLECTOR_MASK[] = "datacollector*.properties";
 // Copies at most `room - 1` bytes and terminates.
 template <size_t Room>
 void copyCut(char (&target)[Room], const char *text) {
-    strncpy(target, text, Room - 1);
-    target[Room - 1] = '\0';
+    const size_t length = strnlen(text, Room - 1);
+    memcpy(target, text, length);
+    target[length] = '\0';
 }
 
 // A heap copy of what the builder calls the runtime directory; null if it names none.
@@ -29,8 +31,8 @@ char *buildRuntimeDir(JNIEnv *env, jclass builder, const char *dir) {
     const jmethodID build = findStaticMethod(env, builder, "buildRuntime", "(Ljava/lang/String;)Z");
     const jmethodID getName = findStaticMethod(env, builder, "getRuntimeDirName", "()Ljava/lang/String;");
     if (build != nullptr) {
-        const LocalRef<jstring> name(env, env->NewStringUTF(dir));
-        if (!clearException(env)) {
+        const LocalRef<jstring> name(env, newPlatformString(env, dir));
+        if (name) {
             env->CallStaticBooleanMethod(builder, build, name.get());
             clearException(env);
         }
@@ -39,7 +41,7 @@ char *buildRuntimeDir(JNIEnv *env, jclass builder, const char *dir) {
         return nullptr;
     }
     const LocalRef<jobject> name(env, env->CallStaticObjectMethod(builder, getName));
-    return clearException(env) || !name ? nullptr : jniStringCopy(env, static_cast<jstring>(name.get()));
+    return clearException(env) || !name ? nullptr : platformCopy(env, static_cast<jstring>(name.get()));
 }
 
 } // namespace
@@ -62,8 +64,8 @@ public:
         int count = 0;
         bool good = true;
         for (const char *text : texts) {
-            args[count++].l = good ? env->NewStringUTF(text) : nullptr;
-            good = !clearException(env);
+            args[count].l = good ? newPlatformString(env, text) : nullptr;
+            good = args[count++].l != nullptr;
         }
         *lines =
             good ? static_cast<jobjectArray>(env->CallStaticObjectMethodA(cls.get(), method, args)) : nullptr;
@@ -89,12 +91,13 @@ void PropertyMgr::askRuntimeBuilder(JNIEnv *env, char **dir) {
                "Dynamic Runtime Build will not be attempted\n");
         return;
     }
-    char *named = buildRuntimeDir(env, builder, *dir);
+    const char *given = forJava(env, *dir);
+    char *named = buildRuntimeDir(env, builder, given);
     env->DeleteGlobalRef(builder);
     if (named == nullptr) {
         return;
     }
-    if (*named != '\0' && strcmp(named, *dir) != 0) {
+    if (*named != '\0' && strcmp(named, given) != 0) {
         printf("## PropertyMgr::initialize() A RuntimeBuilder helper class has changed the runtime directory "
                "name\n");
         printf("## PropertyMgr::initialize() originally specified parameter=%s, new value used=%s\n", *dir,
@@ -105,15 +108,26 @@ void PropertyMgr::askRuntimeBuilder(JNIEnv *env, char **dir) {
     facts.runtimeDir = dupString(*dir);
 }
 
+// How Java spells a directory. Valid until the next call.
+const char *PropertyMgr::forJava(JNIEnv *env, const char *dir) {
+    if (*javaDir == '\0' || strncmp(nativeDir, dir, sizeof(nativeDir)) != 0) {
+        copyCut(nativeDir, dir);
+        pathForJava(env, dir, javaDir, sizeof(javaDir));
+    }
+    return javaDir;
+}
+
 bool PropertyMgr::initialize(JNIEnv *env, const char *propDir) {
     free(facts.runtimeDir);
     facts.runtimeDir = nullptr;
     char *dir = dupString(propDir != nullptr ? propDir : "");
-    if (dir == nullptr) {
+    if (dir == nullptr || !isWhole()) {
+        free(dir);
+        switchJavaHalfOff(env);
         return false;
     }
     askRuntimeBuilder(env, &dir);
-    const bool loaded = loadEnvironmentProperties(env, dir);
+    const bool loaded = loadEnvironmentProperties(env, forJava(env, dir));
     if (loaded) {
         printf("## PropertyMgr::initialize() loaded Environment Variables\n");
         loadJavaProperties(env, dir);
@@ -162,13 +176,13 @@ bool PropertyMgr::loadEnvironmentProperties(JNIEnv *env, const char *dir) {
 // The file only serves to fill the environment of the process: nothing of it stays a setting.
 void PropertyMgr::moveSettingsToEnvironment() {
     const std::unique_ptr<const char *[]> keys(internalProps->keys());
-    for (const char **key = keys.get(); *key != nullptr; ++key) {
+    for (const char **key = keys.get(); key != nullptr && *key != nullptr; ++key) {
         const char *value = getInternalProp(*key);
         if (value != nullptr) {
             setenv(*key, value, 1);
         }
     }
-    freeEntries(*internalProps);
+    freeEntries(internalProps.get());
 }
 
 bool PropertyMgr::loadEnvProperties(JNIEnv *env, bool nullValsOK) {
@@ -198,7 +212,7 @@ bool PropertyMgr::loadDataCollectorProperties(JNIEnv *env) {
     if (facts.runtimeDir == nullptr) {
         return true;
     }
-    copyCut(propFileBuffer, facts.runtimeDir);
+    copyCut(propFileBuffer, forJava(env, facts.runtimeDir));
     return loadProperties(env, COLLECTOR_MASK, "ZYK", false);
 }
 
@@ -232,7 +246,7 @@ void PropertyMgr::parsePropsFromJavaArray(JNIEnv *env, jobjectArray array, bool 
         if (clearException(env)) {
             return;
         }
-        char *text = jniStringCopy(env, static_cast<jstring>(line.get()));
+        char *text = platformCopy(env, static_cast<jstring>(line.get()));
         parseProperty(strtrim(text), nullValsOK);
         free(text);
     }

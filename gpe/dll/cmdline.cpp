@@ -1,5 +1,7 @@
 #include "cmdline.h"
 
+#include "RegularFile.h"
+
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -11,7 +13,7 @@ namespace {
 
 // The whole file as one heap block, terminated by an extra NUL; null if it cannot be read.
 char *readWholeFile(const char *path, size_t *length) {
-    FILE *file = fopen(path, "rbe");
+    FILE *file = openRegularFile(path, nullptr);
     if (file == nullptr) {
         return nullptr;
     }
@@ -67,6 +69,17 @@ const char *findCommandLineValue(const char *prefix) {
     for (int i = 0; i < commandLineArgCount; ++i) {
         if (strncmp(commandLineArgs[i], prefix, length) == 0 && commandLineArgs[i][length] != '\0') {
             return commandLineArgs[i] + length;
+        }
+    }
+    return nullptr;
+}
+
+const char *findJvmProperty(const char *name) {
+    const size_t length = strlen(name);
+    for (int i = commandLineArgCount; i-- > 0;) {
+        const char *word = commandLineArgs[i];
+        if (strncmp(word, "-D", 2) == 0 && strncmp(word + 2, name, length) == 0 && word[length + 2] == '=') {
+            return word + length + 3;
         }
     }
     return nullptr;

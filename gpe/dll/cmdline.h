@@ -12,6 +12,9 @@ void getCommandLineArgs();
 // null if there is none. The result points into `commandLineArgs`.
 const char *findCommandLineValue(const char *prefix);
 
+// The text of the last "-Dname=", the one that the JVM goes by; null if there is none. Points as above.
+const char *findJvmProperty(const char *name);
+
 // True if `word` stands anywhere in the agent's option text. The word is expected first, with a comma behind
 // it: that many characters are dropped from the front, wherever it stood, if the text is longer.
 bool takeOptionWord(const char *&text, const char *word);

@@ -1,5 +1,6 @@
 #include "jnihelp.h"
 
+#include "PlatformText.h"
 #include "ProbeState.h"
 
 #include <algorithm>
@@ -61,7 +62,7 @@ public:
     char *get() const { return bytes; }
 
 private:
-    char small[STACK_TEXT];
+    alignas(jchar) char small[STACK_TEXT];
     char *bytes;
 };
 
@@ -123,6 +124,35 @@ void jniStringToBuffer(JNIEnv *env, jstring text, char *buffer, size_t room) {
     free(copy);
 }
 
+jstring newPlatformString(JNIEnv *env, const char *text) {
+    if (text == nullptr) {
+        return nullptr;
+    }
+    const size_t length = strlen(text);
+    const Scratch scratch((length + 1) * sizeof(jchar));
+    jchar *units = reinterpret_cast<jchar *>(scratch.get());
+    jstring made = nullptr;
+    if (units != nullptr && length <= INT32_MAX) {
+        made = env->NewString(units, static_cast<jsize>(platformToUtf16(text, length, units)));
+    }
+    return clearException(env) ? nullptr : made;
+}
+
+char *platformCopy(JNIEnv *env, jstring text) {
+    const jsize count = text != nullptr ? env->GetStringLength(text) : 0;
+    const Scratch scratch((static_cast<size_t>(count) + 1) * sizeof(jchar));
+    jchar *units = reinterpret_cast<jchar *>(scratch.get());
+    char *copy = static_cast<char *>(malloc(static_cast<size_t>(count) * MAX_PLATFORM_BYTES + 1));
+    if (units == nullptr || copy == nullptr || count == 0) {
+        free(copy);
+        return emptyCopy();
+    }
+    env->GetStringRegion(text, 0, count, units);
+    const size_t length = clearException(env) ? 0 : utf16ToPlatform(units, static_cast<size_t>(count), copy);
+    copy[length] = '\0';
+    return copy;
+}
+
 jclass findGlobalClass(JNIEnv *env, const char *name) {
     const LocalRef<jclass> local(env, env->FindClass(name));
     if (clearException(env) || !local) {
@@ -179,11 +209,11 @@ jobjectArray newStringArray(JNIEnv *env, char *const *texts, int count) {
         return nullptr;
     }
     for (int i = 0; i < count; ++i) {
-        const LocalRef<jstring> text(env, env->NewStringUTF(texts[i]));
-        if (!clearException(env)) {
+        const LocalRef<jstring> text(env, newPlatformString(env, texts[i]));
+        if (text) {
             env->SetObjectArrayElement(array, i, text.get());
         }
-        if (clearException(env)) {
+        if (clearException(env) || !text) {
             break;
         }
     }
@@ -252,9 +282,11 @@ void readPropertyText(JNIEnv *env, jstring name, char *value, size_t maxValue) {
         return;
     }
     const LocalRef<jobject> text(env, env->CallStaticObjectMethod(access.system, access.getProperty, name));
-    if (!clearException(env)) {
-        jniStringToBuffer(env, static_cast<jstring>(text.get()), value, maxValue);
+    char *copy = clearException(env) ? nullptr : platformCopy(env, static_cast<jstring>(text.get()));
+    if (copy != nullptr) {
+        snprintf(value, maxValue, "%s", copy);
     }
+    free(copy);
 }
 
 } // namespace
@@ -262,8 +294,8 @@ void readPropertyText(JNIEnv *env, jstring name, char *value, size_t maxValue) {
 void getJavaSystemProperty(JNIEnv *env, const char *name, char *value, size_t maxValue) {
     *value = '\0';
     findCcTools(env);
-    const LocalRef<jstring> key(env, env->NewStringUTF(name));
-    if (clearException(env) || !key) {
+    const LocalRef<jstring> key(env, newPlatformString(env, name));
+    if (!key) {
         return;
     }
     if (access.getPropertyBytes != nullptr) {
@@ -282,12 +314,9 @@ void setJavaSystemProperty(JNIEnv *env, const char *name, const char *value) {
     if (access.setProperty == nullptr) {
         return;
     }
-    const LocalRef<jstring> key(env, env->NewStringUTF(name));
-    if (clearException(env)) {
-        return;
-    }
-    const LocalRef<jstring> text(env, env->NewStringUTF(value));
-    if (clearException(env)) {
+    const LocalRef<jstring> key(env, newPlatformString(env, name));
+    const LocalRef<jstring> text(env, newPlatformString(env, value));
+    if (!key || !text) {
         return;
     }
     const LocalRef<jobject> old(

@@ -9,8 +9,15 @@
 // Describes and clears a pending exception; true if there was one.
 bool clearException(JNIEnv *env);
 
-// A heap copy of a Java string in modified UTF-8. Null and unreadable strings give an empty copy.
+// A heap copy of a Java string in modified UTF-8, as it goes on the wire. Null and unreadable strings give an
+// empty copy.
 char *jniStringCopy(JNIEnv *env, jstring text);
+
+// Paths, options and environment variables cross the border here, in the platform's bytes: see
+// `PlatformText.h`. What the JVM's own functions for texts expect is another form, and only the same for
+// ASCII.
+jstring newPlatformString(JNIEnv *env, const char *text); // null for null and when memory is out
+char *platformCopy(JNIEnv *env, jstring text); // a heap copy; empty for null and unreadable strings
 
 // How a text is cut that exceeds its limit.
 enum class CutAt { AnyByte, Character };
@@ -55,10 +62,11 @@ jmethodID findStaticMethod(JNIEnv *env, jclass cls, const char *name, const char
 bool callStaticVoidInt(JNIEnv *env, const char *className, const char *name, jint value);
 bool callStaticVoid(JNIEnv *env, const char *className, const char *name);
 
-// A String[] made from `count` C strings (none of them null); null on failure.
+// A String[] made from `count` platform texts (none of them null); null on failure.
 jobjectArray newStringArray(JNIEnv *env, char *const *texts, int count);
 
-// Java system properties. `value` is always terminated; empty means unknown. `maxValue` is its size.
+// Java system properties, as platform texts. `value` is always terminated; empty means unknown. `maxValue` is
+// its size.
 void getJavaSystemProperty(JNIEnv *env, const char *name, char *value, size_t maxValue);
 void setJavaSystemProperty(JNIEnv *env, const char *name, const char *value);
 

@@ -282,7 +282,7 @@ bool giveInt(JNIEnv *env, jclass cls, const char *name, jint value) {
 
 bool giveContextFileName(JNIEnv *env, jclass cls) {
     char *path = ProbeMgr::copyContextFilePath();
-    const LocalRef<jstring> text(env, path != nullptr ? env->NewStringUTF(path) : nullptr);
+    const LocalRef<jstring> text(env, newPlatformString(env, path));
     free(path);
     if (clearException(env) || !text) {
         AM_INITIALIZE_TRACE("Probe context filename not defined");

@@ -55,12 +55,10 @@ jstring JNICALL getEnvNative(JNIEnv *env, jclass, jstring name) {
     if (name == nullptr) {
         return nullptr;
     }
-    char *text = jniStringCopy(env, name);
+    char *text = platformCopy(env, name);
     const char *value = text != nullptr ? getenv(text) : nullptr;
     free(text);
-    jstring result = value != nullptr ? env->NewStringUTF(value) : nullptr;
-    clearException(env);
-    return result;
+    return newPlatformString(env, value);
 }
 
 // The JVM's command line; null if memory is out.

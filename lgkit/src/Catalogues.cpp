@@ -1,5 +1,7 @@
 #include "Catalogues.h"
 
+#include "RegularFile.h"
+
 #include <algorithm>
 #include <cstdlib>
 
@@ -117,6 +119,19 @@ void Catalogues::takeEnvironment() {
     environmentTaken_ = true;
 }
 
+namespace {
+
+// catopen would wait for the other end of a pipe.
+bool isRegularFile(const std::string &file) {
+    FILE *stream = openRegularFile(file.c_str(), nullptr);
+    if (stream != nullptr) {
+        fclose(stream);
+    }
+    return stream != nullptr;
+}
+
+} // namespace
+
 // A file name with a slash keeps catopen from searching by rules of its own.
 nl_catd Catalogues::open(const std::string &file) {
     const auto known = byFile_.find(file);
@@ -124,7 +139,7 @@ nl_catd Catalogues::open(const std::string &file) {
         return known->second;
     }
     const auto place = byFile_.emplace(file, missing).first;
-    if (file.find('/') != std::string::npos) {
+    if (file.find('/') != std::string::npos && isRegularFile(file)) {
         place->second = catopen(file.c_str(), 0);
     }
     const nl_catd opened = place->second;

@@ -10,6 +10,13 @@ namespace {
 constexpr const char *linePattern = "[%Y-%m-%d %H:%M:%S.%e %z] [%t] %v";
 constexpr std::chrono::seconds retryPause{10};
 
+// A pipe would keep the worker waiting for its other end.
+bool canBeOpened(const std::string &file) {
+    std::error_code error;
+    const std::filesystem::file_status status = std::filesystem::status(file, error);
+    return !std::filesystem::exists(status) || std::filesystem::is_regular_file(status);
+}
+
 } // namespace
 
 void FileTarget::followHandler() {
@@ -33,6 +40,10 @@ void FileTarget::followHandler() {
 
 void FileTarget::open() {
     if (sink_ || fileName_.empty() || std::chrono::steady_clock::now() < nextTry_) {
+        return;
+    }
+    if (!canBeOpened(fileName_)) {
+        giveUpForNow();
         return;
     }
     sink_ = std::make_unique<Sink>(fileName_, maxFileBytes_, maxFiles_ - 1);

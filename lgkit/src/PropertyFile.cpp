@@ -1,15 +1,16 @@
 #include "PropertyFile.h"
 
 #include "LgkObject.h"
+#include "RegularFile.h"
 
-#include <filesystem>
-#include <fstream>
+#include <memory>
+#include <sstream>
 
 namespace lgkit {
 
 namespace {
 
-constexpr std::uintmax_t maxFileBytes = 1000000;
+constexpr size_t maxFileBytes = 1000000;
 
 std::string trim(const std::string &text) {
     const char *blanks = " \t\r\n\f\v";
@@ -18,6 +19,17 @@ std::string trim(const std::string &text) {
         return "";
     }
     return text.substr(first, text.find_last_not_of(blanks) - first + 1);
+}
+
+// Nothing if it cannot be read or is too long.
+std::optional<std::string> readFile(const char *path) {
+    const std::unique_ptr<FILE, int (*)(FILE *)> file(openRegularFile(path, nullptr), fclose);
+    if (!file) {
+        return std::nullopt;
+    }
+    std::string content(maxFileBytes + 1, '\0');
+    content.resize(fread(content.data(), 1, content.size(), file.get()));
+    return content.size() <= maxFileBytes ? std::optional(std::move(content)) : std::nullopt;
 }
 
 std::optional<Property> parseLine(const std::string &text, int line) {
@@ -40,15 +52,11 @@ std::optional<Property> parseLine(const std::string &text, int line) {
 } // namespace
 
 std::optional<PropertyFile> readPropertyFile(const char *path) {
-    std::error_code error;
-    if (!std::filesystem::is_regular_file(path, error) ||
-        std::filesystem::file_size(path, error) > maxFileBytes) {
+    const std::optional<std::string> content = readFile(path);
+    if (!content) {
         return std::nullopt;
     }
-    std::ifstream in(path);
-    if (!in) {
-        return std::nullopt;
-    }
+    std::istringstream in(*content);
     PropertyFile file;
     int line = 0;
     for (std::string raw; std::getline(in, raw);) {

@@ -1,13 +1,18 @@
 #include "ProbeContextPersister.h"
 
 #include "FakeVm.h"
+#include "RecordedLog.h"
 #include "TempDir.h"
 
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
+#include <functional>
 #include <optional>
 #include <string>
+#include <sys/stat.h>
 #include <thread>
+#include <unistd.h>
 #include <vector>
 
 namespace {
@@ -100,6 +105,31 @@ TEST_F(ProbeContextPersisterTest, ReadsWhatTheFilesHold) {
         EXPECT_EQ(get(bound()), c.boundAfter);
         EXPECT_EQ(get(base()), c.base);
         EXPECT_EQ(persister.getLastReadFilePath(), bound().string());
+    }
+}
+
+// Nothing is waited for, nothing is read or written, one line says so.
+TEST_F(ProbeContextPersisterTest, SparesWhatIsNoFile) {
+    put(base(), "3");
+    const std::function<int()> kinds[] = {
+        [this] { return mkfifo(bound().c_str(), 0600); },
+        [this] { return symlink("/dev/zero", bound().c_str()); },
+        [this] { return mkdir(bound().c_str(), 0700); },
+    };
+    for (const auto &make : kinds) {
+        fs::remove(bound());
+        ASSERT_EQ(0, make());
+        const int reader = open(bound().c_str(), O_RDONLY | O_NONBLOCK); // the pipe could be written to
+        const RecordedLog log(LGK_WARN);
+        Persister persister((root / "home").c_str(), (root / "runtime").c_str());
+        EXPECT_FALSE(persister.ctx_direct(Persister::CTX_READ));
+        EXPECT_EQ(values(persister), (std::vector<int32_t>{3, 0, 0, 0}));
+        EXPECT_FALSE(persister.ctx_setEnum(Persister::ctx_api_ProbeLevel, 2));
+        EXPECT_FALSE(fs::is_regular_file(bound()));
+        char written[8];
+        EXPECT_LE(fs::is_fifo(bound()) ? read(reader, written, sizeof(written)) : 0, 0);
+        EXPECT_TRUE(log.has("Cannot read MOD file " + bound().string() + ": it is no regular file"));
+        close(reader);
     }
 }
 

@@ -12,6 +12,7 @@
 #include <dlfcn.h>
 #include <jni.h>
 #include <sstream>
+#include <sys/stat.h>
 
 extern "C" JNIEXPORT void JNICALL
 Java_com_zykora_probe_log_ProbeLogger_setNativeProbeLoggingLevel(JNIEnv *, jclass, jint level);
@@ -199,6 +200,30 @@ TEST(Toolkit, LongNamesAreCut) {
     EXPECT_EQ(longName + ".", runInChild(withInstance).out);
 }
 
+// What stands in the toolkit's places and cannot be had costs one line, and the start does not wait for it.
+TEST(Toolkit, WhatIsMissingOrNoFileIsTold) {
+    if (inChild()) {
+        openInChild();
+        messageInfo(1001, "a message");
+        return;
+    }
+    Installation installation;
+    const std::string root = installation.root;
+    fs::create_directories(installation.root / "none");
+    EXPECT_EQ("## Could not open library libnlsm_64.so, nothing will be logged\n",
+              runInChild(installation.child({{"LD_LIBRARY_PATH", root + "/none"}})).out);
+    installation.add("toolkit/etc", MESSAGE_LOG + TRACERS + TRACE_LOG);
+    for (const char *pipe : {"runtime/zyk-lgkit.properties", "toolkit/msg/C/zykprobeMessages.cat",
+                             "common/ZYK/logs/mine/dc-msg.log"}) {
+        fs::create_directories((installation.root / pipe).parent_path());
+        ASSERT_EQ(0, mkfifo((installation.root / pipe).c_str(), 0600));
+    }
+    const ChildResult child =
+        runInChild(installation.child({{"QUALDIR", "mine"}, {"LC_ALL", "C"}, {"NLSPATH", ""}}));
+    EXPECT_EQ("## Cannot read " + root + "/runtime/zyk-lgkit.properties: it is no regular file\n", child.out);
+    EXPECT_EQ(0, child.status) << child.err;
+}
+
 // The first object that is missing ends the opening; what came before stays usable.
 TEST(Toolkit, MissingObjects) {
     if (inChild()) {
@@ -252,19 +277,18 @@ TEST(Toolkit, NeverWritesIntoTheWorkingDirectory) {
     }
     const std::map<std::string, std::string> none = {{"QUALDIR", "mine"}};
     const std::map<std::string, std::string> empty = {{"QUALDIR", "mine"}, {"LGKIT_COMMON_DIR", ""}};
-    const fs::path byDefault = "work/C:/Program Files/qel/morvex/common/ZYK/logs/mine/dc-msg.log";
     const struct {
         const std::string properties;
         const std::map<std::string, std::string> environment;
         fs::path log;
     } rows[] = {{MESSAGE_LOG + TRACE_LOG, none, "common/ZYK/logs/mine/dc-msg.log"},
-                {MESSAGE_LOG + TRACERS + TRACE_LOG, empty, byDefault}};
+                {MESSAGE_LOG + TRACERS + TRACE_LOG, empty, "runtime/ZYK/logs/mine/dc-msg.log"}};
     for (const auto &row : rows) {
         const Installation installation;
         installation.add("runtime", row.properties);
         EXPECT_EQ(0, runInChild(installation.child(row.environment)).status);
         EXPECT_THAT(TempDir::read(installation.root / row.log), HasSubstr("a message"));
-        EXPECT_FALSE(fs::exists(installation.root / "work/dc-msg.log"));
+        EXPECT_TRUE(fs::is_empty(installation.root / "work"));
     }
 }
 

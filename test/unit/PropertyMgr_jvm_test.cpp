@@ -9,8 +9,11 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <map>
 #include <string>
+
+namespace fs = std::filesystem;
 
 namespace {
 
@@ -66,7 +69,7 @@ protected:
         const bool result = propertyMgr->initialize(env, dir);
         const std::string printed = testing::internal::GetCapturedStdout();
         EXPECT_EQ(result, expected);
-        return printed.substr(0, printed.find("WARN: "));
+        return printed.substr(0, std::min(printed.find("WARN: "), printed.find("## Could not open library")));
     }
 
     // A manager is filled once only.
@@ -210,6 +213,27 @@ TEST_F(PropertyMgrJvmTest, FilesOverrideSystemPropertiesAndFillTheEnvironment) {
     EXPECT_TRUE(boolProperty("log.statistics", false));
     EXPECT_EQ(propertyMgr->runtimeDir(), root.path);
     EXPECT_STREQ(propertyMgr->nodeName(), "file-node") << "the file comes before the variables are read";
+}
+
+// Beyond ASCII, beyond the basic plane, and bytes that are no characters: native and Java half read and make
+// one directory, and texts from its files become the platform's bytes again.
+TEST_F(PropertyMgrJvmTest, BothHalvesFindADirectoryOfAnyName) {
+    for (const char *name : {"caf\xC3\xA9", "d-\xF0\x9F\x98\x80", "i-\xFF\xC3"}) {
+        SCOPED_TRACE(name);
+        renew();
+        root.write(fs::path("home/etc/datacollector.properties"),
+                   "internal.probe.javacoredir=/\xF0\x9F\x98\x80/x\n");
+        setProperty("am.home", root.path / "home");
+        const fs::path directory = root.path / "new" / name;
+        initialize(directory.c_str(), true);
+        EXPECT_STREQ(propertyMgr->runtimeDir(), directory.c_str());
+        EXPECT_TRUE(fs::exists(directory / "datacollector.properties"));
+        EXPECT_STREQ(stringProperty("internal.probe.javacoredir", "absent"), "/\xF0\x9F\x98\x80/x");
+    }
+    EXPECT_EQ(3, std::distance(fs::directory_iterator(root.path / "new"), {})) << "and no other";
+    const GivenArguments given({"-DLGKIT_COMMON_DIR=/first", "-DLGKIT_COMMON_DIR=/\xFF\xF0\x9F\x98\x80"});
+    propertyMgr->setGlobalProperties(env);
+    EXPECT_STREQ(propertyMgr->lgkitCommonDir(), "/\xFF\xF0\x9F\x98\x80");
 }
 
 TEST_F(PropertyMgrJvmTest, FactsFallBackInTheirOrder) {

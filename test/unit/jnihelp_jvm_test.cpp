@@ -65,6 +65,11 @@ protected:
         EXPECT_EQ(JNI_FALSE, env->ExceptionCheck());
         env->PopLocalFrame(nullptr);
     }
+    std::u16string unitsOf(jstring text) const {
+        std::u16string units(static_cast<size_t>(env->GetStringLength(text)), u'#');
+        env->GetStringRegion(text, 0, env->GetStringLength(text), reinterpret_cast<jchar *>(units.data()));
+        return units;
+    }
     JNIEnv *env;
 };
 
@@ -108,6 +113,38 @@ TEST_F(JniHelp, OddTextsAndLimits) {
     const jstring huge = newString(env, std::u16string(10000000, u'h'));
     EXPECT_EQ(10000000U, freed(jniStringCopy(env, huge)).size());
     EXPECT_EQ(std::string(9, 'h'), freed(jniStringCopyLimited(env, huge, 10, CutAt::Character, nullptr)));
+}
+
+// Bytes of the platform, what Java makes of them, and the way back.
+TEST_F(JniHelp, PlatformTextsComeBackAsTheyWent) {
+    const struct {
+        std::string bytes;
+        std::u16string java;
+    } cases[] = {
+        {"", u""},
+        {"/plain", u"/plain"},
+        {"gr\xC3\xBC\xE2\x82\xAC", u"gr\u00FC\u20AC"},
+        {"\xF0\x9F\x98\x80\xF4\x8F\xBF\xBF\xEF\xBF\xBF", u"\U0001F600\U0010FFFF\uFFFF"},
+        {"\xC0\x80", {0xDCC0, 0xDC80}},                           // overlong
+        {"\xED\xA0\xBD", {0xDCED, 0xDCA0, 0xDCBD}},               // a surrogate
+        {"\xF4\x90\x80\x80", {0xDCF4, 0xDC90, 0xDC80, 0xDC80}},   // beyond the last character
+        {"\xF0\x9F\x98", {0xDCF0, 0xDC9F, 0xDC98}},               // cut
+        {"a\xFF\x80z\xC3", {u'a', 0xDCFF, 0xDC80, u'z', 0xDCC3}}, // out of place
+    };
+    for (const auto &c : cases) {
+        const jstring text = newPlatformString(env, c.bytes.c_str());
+        ASSERT_NE(nullptr, text);
+        EXPECT_EQ(c.java, unitsOf(text)) << c.bytes;
+        EXPECT_EQ(c.bytes, freed(platformCopy(env, text)));
+    }
+    EXPECT_EQ(nullptr, newPlatformString(env, nullptr));
+    EXPECT_EQ("", freed(platformCopy(env, nullptr)));
+    // What no bytes stand for: a NUL, lone surrogates.
+    EXPECT_EQ("a\xC0\x80\xEF\xBF\xBD"
+              "b\xEF\xBF\xBD",
+              freed(platformCopy(env, newString(env, {u'a', 0, 0xD83D, u'b', 0xDC00}))));
+    const std::string longText(100000, 'x');
+    EXPECT_EQ(longText, freed(platformCopy(env, newPlatformString(env, longText.c_str()))));
 }
 
 TEST_F(JniHelp, FixedBuffers) {

@@ -214,6 +214,64 @@ case_broken_properties() {
     expect_console server.out "${started[@]}"
 }
 
+# Pipes that nobody writes to or reads from: the start waits for none of them, and each is told of once.
+case_pipes_for_files() {
+    own_tree tree
+    options_for station
+    local pipes=("$runtime"/{dc.env.properties,datacollector.properties,zyk-lgkit.properties,am.mod}
+        "$HOME_AM/etc/am.mod" "$HOME_AM/toolkit/msg/en/zykprobeMessages.cat" "$logs/dc-trace.log")
+    mkdir -p "$logs"
+    rm -f "${pipes[@]}"
+    mkfifo "${pipes[@]}"
+    export LC_ALL=en
+    start_station "${options[@]}"
+    await_collector
+    serves
+    expect_console server.out "${started[@]}" \
+        "## Cannot read $runtime/zyk-lgkit.properties: it is no regular file" \
+        "WARN: Could not open Toolkit. please check if lgkit property file $HOME_AM/toolkit/etc/zyk-lgkit.properties exists. Trying $HOME_AM/etc/zyk-lgkit.properties "
+    expect_console server.err \
+        "## Cannot read $runtime/dc.env.properties, its settings are not used: it is no regular file" \
+        "## Cannot read $runtime/datacollector.properties, its settings are not used: it is no regular file"
+    expect_line "$logs/dc-msg.log" "MOD file read error: $runtime/am.mod"
+    expect_line "$logs/dc-msg.log" 'INFO 1003 '
+}
+
+# Both halves make and find one directory, in locales in which the JVM can spell its name and in which it cannot.
+case_directory_beyond_ascii() {
+    local locale name
+    for locale in C C.UTF-8; do
+        name=$'d-\xF0\x9F\x98\x80-\xFF-'$locale
+        options_for station --data "$PWD/$name"
+        rm -r data
+        export LC_ALL=$locale
+        start_station "${options[@]}" -Xcheck:jni
+        await_collector
+        [ "$(get '/level?1003')" = 1 ] || fail "the level cannot be changed"
+        serves
+        expect_output "${started[@]}"
+        expect_line "$name/runtime/server.node.station/datacollector.properties" publish.server.host
+        [ "$(cat "$name/runtime/server.node.station/am.mod")" = 3 ] || fail "the level is kept elsewhere"
+        expect_line "$name/ZYK/logs/node.station/dc-msg.log" 'INFO 1003 '
+    done
+    [ "$(find . -name 'server.node.station' | wc -l)" -eq 2 ] || fail "there is another directory: $(find . -type d)"
+}
+
+# What a start that failed early has left, and nobody who says where logs go.
+case_only_the_context_is_there() {
+    options_for station
+    rm "$runtime"/*
+    printf 3 > "$runtime/am.mod"
+    mapfile -t options < <(printf '%s\n' "${options[@]}" | grep -v LGKIT_COMMON_DIR)
+    start_station "${options[@]}"
+    await_collector
+    serves
+    expect_output "${started[@]}"
+    expect_line "$runtime/datacollector.properties" publish.server.host
+    expect_line "$runtime/ZYK/logs/node.station/dc-msg.log" 'INFO 1080 Using probe level 3'
+    [ ! -e C: ] || fail "logs in the working directory"
+}
+
 case_broken_logging() {
     options_for station
     head -c 5000 /dev/urandom > "$runtime/zyk-lgkit.properties"
@@ -243,7 +301,7 @@ case_no_toolkit_libraries() {
     serves
     stop_receiver
     received HttpEvent.end || fail "nothing was collected"
-    expect_output "${started[@]}"
+    expect_output "${started[@]}" '## Could not open library liblgkit_64.so, nothing will be logged'
     [ ! -e data/ZYK ] || fail "logs without a toolkit"
 }
 

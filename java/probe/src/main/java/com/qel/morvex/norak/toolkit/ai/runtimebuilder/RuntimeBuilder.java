@@ -1,5 +1,6 @@
 package com.qel.morvex.norak.toolkit.ai.runtimebuilder;
 
+import com.zykora.probe.support.ConfigurationFile;
 import com.zykora.probe.support.OperatorNotes;
 import com.zykora.probe.support.ServerSettings;
 import java.io.File;
@@ -8,13 +9,17 @@ import java.io.IOException;
 import java.nio.file.FileAlreadyExistsException;
 import java.nio.file.Files;
 import java.nio.file.Path;
+import java.nio.file.StandardOpenOption;
 import java.util.Arrays;
+import java.util.Collection;
+import java.util.HashSet;
 
 /**
  * Finds the runtime directory of this server and, on the server's first start, makes it from the samples that
  * were installed in {@code <am.home>/etc}. A directory that holds anything belongs to the operator and is left
- * as it is, unless the mark of an unfinished making stands in it: then what is missing is added. The native half
- * calls this once, before any other Java code of the collector runs.
+ * as it is, unless the mark of an unfinished making stands in it: then what is missing is added. What the agent
+ * itself leaves there when it starts without settings does not count. The native half calls this once, before any
+ * other Java code of the collector runs.
  */
 public final class RuntimeBuilder {
     private static final FilenameFilter SAMPLES = new FilenameFilter() {
@@ -27,6 +32,9 @@ public final class RuntimeBuilder {
     /** Stands in a directory from before its first file is there until all are. */
     private static final String UNFINISHED = ".unfinished";
 
+    /** What the native half writes: the monitoring context and, where nothing else is said, logs. */
+    private static final Collection<String> WRITTEN_BY_THE_AGENT = Arrays.asList("am.mod", "ZYK");
+
     private static volatile String runtimeDir;
 
     private RuntimeBuilder() {
@@ -36,7 +44,7 @@ public final class RuntimeBuilder {
     public static native String[] getJavaCommandLineArgs();
 
     /**
-     * Decides on the runtime directory and makes it if it is missing or empty.
+     * Decides on the runtime directory and makes it if it is missing or holds nothing of the operator's.
      *
      * @param directory the directory that the agent's options name; null or empty stands for
      *     {@code <norak61.home>/runtime/<platform>.<node>.<server>}
@@ -82,6 +90,10 @@ public final class RuntimeBuilder {
         Path mark = new File(target, UNFINISHED).toPath();
         createUnlessThere(mark);
         for (File sample : samples) {
+            if (sample.exists() && !sample.isFile()) {
+                OperatorNotes.once("The sample " + sample + " is not used: it is no regular file");
+                continue;
+            }
             copyUnlessThere(sample, new File(target, sample.getName()));
         }
         Files.deleteIfExists(mark);
@@ -107,9 +119,10 @@ public final class RuntimeBuilder {
         if (target.exists()) {
             return;
         }
+        byte[] content = ConfigurationFile.read(sample);
         Path part = new File(target.getPath() + "." + Long.toHexString(System.nanoTime()) + ".part").toPath();
         try {
-            Files.copy(sample.toPath(), part);
+            Files.write(part, content, StandardOpenOption.CREATE_NEW);
             Files.move(part, target.toPath());
         } catch (FileAlreadyExistsException another) {
             // A server started at the same moment was faster: its file is as good as ours.
@@ -119,7 +132,12 @@ public final class RuntimeBuilder {
     }
 
     private static boolean isFinished(File directory) {
-        String[] names = directory.list();
-        return names != null && names.length > 0 && !Arrays.asList(names).contains(UNFINISHED);
+        String[] all = directory.list();
+        if (all == null) {
+            return false;
+        }
+        Collection<String> names = new HashSet<String>(Arrays.asList(all));
+        names.removeAll(WRITTEN_BY_THE_AGENT);
+        return !names.isEmpty() && !names.contains(UNFINISHED);
     }
 }

@@ -33,6 +33,7 @@ class RuntimeBuilderTest {
         Files.writeString(samples.resolve("datacollector.properties"), "k=sample");
         Files.writeString(samples.resolve("dc.env.properties"), "# none");
         Files.writeString(samples.resolve("am.mod"), "1");
+        Files.createDirectory(samples.resolve("no-file.properties"));
         System.setProperty("am.home", root.resolve("home").toString());
     }
 
@@ -47,6 +48,12 @@ class RuntimeBuilderTest {
         for (String place : new String[] {"home/etc/am.mod", "home/etc/am.mod/below", "bad\0name"}) {
             assertFalse(RuntimeBuilder.buildRuntime(root + "/" + place), place);
         }
+
+        Path failed = Files.createDirectories(root.resolve("failed/ZYK")).getParent();
+        Files.writeString(failed.resolve("am.mod"), "3");
+        assertTrue(RuntimeBuilder.buildRuntime(failed.toString()), "what a start without settings leaves");
+        assertEquals("k=sample", Files.readString(failed.resolve("datacollector.properties")));
+        assertEquals("3", Files.readString(failed.resolve("am.mod")));
 
         Path owned = Files.createDirectory(root.resolve("owned"));
         Files.writeString(owned.resolve("datacollector.properties"), "k=edited");
@@ -77,7 +84,7 @@ class RuntimeBuilderTest {
             Files.writeString(root.resolve("home/etc/sample" + i + ".properties"), "k=" + i);
         }
         Set<String> all = names(root.resolve("home/etc"));
-        all.remove("am.mod");
+        all.removeAll(Set.of("am.mod", "no-file.properties"));
         ExecutorService servers = Executors.newFixedThreadPool(4);
         try {
             for (int round = 0; round < 20; round++) {

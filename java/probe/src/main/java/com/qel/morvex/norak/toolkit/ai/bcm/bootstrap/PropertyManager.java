@@ -1,13 +1,11 @@
 package com.qel.morvex.norak.toolkit.ai.bcm.bootstrap;
 
 import com.qel.morvex.norak.toolkit.ai.runtimebuilder.RuntimeBuilder;
+import com.zykora.probe.support.ConfigurationFile;
 import com.zykora.probe.support.OperatorNotes;
 import com.zykora.probe.support.ServerSettings;
-import java.io.BufferedReader;
 import java.io.File;
-import java.io.FileInputStream;
 import java.io.IOException;
-import java.io.InputStreamReader;
 import java.nio.charset.StandardCharsets;
 import java.util.ArrayList;
 import java.util.Arrays;
@@ -21,12 +19,9 @@ import java.util.Map;
  * A file is plain UTF-8 text: one {@code key=value} a line, blanks around key and value dropped, empty lines and
  * lines that begin with "#" skipped. There are no escapes and no continued lines: what stands after the first
  * "=" is the value. Nothing throws: what cannot be read counts as absent, after one line for the operator.
- *
- * <p>This runs before the application does and on its start-up time, hence the plain old file classes.
  */
 public final class PropertyManager {
     private static final String COLLECTOR_FILES = "datacollector*.properties";
-    private static final long MAX_FILE_BYTES = 1 << 20;
 
     private PropertyManager() {
     }
@@ -139,17 +134,11 @@ public final class PropertyManager {
     }
 
     private static List<String> read(File file) throws IOException {
-        if (file.length() > MAX_FILE_BYTES) {
-            throw new IOException("longer than " + MAX_FILE_BYTES + " bytes");
-        }
         List<String> lines = new ArrayList<String>();
-        try (BufferedReader reader = new BufferedReader(
-                new InputStreamReader(new FileInputStream(file), StandardCharsets.UTF_8))) {
-            for (String line = reader.readLine(); line != null; line = reader.readLine()) {
-                String setting = normalised(line);
-                if (setting != null) {
-                    lines.add(setting);
-                }
+        for (String line : new String(ConfigurationFile.read(file), StandardCharsets.UTF_8).split("[\r\n]+")) {
+            String setting = normalised(line);
+            if (setting != null) {
+                lines.add(setting);
             }
         }
         return lines;

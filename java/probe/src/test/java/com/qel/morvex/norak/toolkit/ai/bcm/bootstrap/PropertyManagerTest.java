@@ -3,6 +3,7 @@ package com.qel.morvex.norak.toolkit.ai.bcm.bootstrap;
 import static org.junit.jupiter.api.Assertions.assertArrayEquals;
 import static org.junit.jupiter.api.Assertions.assertEquals;
 import static org.junit.jupiter.api.Assertions.assertNull;
+import static org.junit.jupiter.api.Assertions.assertTimeoutPreemptively;
 
 import com.qel.morvex.norak.toolkit.ai.runtimebuilder.RuntimeBuilder;
 import com.zykora.probe.RestoredProperties;
@@ -11,6 +12,7 @@ import java.io.RandomAccessFile;
 import java.nio.charset.StandardCharsets;
 import java.nio.file.Files;
 import java.nio.file.Path;
+import java.time.Duration;
 import org.junit.jupiter.api.Test;
 import org.junit.jupiter.api.extension.ExtendWith;
 import org.junit.jupiter.api.io.TempDir;
@@ -44,7 +46,7 @@ class PropertyManagerTest {
     }
 
     @Test
-    void whatCannotBeReadIsAbsent() throws IOException {
+    void whatCannotBeReadIsAbsent() throws Exception {
         Files.createDirectory(directory.resolve("datacollector.properties"));
         try (RandomAccessFile huge = new RandomAccessFile(directory.resolve("huge").toFile(), "rw")) {
             huge.setLength(1L << 40);
@@ -54,6 +56,11 @@ class PropertyManagerTest {
         assertNull(PropertyManager.getEnvVariables(directory.resolve("none").toString()));
         assertNull(PropertyManager.getEnvVariables("bad\0name"));
         assertNull(PropertyManager.getEnvVariables(directory.resolve("huge").toString()));
+        Path pipe = directory.resolve("pipe");
+        assertEquals(0, new ProcessBuilder("mkfifo", pipe.toString()).start().waitFor());
+        assertNull(assertTimeoutPreemptively(Duration.ofMinutes(1),
+                () -> PropertyManager.getEnvVariables(pipe.toString())));
+        assertNull(PropertyManager.getEnvVariables("/proc/self/pagemap"), "longer than it says");
         assertNull(PropertyManager.defineProps(null, "*", "ZYK"));
         assertNull(PropertyManager.defineProps("", "*", "ZYK"));
         assertNull(PropertyManager.defineProps(directory.resolve("none").toString(), "*", "ZYK"));

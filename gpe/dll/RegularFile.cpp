@@ -1,0 +1,52 @@
+#include "RegularFile.h"
+
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+
+constexpr mode_t NEW_FILE = 0666; // less the process's own mask
+
+void tell(const char **fault, const char *text) {
+    if (fault != nullptr) {
+        *fault = text;
+    }
+}
+
+// Takes over the descriptor, -1 included.
+FILE *regularStream(int file, const char *mode, const char **fault) {
+    struct stat status {};
+    if (file < 0 || fstat(file, &status) != 0) {
+        // So is a pipe refused that has no reader.
+        tell(fault, errno == ENOENT ? nullptr : errno == ENXIO ? "it is no regular file" : strerror(errno));
+    } else if (!S_ISREG(status.st_mode)) {
+        tell(fault, "it is no regular file");
+    } else if (*mode == 'w' && ftruncate(file, 0) != 0) {
+        tell(fault, strerror(errno));
+    } else if (FILE *stream = fdopen(file, mode)) {
+        tell(fault, nullptr);
+        return stream;
+    } else {
+        tell(fault, strerror(errno));
+    }
+    if (file >= 0) {
+        close(file);
+    }
+    return nullptr;
+}
+
+constexpr int CAREFUL = O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
+
+} // namespace
+
+FILE *openRegularFile(const char *path, const char **fault) {
+    return regularStream(open(path, O_RDONLY | CAREFUL), "r", fault);
+}
+
+// Emptied only when it has turned out to be a file.
+FILE *createRegularFile(const char *path, const char **fault) {
+    return regularStream(open(path, O_WRONLY | O_CREAT | CAREFUL, NEW_FILE), "w", fault);
+}
