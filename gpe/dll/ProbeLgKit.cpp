@@ -27,6 +27,7 @@ namespace {
 
 constexpr int MAX_NAME = 256;
 constexpr int MAX_FFDC_FILES = 1000;
+constexpr long MAX_PROPERTY_BYTES = 1000000; // as the toolkit has it
 constexpr char PROPERTY_FILE[] = "zyk-lgkit.properties";
 constexpr char DEFAULT_COMMON_DIR[] = "C:/Program Files/qel/morvex/common";
 
@@ -92,7 +93,7 @@ PathText ownDirectory() {
 
 // A pipe in the library's place would keep the loader waiting.
 bool isRegularFile(const char *path) {
-    FILE *file = openRegularFile(path, nullptr);
+    FILE *file = openRegularFile(path, nullptr, LONG_MAX);
     if (file != nullptr) {
         fclose(file);
     }
@@ -101,7 +102,8 @@ bool isRegularFile(const char *path) {
 
 void *openLibrary(const char *fileName) {
     const PathText beside = ownDirectory().add(fileName);
-    void *library = isRegularFile(beside.get()) ? dlopen(beside.get(), RTLD_NOW | RTLD_LOCAL) : nullptr;
+    const bool there = !beside.isCut() && isRegularFile(beside.get());
+    void *library = there ? dlopen(beside.get(), RTLD_NOW | RTLD_LOCAL) : nullptr;
     return library != nullptr ? library : dlopen(fileName, RTLD_NOW | RTLD_LOCAL);
 }
 
@@ -288,7 +290,7 @@ void fixFfdcFileList(LgkObject *handler) {
 // A file that is there and cannot be read is told of; one that is not there leaves it to the next place.
 bool openToolkit(const char *path) {
     const char *fault = nullptr;
-    FILE *file = openRegularFile(path, &fault);
+    FILE *file = openRegularFile(path, &fault, MAX_PROPERTY_BYTES);
     if (file == nullptr) {
         if (fault != nullptr) {
             printLine("## Cannot read %s: %s\n", path, fault);

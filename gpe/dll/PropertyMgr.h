@@ -117,8 +117,8 @@ private:
     std::unique_ptr<Table> table3;
     std::unique_ptr<ZykLock> lock; // guards `putInternalProp`
     char propFileBuffer[256] = ""; // the path or directory now being handed to Java
-    char nativeDir[256] = "";      // the directory that `forJava` was last asked for, and its answer
-    char javaDir[256] = "";
+    char nativeDir[1024] = "";     // the directory that `forJava` was last asked for, and its answer
+    char javaDir[1024] = "";
 };
 
 // The one object, null until up. Both always hold the same value.

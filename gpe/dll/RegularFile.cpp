@@ -1,6 +1,7 @@
 #include "RegularFile.h"
 
 #include <cerrno>
+#include <climits>
 #include <cstring>
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -8,6 +9,7 @@
 
 namespace {
 
+constexpr char NO_FILE[] = "it is no regular file";
 constexpr mode_t NEW_FILE = 0666; // less the process's own mask
 
 void tell(const char **fault, const char *text) {
@@ -16,14 +18,28 @@ void tell(const char **fault, const char *text) {
     }
 }
 
+// Null where nothing stands under the name. A pipe without a reader refuses to be opened.
+const char *reasonOf(int error) {
+    switch (error) {
+    case ENOENT:
+    case ENOTDIR:
+        return nullptr;
+    case ENXIO:
+        return NO_FILE;
+    default:
+        return strerror(error);
+    }
+}
+
 // Takes over the descriptor, -1 included.
-FILE *regularStream(int file, const char *mode, const char **fault) {
+FILE *regularStream(int file, const char *mode, long limit, const char **fault) {
     struct stat status {};
     if (file < 0 || fstat(file, &status) != 0) {
-        // So is a pipe refused that has no reader.
-        tell(fault, errno == ENOENT ? nullptr : errno == ENXIO ? "it is no regular file" : strerror(errno));
+        tell(fault, reasonOf(errno));
     } else if (!S_ISREG(status.st_mode)) {
-        tell(fault, "it is no regular file");
+        tell(fault, NO_FILE);
+    } else if (status.st_size > limit) {
+        tell(fault, "it is too long");
     } else if (*mode == 'w' && ftruncate(file, 0) != 0) {
         tell(fault, strerror(errno));
     } else if (FILE *stream = fdopen(file, mode)) {
@@ -42,11 +58,11 @@ constexpr int CAREFUL = O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
 
 } // namespace
 
-FILE *openRegularFile(const char *path, const char **fault) {
-    return regularStream(open(path, O_RDONLY | CAREFUL), "r", fault);
+FILE *openRegularFile(const char *path, const char **fault, long limit) {
+    return regularStream(open(path, O_RDONLY | CAREFUL), "r", limit, fault);
 }
 
 // Emptied only when it has turned out to be a file.
 FILE *createRegularFile(const char *path, const char **fault) {
-    return regularStream(open(path, O_WRONLY | O_CREAT | CAREFUL, NEW_FILE), "w", fault);
+    return regularStream(open(path, O_WRONLY | O_CREAT | CAREFUL, NEW_FILE), "w", LONG_MAX, fault);
 }

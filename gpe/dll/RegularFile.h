@@ -5,10 +5,12 @@
 
 #include <cstdio>
 
+constexpr long MAX_CONFIGURATION_BYTES = 1 << 20;
+
 // A stream for reading from the start. Null if there is none to be had: `*fault`, which may be a null
-// pointer, then says why, and is null where nothing stands under the name. Without bound: the caller limits
-// what it reads.
-FILE *openRegularFile(const char *path, const char **fault);
+// pointer, then says why, and is null where nothing stands under the name. A file of more than `limit` bytes
+// is refused; one that still grows is the reader's business.
+FILE *openRegularFile(const char *path, const char **fault, long limit = MAX_CONFIGURATION_BYTES);
 
 // A stream for writing an empty file, which is made if it is missing. Null, with `*fault` as above, if that
 // fails.

@@ -1,7 +1,11 @@
 #include "FileTarget.h"
 
+#include <cerrno>
 #include <filesystem>
 #include <tuple>
+
+#include <fcntl.h>
+#include <unistd.h>
 
 namespace lgkit {
 
@@ -10,11 +14,13 @@ namespace {
 constexpr const char *linePattern = "[%Y-%m-%d %H:%M:%S.%e %z] [%t] %v";
 constexpr std::chrono::seconds retryPause{10};
 
-// A pipe would keep the worker waiting for its other end.
-bool canBeOpened(const std::string &file) {
-    std::error_code error;
-    const std::filesystem::file_status status = std::filesystem::status(file, error);
-    return !std::filesystem::exists(status) || std::filesystem::is_regular_file(status);
+// A pipe that nobody reads would keep the worker waiting. All other faults are left to the opening itself.
+bool isUnreadPipe(const std::string &file) {
+    const int probe = open(file.c_str(), O_WRONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+    if (probe >= 0) {
+        close(probe);
+    }
+    return probe < 0 && errno == ENXIO;
 }
 
 } // namespace
@@ -42,7 +48,7 @@ void FileTarget::open() {
     if (sink_ || fileName_.empty() || std::chrono::steady_clock::now() < nextTry_) {
         return;
     }
-    if (!canBeOpened(fileName_)) {
+    if (isUnreadPipe(fileName_)) {
         giveUpForNow();
         return;
     }

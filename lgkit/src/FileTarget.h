@@ -1,6 +1,6 @@
 // The file behind a file handler: opened with the first record, re-opened elsewhere when the handler's
 // properties name another file, rotated by size. Used by the worker thread only. A file that cannot be opened
-// or written, or is no regular file, loses its records and is tried again after ten seconds.
+// or written, or is a pipe that nobody reads, loses its records and is tried again after ten seconds.
 #pragma once
 
 #include "LgkObject.h"

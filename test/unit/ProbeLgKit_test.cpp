@@ -222,6 +222,10 @@ TEST(Toolkit, WhatIsMissingOrNoFileIsTold) {
         runInChild(installation.child({{"QUALDIR", "mine"}, {"LC_ALL", "C"}, {"NLSPATH", ""}}));
     EXPECT_EQ("## Cannot read " + root + "/runtime/zyk-lgkit.properties: it is no regular file\n", child.out);
     EXPECT_EQ(0, child.status) << child.err;
+    fs::remove(installation.root / "runtime/zyk-lgkit.properties");
+    installation.add("runtime", std::string(1000001, '#'));
+    EXPECT_EQ("## Cannot read " + root + "/runtime/zyk-lgkit.properties: it is too long\n",
+              runInChild(installation.child()).out);
 }
 
 // The first object that is missing ends the opening; what came before stays usable.

@@ -156,7 +156,7 @@ case_unreadable_directory() {
     await_collector
     serves
     chmod 700 "$runtime"
-    expect_console server.out "${started[@]}"
+    expect_console server.out "${started[@]}" "## Cannot read $runtime/zyk-lgkit.properties: Permission denied"
 }
 
 # Files that are there, but not for this user.
@@ -168,7 +168,7 @@ case_unreadable_files() {
     start_station "${options[@]}"
     await_collector
     serves
-    expect_console server.out "${started[@]}"
+    expect_console server.out "${started[@]}" "## Cannot read $runtime/zyk-lgkit.properties: Permission denied"
     local name
     for name in dc.env datacollector datacollector_test; do
         expect_line server.err "## Cannot read $runtime/$name.properties, its settings are not used: "
@@ -228,8 +228,7 @@ case_pipes_for_files() {
     await_collector
     serves
     expect_console server.out "${started[@]}" \
-        "## Cannot read $runtime/zyk-lgkit.properties: it is no regular file" \
-        "WARN: Could not open Toolkit. please check if lgkit property file $HOME_AM/toolkit/etc/zyk-lgkit.properties exists. Trying $HOME_AM/etc/zyk-lgkit.properties "
+        "## Cannot read $runtime/zyk-lgkit.properties: it is no regular file"
     expect_console server.err \
         "## Cannot read $runtime/dc.env.properties, its settings are not used: it is no regular file" \
         "## Cannot read $runtime/datacollector.properties, its settings are not used: it is no regular file"
