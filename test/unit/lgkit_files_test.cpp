@@ -63,9 +63,10 @@ TEST_F(LgkitFiles, unusableTargetCostsItsRecordsOnly) {
     LgkObject *logger = openLogger();
     LgkObject *handler = LgkGetObject(handlerName().c_str(), nullptr);
     writeFile("occupied", "");
+    ASSERT_EQ(0, mkfifo((directory / "unread").c_str(), 0600));
     testing::internal::CaptureStderr();
-    for (const fs::path &target :
-         {directory / "occupied" / "log.txt", directory, fs::path("/dev/full"), fs::path("")}) {
+    for (const fs::path &target : {directory / "occupied" / "log.txt", directory, directory / "unread",
+                                   fs::path("/dev/full"), fs::path("")}) {
         LgkSetObjProp(handler, "fileName", target.c_str());
         LgkLogError(logger, nullptr, 0, 0, "lost", 0);
         LgkLogError(logger, nullptr, 0, 0, "lost too", 0);
@@ -76,12 +77,15 @@ TEST_F(LgkitFiles, unusableTargetCostsItsRecordsOnly) {
     EXPECT_EQ("", testing::internal::GetCapturedStderr());
 }
 
-// A pipe nobody reads stands for a disk that hangs: the worker sticks in it, the callers must not.
+// A pipe that is open but not read stands for a disk that hangs: the worker sticks in it, the callers must
+// not.
 TEST_F(LgkitFiles, stuckDiskNeverHoldsACallerAndLossIsTold) {
     LgkObject *logger = openLogger();
     LgkObject *handler = LgkGetObject(handlerName().c_str(), nullptr);
     const fs::path pipe = directory / "pipe";
     ASSERT_EQ(0, mkfifo(pipe.c_str(), 0600));
+    const int reader = ::open(pipe.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    ASSERT_GE(reader, 0);
     LgkSetObjProp(handler, "fileName", pipe.c_str());
     constexpr int records = 100000;
     std::chrono::nanoseconds slowest{0};
@@ -93,8 +97,6 @@ TEST_F(LgkitFiles, stuckDiskNeverHoldsACallerAndLossIsTold) {
     EXPECT_LT(slowest, std::chrono::seconds(2));
 
     std::string seen;
-    const int reader = ::open(pipe.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
-    ASSERT_GE(reader, 0);
     EXPECT_TRUE(waitUntil([&] {
         char block[65536];
         for (ssize_t got; (got = read(reader, block, sizeof(block))) > 0;) {
