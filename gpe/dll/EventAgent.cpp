@@ -47,7 +47,7 @@ EventAgent::EventAgent(int agentId)
       sleepTime(configuredSleepTime()), psDownQueueLimit(queueLimit),
       psDownIterationLimit(OUTAGE_GRACE_MS / sleepTime),
       noSleep(isTrue(stringProperty("eventagent.no.sleep", "false"))),
-      popSize(std::max(intProperty("ea.popevent.size", 1), 1)) {
+      popSize(std::max(intProperty("ea.popevent.size", 1), 1)), exactDrops(dropsAreExact()) {
     traceInfo("EAID: %d PacketSize: %ld PopSize: %d QueueLimit: %ld Sleep: %ld ", id,
               static_cast<long>(packetSizeKB), popSize, static_cast<long>(queueLimit),
               static_cast<long>(sleepTime));
@@ -182,14 +182,16 @@ bool EventAgent::canSend() {
 void EventAgent::sendPass() {
     constexpr char SIGNATURE[] = "EventAgent::startThread( JNIEnv *env )";
     resendIfPending();
+    tellLosses();
     const int32_t size = prepare2send();
     if (size < 1) {
         sleep(int64_t{sleepTime} * 2);
         return;
     }
-    if (networkAgentMgr->send(this, packetBuffer.get(), size)) {
+    if (networkAgentMgr->send(this, packetBuffer.get(), size, inPacket)) {
         AM_TRACE(eaTracer, LGK_DEBUG_MID, SIGNATURE, "Buffer size sent to PS: %d", size);
     } else {
+        lossAccount.enter(inPacket);
         messageWarn(1041, "Failed to send data, NAMgr send was unsuccessful");
     }
     if (!noSleep) {
@@ -228,9 +230,12 @@ void EventAgent::checkMemory() {
 // What stands in the queues takes the place of what was there in the last pass and was reported since: the
 // memory monitor's account is right again, whatever has left the queues on whichever way.
 void EventAgent::computeMemoryTaken() {
+    if (!round.take(threadList)) {
+        return;
+    }
     uint32_t sum = 0;
     int64_t reported = 0;
-    for (ThreadData *thr : takeRound()) {
+    for (ThreadData *thr : round) {
         reported += thr->takeReported(); // first: what comes in between counts twice rather than never
         sum += thr->bytesQueued();
     }
@@ -253,8 +258,7 @@ bool EventAgent::manageThreadData(ThreadData *thr) {
         return false;
     }
     thr->listed = true;
-    threadList.append(thr);
-    if (isAlive()) {
+    if (threadList.append(thr) && isAlive()) {
         return true;
     }
     threadList.remove(thr);
@@ -262,27 +266,16 @@ bool EventAgent::manageThreadData(ThreadData *thr) {
     return false;
 }
 
-// Application threads append meanwhile, and a walk may take long: it goes over a copy.
-const std::vector<ThreadData *> &EventAgent::takeRound() {
-    round.clear();
-    threadList.forEachSnapshot([this](ThreadData *thr) { round.push_back(thr); });
-    return round;
-}
-
 // The environment may have its thread listed by another agent, if this Java thread has worked for the
 // application or was seen at its start. Two readers of one queue must not be.
 bool EventAgent::listSpecialThread() {
     ThreadMgr *threads = threadMgr;
     ThreadData *special = threads != nullptr ? threads->createSpecialEventQueue(env) : nullptr;
-    specialThreadData = special;
-    if (special == nullptr) {
-        return false;
+    if (special != nullptr && !special->listed) {
+        special->listed = threadList.prepend(special);
     }
-    if (!special->listed) {
-        special->listed = true;
-        threadList.prepend(special);
-    }
-    return true;
+    specialThreadData = special != nullptr && special->listed ? special : nullptr;
+    return specialThreadData != nullptr;
 }
 
 void EventAgent::deleteThread(ThreadData *thr) {
@@ -300,7 +293,7 @@ void EventAgent::releaseThreads() {
     ThreadMgr *threads = threadMgr;
     if (threads != nullptr) {
         const ZykLockGuard guard(threads->destructionLock());
-        for (ThreadData *thr : takeRound()) {
+        while (ThreadData *thr = threadList.removeFirst()) {
             if (thr->acceptsEvents()) {
                 thr->listed = false;
                 noteGrowth(-thr->takeReported());
@@ -308,7 +301,6 @@ void EventAgent::releaseThreads() {
                 deleteThread(thr);
             }
         }
-        threadList.clear();
     }
     noteGrowth(-int64_t{memoryTaken});
     memoryTaken = 0;
@@ -323,7 +315,11 @@ int32_t EventAgent::getNumberOfEvents() {
     }
     int32_t sum = 0;
     const ZykLockGuard guard(threads->destructionLock());
-    threadList.forEachSnapshot([&sum](const ThreadData *thr) { sum += thr->queueSize(); });
+    ThreadRound all;
+    all.take(threadList);
+    for (const ThreadData *thr : all) {
+        sum += thr->queueSize();
+    }
     return sum;
 }
 
@@ -362,7 +358,7 @@ bool EventAgent::resendInitialData() {
         return false;
     }
     while (Event *evt = special->eventQueue->removeFirst()) {
-        consume(*special, evt); // it was meant for the old connection
+        lose(*special, evt); // it was meant for the old connection
     }
     ProtocolVisitor::clearCommonNameCache();
     callSendAllClassEvents();

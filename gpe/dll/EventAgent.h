@@ -5,9 +5,11 @@
 // Server is away, the oldest events go; an event larger than a packet goes with an error line.
 #pragma once
 
+#include "LossAccount.h"
 #include "NamedObject.h"
 #include "NetworkAgentMgr.h"
 #include "Relaxed.h"
+#include "ThreadRound.h"
 #include "ZykList.h"
 #include "ZykLock.h"
 
@@ -15,7 +17,6 @@
 #include <cstdint>
 #include <jni.h>
 #include <memory>
-#include <vector>
 
 class Event;
 class ProtocolVisitor;
@@ -57,10 +58,6 @@ public:
     void prepareLocks();
 
 private:
-    struct DropCounters {
-        int32_t methodStarts, methodEnds, sqlStarts, sqlEnds, otherStarts, otherEnds;
-    };
-
     // The loop.
     void enterLoop(JNIEnv *threadEnv);
     void runPass();
@@ -75,7 +72,6 @@ private:
     void wakeUp();
 
     // The list.
-    const std::vector<ThreadData *> &takeRound();
     bool listSpecialThread();
     void deleteThread(ThreadData *thr);
     void releaseThreads();
@@ -93,19 +89,21 @@ private:
     int32_t processQueueAux(ZykList<Event *> &queue, ProtocolVisitor &visitor);
     bool addEventToBuffer(Event &evt, ProtocolVisitor &visitor);
     void consume(ThreadData &thr, Event *evt);
+    void lose(ThreadData &thr, Event *evt);
 
     // Dropping.
     int32_t dropRecordsFromQueue(ThreadData *thrData, bool addDropRec, ProtocolVisitor *visitor);
     int32_t dropOldest(ThreadData &thrData, int32_t lookAt, bool countDrops);
-    bool anyCounted() const;
     void addDroppedEvent(ThreadData &thrData, ProtocolVisitor &visitor);
     void updateDropRecordCounters(const Event &evt);
+    void tellLosses();
     int32_t keptWithoutPS() const;
     void dropRecordsOnPSDown();
+    int32_t deleteDeadThread(ThreadData *thr);
     void reportDropsOnPSDown(int32_t total) const;
 
     ZykList<ThreadData *> threadList{true}; // others append; only the agent takes out
-    std::vector<ThreadData *> round;        // the list as of the start of a walk
+    ThreadRound round;                      // the list as of the start of a walk
     const int32_t id;
     std::atomic<bool> entered{false}; // a thread is inside `startThread`
     std::atomic<bool> keepRunning{false};
@@ -124,7 +122,9 @@ private:
     const bool noSleep;
     ThreadData *currentThread = nullptr; // where the round continues
     const int32_t popSize;
-    DropCounters drops{};
+    const bool exactDrops; // losses of any kind are told
+    DropFigures drops;     // of the present dropping pass
+    DropFigures inPacket;  // what is lost with the present packet
     Relaxed<bool> resendInitialDataPending{false};
     Relaxed<uint32_t> memoryTaken{0};
     bool woken = false; // guarded by `sleepLock`: the next sleep, or the present one, is cut short

@@ -8,6 +8,8 @@
 #include "ThreadData.h"
 
 #include <algorithm>
+#include <memory>
+#include <new>
 
 namespace {
 
@@ -33,7 +35,7 @@ int32_t EventAgent::dropRecordsFromQueue(ThreadData *thrData, bool addDropRec, P
     const int32_t dropped =
         dropOldest(*thrData, length - (addDropRec ? queueLimit : keptWithoutPS()), addDropRec);
     thrData->eventQueue->prependAll(&tempList);
-    if (addDropRec && visitor != nullptr && anyCounted()) {
+    if (addDropRec && visitor != nullptr && drops.sum() > 0) {
         addDroppedEvent(*thrData, *visitor);
     }
     return dropped;
@@ -47,61 +49,65 @@ int32_t EventAgent::dropOldest(ThreadData &thrData, int32_t lookAt, bool countDr
             break;
         }
         if (isProtectedType(*evt)) {
-            tempList.append(evt);
+            if (!tempList.append(evt)) {
+                lose(thrData, evt);
+            }
             continue;
         }
         if (countDrops) {
             updateDropRecordCounters(*evt);
+            consume(thrData, evt);
+        } else {
+            lose(thrData, evt);
         }
-        consume(thrData, evt);
         ++dropped;
     }
     return dropped;
 }
 
 void EventAgent::updateDropRecordCounters(const Event &evt) {
-    if (evt.subType != Event::SUB_START && evt.subType != Event::SUB_END) {
-        return;
+    if (exactDrops) {
+        drops.countLoss(evt);
+    } else {
+        drops.count(evt);
     }
-    const bool start = evt.subType == Event::SUB_START;
-    switch (evt.type) {
-    case Event::TYPE_METHOD:
-        ++(start ? drops.methodStarts : drops.methodEnds);
-        break;
-    case Event::TYPE_SQL:
-        ++(start ? drops.sqlStarts : drops.sqlEnds);
-        break;
-    default:
-        ++(start ? drops.otherStarts : drops.otherEnds);
-        break;
-    }
-}
-
-bool EventAgent::anyCounted() const {
-    return drops.methodStarts + drops.methodEnds + drops.sqlStarts + drops.sqlEnds + drops.otherStarts +
-               drops.otherEnds >
-           0;
 }
 
 // If the packet has no room for it, it opens the next one: at the head of the queue, and not yet charged.
 void EventAgent::addDroppedEvent(ThreadData &thrData, ProtocolVisitor &visitor) {
-    DroppedEvent *evt = new DroppedEvent(Event::SUB_ALONE);
+    std::unique_ptr<DroppedEvent> evt(new (std::nothrow) DroppedEvent(Event::SUB_ALONE));
+    if (evt == nullptr) {
+        lossAccount.enter(drops);
+        return;
+    }
     evt->threadId = thrData.threadId;
-    evt->otherStarts = drops.otherStarts;
-    evt->otherEnds = drops.otherEnds;
-    evt->methodStarts = drops.methodStarts;
-    evt->methodEnds = drops.methodEnds;
-    evt->sqlStarts = drops.sqlStarts;
-    evt->sqlEnds = drops.sqlEnds;
+    drops.fill(*evt);
     char *mark = visitor.getCursor();
     evt->addToBuffer(&visitor);
     if (!visitor.hasOverflowed()) {
-        delete evt;
+        inPacket.add(drops);
         return;
     }
     visitor.setCursor(mark);
-    thrData.takeBackConsumed(*evt);
-    thrData.eventQueue->prepend(evt);
+    if (!thrData.eventQueue->prepend(evt.get())) {
+        lossAccount.enter(drops);
+        return;
+    }
+    thrData.takeBackConsumed(*evt.release());
+}
+
+// On the special queue: what the account holds was lost on the way, from whichever thread it came.
+void EventAgent::tellLosses() {
+    ThreadData *special = specialThreadData;
+    if (!exactDrops || special == nullptr || lossAccount.isEmpty()) {
+        return;
+    }
+    DroppedEvent *evt = new (std::nothrow) DroppedEvent(Event::SUB_ALONE);
+    if (evt != nullptr) {
+        evt->threadId = special->threadId;
+        lossAccount.take().fill(*evt);
+        special->appendEvent(evt);
+    }
 }
 
 // In turbo mode application threads wait until memory is low again: with nobody to send to, only dropping
@@ -118,25 +124,27 @@ void EventAgent::dropRecordsOnPSDown() {
         psDownQueueLimit = LONG_OUTAGE_QUEUE_LIMIT;
     }
     int32_t total = 0;
-    std::vector<ThreadData *> dead;
-    for (ThreadData *thr : takeRound()) {
+    round.take(threadList);
+    for (ThreadData *thr : round) {
         if (!thr->acceptsEvents()) {
-            dead.push_back(thr);
+            total += deleteDeadThread(thr);
         } else if (thr->queueSize() > keptWithoutPS()) {
             total += dropRecordsFromQueue(thr, false, nullptr);
         }
     }
-    for (ThreadData *thr : dead) {
-        const int32_t queued = thr->queueSize();
-        const uint32_t threadId = thr->threadId;
-        total += queued;
-        deleteThread(thr);
-        if (psDownIterations <= REPORTED_ITERATIONS) {
-            AM_TRACE(eaTracer, LGK_DEBUG_MID, "EventAgent::dropRecordsOnPSDown()",
-                     "Deleted %d (all) events in dead thread TID: %d", queued, threadId);
-        }
-    }
     reportDropsOnPSDown(total);
+}
+
+// Gives the number of events that went with it.
+int32_t EventAgent::deleteDeadThread(ThreadData *thr) {
+    const int32_t queued = thr->queueSize();
+    const uint32_t threadId = thr->threadId;
+    deleteThread(thr);
+    if (psDownIterations <= REPORTED_ITERATIONS) {
+        AM_TRACE(eaTracer, LGK_DEBUG_MID, "EventAgent::dropRecordsOnPSDown()",
+                 "Deleted %d (all) events in dead thread TID: %d", queued, threadId);
+    }
+    return queued;
 }
 
 void EventAgent::reportDropsOnPSDown(int32_t total) const {

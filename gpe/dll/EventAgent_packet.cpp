@@ -20,6 +20,7 @@ int32_t EventAgent::prepare2send() {
     char *buffer = packetBuffer.get();
     char *records = buffer + HEADER_SIZE;
     ProtocolVisitor visitor(records, records, buffer + int64_t{packetSizeKB} * 1024 - RESERVE, env);
+    inPacket = {};
     const int32_t recordCount = walkRound(visitor);
     if (recordCount == 0) {
         return 0;
@@ -32,29 +33,27 @@ int32_t EventAgent::prepare2send() {
 // A full packet leaves `currentThread` where it is, so that the next one goes on with the same thread. A dead
 // thread gets no more events: found dead and then empty, it is done with.
 int32_t EventAgent::walkRound(ProtocolVisitor &visitor) {
-    takeRound();
+    round.take(threadList);
     if (round.empty()) {
         return 0;
     }
-    const auto found = std::find(round.begin(), round.end(), currentThread);
-    const size_t first = found != round.end() ? static_cast<size_t>(found - round.begin()) : 0;
-    size_t at = first;
+    ThreadData **const found = std::find(round.begin(), round.end(), currentThread);
+    ThreadData **const first = found != round.end() ? found : round.begin();
+    ThreadData **at = first;
     int32_t recordCount = 0;
-    std::vector<ThreadData *> dead;
     do {
-        currentThread = round[at];
+        currentThread = *at;
         recordCount += processThread(visitor);
         if (visitor.hasOverflowed()) {
             break;
         }
-        if (!currentThread->acceptsEvents() && currentThread->queueSize() == 0) {
-            dead.push_back(currentThread);
-        }
-        at = (at + 1) % round.size();
-        currentThread = round[at];
+        at = at + 1 != round.end() ? at + 1 : round.begin();
+        currentThread = *at;
     } while (at != first);
-    for (ThreadData *thr : dead) {
-        deleteThread(thr);
+    for (ThreadData *thr : round) {
+        if (!thr->acceptsEvents() && thr->queueSize() == 0) {
+            deleteThread(thr);
+        }
     }
     return recordCount;
 }
@@ -72,6 +71,9 @@ int32_t EventAgent::processThread(ProtocolVisitor &visitor) {
     if (refused > 0) {
         dropped += refused;
         thr.droppedAtAppend = 0;
+    }
+    if (exactDrops) {
+        lossAccount.enter(thr.takeRefused());
     }
     if (dropped > 0) {
         messageInfo(1044, "Events dropped %d for thread %s as they exceeded event queue limit of %d", dropped,
@@ -103,14 +105,22 @@ int32_t EventAgent::processQueue(ZykList<Event *> &queue, ProtocolVisitor &visit
 int32_t EventAgent::processQueueAux(ZykList<Event *> &queue, ProtocolVisitor &visitor) {
     int32_t count = 0;
     while (Event *evt = queue.removeFirst()) {
-        count += addEventToBuffer(*evt, visitor) ? 1 : 0;
+        const bool added = addEventToBuffer(*evt, visitor);
         if (visitor.hasOverflowed()) {
-            queue.prepend(evt);
+            if (!queue.prepend(evt)) {
+                lose(*currentThread, evt);
+            }
             AM_TRACE(eaTracer, LGK_DEBUG_MAX, "EventAgent::processQueueAux( queue, visitor )",
                      "overflow exit with %d", count);
             return count;
         }
-        consume(*currentThread, evt);
+        if (added) {
+            ++count;
+            inPacket.countLoss(*evt);
+            consume(*currentThread, evt);
+        } else {
+            lose(*currentThread, evt);
+        }
     }
     return count;
 }
@@ -136,4 +146,10 @@ bool EventAgent::addEventToBuffer(Event &evt, ProtocolVisitor &visitor) {
 void EventAgent::consume(ThreadData &thr, Event *evt) {
     thr.addToConsumed(*evt);
     delete evt;
+}
+
+// It is destroyed unsent.
+void EventAgent::lose(ThreadData &thr, Event *evt) {
+    lossAccount.enter(*evt);
+    consume(thr, evt);
 }

@@ -8,7 +8,8 @@
 #include "platform.h"
 
 #include <algorithm>
-#include <mutex>
+#include <new>
+#include <pthread.h>
 
 Relaxed<EvtAgentMgr *> evtAgentMgr(nullptr);
 Relaxed<EvtAgentMgr *> evtAgentMgrInstance(nullptr);
@@ -18,16 +19,26 @@ namespace {
 constexpr int64_t STOP_POLL_MS = 1000;
 constexpr int CALLS_POLL_MS = 5;
 
+pthread_mutex_t birthLock = PTHREAD_MUTEX_INITIALIZER; // several natives may come first at once
+
+// What `use` gives of the singleton; 0 without one.
+template <typename Use>
+auto withManager(Use use) {
+    EvtAgentMgr *manager = EvtAgentMgr::create();
+    return manager != nullptr ? use(*manager) : 0;
+}
+
 } // namespace
 
 EvtAgentMgr *EvtAgentMgr::create() {
-    static std::mutex birthLock; // several natives may come first at once
-    const std::lock_guard<std::mutex> guard(birthLock);
+    pthread_mutex_lock(&birthLock);
     if (evtAgentMgr == nullptr) {
-        evtAgentMgr = new EvtAgentMgr();
+        evtAgentMgr = new (std::nothrow) EvtAgentMgr();
         evtAgentMgrInstance = evtAgentMgr.get();
     }
-    return evtAgentMgr;
+    EvtAgentMgr *manager = evtAgentMgr;
+    pthread_mutex_unlock(&birthLock);
+    return manager;
 }
 
 EvtAgentMgr::EvtAgentMgr()
@@ -46,7 +57,10 @@ EvtAgentMgr::~EvtAgentMgr() {
 
 void EvtAgentMgr::start() {
     AM_TRACE_SCOPE(eaTracer, LGK_DEBUG_MIN, "EvtAgentMgr::start()");
-    createData();
+    if (!createData()) {
+        traceError("No memory for event agents, none is started");
+        return;
+    }
     gate.open();
     MemoryMonitor::setEventPool(this);
     ThreadMgr::setThreadTaker(this);
@@ -57,13 +71,22 @@ void EvtAgentMgr::start() {
     messageInfo(1046, "EvtAgentManager started...");
 }
 
-void EvtAgentMgr::createData() {
-    for (int32_t id = 0; id < poolSize; ++id) {
-        agents.push_back(std::make_unique<EventAgent>(id));
-        agents.back()->prepareLocks();
+bool EvtAgentMgr::createData() {
+    agents.reset(new (std::nothrow) std::unique_ptr<EventAgent>[static_cast<size_t>(poolSize)]);
+    for (int32_t id = 0; agents != nullptr && id < poolSize; ++id) {
+        agents[id].reset(new (std::nothrow) EventAgent(id));
+        if (agents[id] == nullptr) {
+            break;
+        }
+        agents[id]->prepareLocks();
+        agentCount = id + 1;
     }
-    leaderAgent = agents.front().get();
+    if (agentCount == 0) {
+        return false;
+    }
+    leaderAgent = agents[0].get();
     const ZykLockGuard guard(roundRobinLock); // makes its monitor before threads race for it
+    return true;
 }
 
 void EvtAgentMgr::stop() {
@@ -83,11 +106,11 @@ void EvtAgentMgr::stop() {
 // A thread may have been let in before the gate closed and start its agent only after it was told to stop: it
 // is told again.
 void EvtAgentMgr::stopAgents() {
-    for (const auto &agent : agents) {
-        agent->requestStop(); // all at once, so that one's end is not waited for before the next one's begins
+    for (int32_t id = 0; id < agentCount; ++id) {
+        agents[id]->requestStop(); // all at once, so that no end waits for the one before it
     }
-    for (const auto &agent : agents) {
-        agent->stopThread();
+    for (int32_t id = 0; id < agentCount; ++id) {
+        agents[id]->stopThread();
     }
     for (;;) {
         const int32_t living = firstAlive();
@@ -95,7 +118,7 @@ void EvtAgentMgr::stopAgents() {
             AM_TRACE(eaTracer, LGK_DEBUG_MID, "EvtAgentMgr::stop()",
                      "EventAgent ID: %d was alive, waiting for 1 secs", living);
             waitOnLocalLock(STOP_POLL_MS);
-            agents[static_cast<size_t>(living)]->stopThread();
+            agents[living]->stopThread();
         } else if (!gate.isEmpty()) {
             thread_sleep(CALLS_POLL_MS);
         } else {
@@ -105,15 +128,15 @@ void EvtAgentMgr::stopAgents() {
 }
 
 void EvtAgentMgr::deleteData() {
-    for (auto &agent : agents) {
-        if (agent->isAlive()) {
+    for (int32_t id = 0; id < agentCount; ++id) {
+        if (agents[id]->isAlive()) {
             AM_TRACE(eaTracer, LGK_DEBUG_MIN, "EvtAgentMgr::deleteData()",
-                     "EventAgent ID: %d still alive after 10 sec wait therefore not deleting",
-                     agent->getId());
-            static_cast<void>(agent.release());
+                     "EventAgent ID: %d still alive after 10 sec wait therefore not deleting", id);
+            static_cast<void>(agents[id].release());
         }
     }
-    agents.clear();
+    agents.reset();
+    agentCount = 0;
     roundRobinIndex = 0;
     leaderAlive = false;
     leaderResent = true;
@@ -132,8 +155,9 @@ void EvtAgentMgr::startEvtAgent(JNIEnv *env, int id) {
     constexpr char SIGNATURE[] = "EvtAgentMgr::startEvtAgent( JNIEnv *env, int id )";
     AM_TRACE_SCOPE(eaTracer, LGK_DEBUG_MIN, SIGNATURE);
     const CallGate::Pass pass(gate);
-    if (isValid(id, SIGNATURE, "Trying to start event agent with improper ID: %d [0-%d]") && pass) {
-        agents[static_cast<size_t>(id)]->startThread(env);
+    if (isValid(id, SIGNATURE, "Trying to start event agent with improper ID: %d [0-%d]") && pass &&
+        id < agentCount) {
+        agents[id]->startThread(env);
     }
 }
 
@@ -141,8 +165,9 @@ void EvtAgentMgr::stopEvtAgent(int id) {
     constexpr char SIGNATURE[] = "EvtAgentMgr::stopEvtAgent( int id )";
     AM_TRACE_SCOPE(eaTracer, LGK_DEBUG_MIN, SIGNATURE);
     const CallGate::Pass pass(gate);
-    if (isValid(id, SIGNATURE, "Trying to stop event agent with improper ID: %d [0-%d]") && pass) {
-        agents[static_cast<size_t>(id)]->stopThread();
+    if (isValid(id, SIGNATURE, "Trying to stop event agent with improper ID: %d [0-%d]") && pass &&
+        id < agentCount) {
+        agents[id]->stopThread();
     }
 }
 
@@ -153,7 +178,7 @@ bool EvtAgentMgr::manageThreadData(ThreadData *thr) {
     if (thr == nullptr || !pass || !leaderAlive) {
         return false;
     }
-    return agents[static_cast<size_t>(getRoundRobinIndex())]->manageThreadData(thr);
+    return agents[getRoundRobinIndex()]->manageThreadData(thr);
 }
 
 int32_t EvtAgentMgr::getRoundRobinIndex() {
@@ -170,8 +195,7 @@ int32_t EvtAgentMgr::getRoundRobinIndex() {
 }
 
 bool EvtAgentMgr::isAliveAt(int32_t index) const {
-    return index >= 0 && static_cast<size_t>(index) < agents.size() &&
-           agents[static_cast<size_t>(index)]->isAlive();
+    return index >= 0 && index < agentCount && agents[index]->isAlive();
 }
 
 int32_t EvtAgentMgr::firstAlive() const {
@@ -192,9 +216,9 @@ void EvtAgentMgr::notifySocketStatus() {
         return;
     }
     leaderResent = false;
-    for (const auto &agent : agents) {
-        if (poolSize == 1 || agent->isAlive()) {
-            agent->notifyPSReconnect(isLeader(agent.get()));
+    for (int32_t id = 0; id < agentCount; ++id) {
+        if (poolSize == 1 || agents[id]->isAlive()) {
+            agents[id]->notifyPSReconnect(isLeader(agents[id].get()));
         }
     }
 }
@@ -217,12 +241,10 @@ void EvtAgentMgr::checkForMemory(EventAgent *agent) {
     const bool stats = logStatistics && statsTimer.expired();
     const uint32_t memory = sumMemoryTaken();
     int32_t total = 0;
-    for (const auto &each : agents) {
-        if (stats) {
-            const int32_t events = each->getNumberOfEvents();
-            logAgent(*each, events);
-            total += events;
-        }
+    for (int32_t id = 0; stats && id < agentCount; ++id) {
+        const int32_t events = agents[id]->getNumberOfEvents();
+        logAgent(*agents[id], events);
+        total += events;
     }
     // The other agents' sums are up to one pass old: the account has what their threads have queued since.
     monitor->checkAccount();
@@ -246,8 +268,8 @@ void EvtAgentMgr::logAgent(EventAgent &agent, int32_t events) const {
 // For callers inside the gate.
 uint32_t EvtAgentMgr::sumMemoryTaken() {
     uint32_t sum = 0;
-    for (const auto &agent : agents) {
-        sum += agent->getMemoryTaken();
+    for (int32_t id = 0; id < agentCount; ++id) {
+        sum += agents[id]->getMemoryTaken();
     }
     return sum;
 }
@@ -272,7 +294,7 @@ int32_t EvtAgentMgr::getTotalDataSize() {
 int32_t EvtAgentMgr::getNumberOfEvents() {
     const CallGate::Pass pass(gate);
     int32_t sum = 0;
-    for (size_t i = 0; pass && i < agents.size(); ++i) {
+    for (int32_t i = 0; pass && i < agentCount; ++i) {
         sum += agents[i]->getNumberOfEvents();
     }
     return sum;
@@ -280,26 +302,26 @@ int32_t EvtAgentMgr::getNumberOfEvents() {
 
 void EvtAgentMgr::reduceMemory() {
     const CallGate::Pass pass(gate);
-    for (size_t i = 0; pass && i < agents.size(); ++i) {
+    for (int32_t i = 0; pass && i < agentCount; ++i) {
         agents[i]->reduceMemoryUsed();
     }
 }
 
 ThreadData *EvtAgentMgr::getSpecialThreadData() {
     const CallGate::Pass pass(gate);
-    return pass ? agents.front()->getSpecialThreadData() : nullptr;
+    return pass ? agents[0]->getSpecialThreadData() : nullptr;
 }
 
 // ---------------------------------------------------------------- the pool for the memory monitor
 
 int32_t EvtAgentMgr::getSleepTime() {
     const CallGate::Pass pass(gate);
-    return pass ? agents.front()->getSleepTime() : 0;
+    return pass ? agents[0]->getSleepTime() : 0;
 }
 
 bool EvtAgentMgr::setSleepTime(long time) {
     const CallGate::Pass pass(gate);
-    for (size_t i = 0; pass && i < agents.size(); ++i) {
+    for (int32_t i = 0; pass && i < agentCount; ++i) {
         agents[i]->setSleepTime(static_cast<int32_t>(time));
     }
     return true;
@@ -317,32 +339,33 @@ extern "C" {
 
 // The size of the pool, at least 1: that many threads are to be started.
 JNIEXPORT jint JNICALL EVENT_AGENT(getAgentCountNative)(JNIEnv *, jclass) {
-    return EvtAgentMgr::create()->getPoolSize();
+    return withManager([](EvtAgentMgr &manager) { return manager.getPoolSize(); });
 }
 
 // The life of one agent, on the calling thread; returns when it was stopped, at once for a bad id.
 JNIEXPORT void JNICALL EVENT_AGENT(startThreadNative)(JNIEnv *env, jclass, jint id) {
-    EvtAgentMgr::create()->startEvtAgent(env, id);
+    withManager([env, id](EvtAgentMgr &manager) { return manager.startEvtAgent(env, id), 0; });
 }
 
 // Waits for the end of one agent; returns at once for a bad id.
 JNIEXPORT void JNICALL EVENT_AGENT(stopThreadNative)(JNIEnv *, jclass, jint id) {
-    EvtAgentMgr::create()->stopEvtAgent(id);
+    withManager([id](EvtAgentMgr &manager) { return manager.stopEvtAgent(id), 0; });
 }
 
 // Events queued in all threads; 0 while stopped.
 JNIEXPORT jint JNICALL EVENT_AGENT(getNumberOfEventsNative)(JNIEnv *, jclass) {
-    return EvtAgentMgr::create()->getNumberOfEvents();
+    return withManager([](EvtAgentMgr &manager) { return manager.getNumberOfEvents(); });
 }
 
 // Bytes that the collector holds by its own estimate; 0 before the memory monitor is up.
 JNIEXPORT jint JNICALL EVENT_AGENT(getTotalBytesConsumedNative)(JNIEnv *, jclass) {
-    return static_cast<jint>(EvtAgentMgr::create()->getTotalBytesConsumed());
+    return withManager(
+        [](EvtAgentMgr &manager) { return static_cast<jint>(manager.getTotalBytesConsumed()); });
 }
 
 // Frees nothing: memory comes back only as queues are sent.
 JNIEXPORT void JNICALL Java_com_qel_morvex_norak_dc_eventagent_reduceMemoryUsedNative(JNIEnv *, jclass) {
-    EvtAgentMgr::create()->reduceMemory();
+    withManager([](EvtAgentMgr &manager) { return manager.reduceMemory(), 0; });
 }
 
 } // extern "C"

@@ -17,18 +17,18 @@
 #include <cstdint>
 #include <jni.h>
 #include <memory>
-#include <vector>
 
 class EvtAgentMgr : public virtual NamedObject,
                     public NetworkAgentMgrConnInitListener,
                     public ThreadTaker,
                     public AgentPool {
 public:
-    // The singleton; made on first use, by one thread.
+    // The singleton; made on first use, by one thread. Null when memory is out.
     static EvtAgentMgr *create();
     EvtAgentMgr();
     ~EvtAgentMgr() override;
 
+    // Without memory for the agents it stays closed.
     void start();
     // Returns when no agent runs any more and all of them are gone.
     void stop();
@@ -67,7 +67,9 @@ public:
     bool setThreadPriority(JNIEnv *env, int prio) override;
 
 private:
-    void createData();
+    using Agents = std::unique_ptr<std::unique_ptr<EventAgent>[]>;
+
+    bool createData();
     void stopAgents();
     void deleteData();
     bool isValid(int id, const char *signature, const char *badIdText) const;
@@ -78,8 +80,8 @@ private:
 
     CallGate gate; // open from start to stop
     const int32_t poolSize;
-    std::vector<std::unique_ptr<EventAgent>>
-        agents;                  // `poolSize` long while the gate is open or a call inside
+    Agents agents;               // there while the gate is open or a call inside
+    int32_t agentCount = 0;      // of `agents`: `poolSize`, or as many as memory allowed
     int32_t roundRobinIndex = 0; // guarded by `roundRobinLock`
     Relaxed<bool> leaderAlive{false};
     ZykLock roundRobinLock;

@@ -20,7 +20,7 @@ bool isTrue(const char *key) {
 
 } // namespace
 
-NetworkAgent::NetworkAgent(int id) : NamedObject("NetworkAgent"), id_(id) {
+NetworkAgent::NetworkAgent(int id) : NamedObject("NetworkAgent"), id_(id), exactDrops_(dropsAreExact()) {
     readProperties();
     traceInfo(
         "NAID(%d): bufferLimit_: %d NagleOff: %d SleepTime: %ld BufferLimit: %d PopSize: %d ResetCntrs: %ld",
@@ -66,7 +66,7 @@ void NetworkAgent::readResetTime() {
     }
 }
 
-bool NetworkAgent::sendData(const char *data, const int size) {
+bool NetworkAgent::sendData(const char *data, const int size, const DropFigures &figures) {
     AM_TRACE_SCOPE(naTracer, LGK_DEBUG_MAX, "NetworkAgent::sendData( const char* data, const int size )");
     if (!alive_ || !started_ || !connected_) {
         messageWarn(1056, "NetworkAgent Thread is not started/alive/ready, rejecting send data");
@@ -88,6 +88,7 @@ bool NetworkAgent::sendData(const char *data, const int size) {
     if (buffer == nullptr) {
         return false;
     }
+    buffer->figures = figures;
     // Counted before it can be seen: the thread may send and settle it at once, and a settling that comes
     // ahead of the count would leave the account too high for good.
     addQueuedBytes(size);
@@ -118,6 +119,7 @@ void NetworkAgent::settle() {
 
 void NetworkAgent::flushDataQueue() {
     while (NetworkAgentData *buffer = dataQueue_.removeFirst()) {
+        lossAccount.enter(buffer->figures);
         delete buffer;
     }
     const ZykLockGuard guard(statsLock_);

@@ -1,13 +1,15 @@
 // One TCP connection to the Publish Server and the queue of packets for it. The thread inside
 // `runTCPagent` owns the socket: it connects, opens the stream, drains the queue at a pace that follows its
 // fill level, and goes on trying while the server is away. Any thread may call `sendData`, `stopThread` and
-// the readers. At its limit the queue refuses; on a lost connection everything queued is dropped.
+// the readers. At its limit the queue refuses; on a lost connection everything queued is dropped, or kept for
+// the next one where losses are told to the event.
 #pragma once
 
 #include "HostLookup.h"
 #include "NamedObject.h"
 #include "NetworkAgentData.h"
 #include "Relaxed.h"
+#include "SentPackets.h"
 #include "ZykList.h"
 #include "ZykLock.h"
 
@@ -42,10 +44,12 @@ public:
     void setSleepTime(int32_t ms);
 
     // Queues a copy of the bytes; false if the agent is not connected or its queue is full. Null `data` and a
-    // negative size count as done.
-    bool sendData(const char *data, const int size);
+    // negative size count as done. `figures` tells what is lost with them: from here on the agent's to
+    // account for, if they were queued.
+    bool sendData(const char *data, const int size, const DropFigures &figures = {});
 
-    // Destroys what is queued. For the agent's thread, and for its owner once that thread has left.
+    // Enters in the account of losses, and destroys, what is queued. For the agent's thread, and for its
+    // owner once that thread has left.
     void flushDataQueue();
 
     // Steps of the agent's thread.
@@ -100,14 +104,23 @@ private:
     // Sending.
     long sendNext();
     long sendFirst();
+    long sendOneByOne();
     long sendBatch();
     long sendAlive();
     long sendBuffer(std::unique_ptr<NetworkAgentData> &buffer);
+    long write(const char *ptr, long nbytes, const DropFigures &figures = {});
     void addQueuedBytes(int32_t size);
     void settle();
     void sendClassEvents();
     void traceBuffer(const NetworkAgentData &buffer) const;
     void traceSent(const char *ptr, long nbytes) const;
+
+    // Exact losses; without them these do nothing.
+    bool hungUp();
+    void endStream();
+    void accountForSent();
+    void relieveMemory();
+    void sayFarewell();
 
     // The socket.
     AddressList lookUp(const char *host, int port, int line);
@@ -147,6 +160,8 @@ private:
     bool nagleOff_ = false;
     bool noSleep_ = false;
     int64_t connectTime_ = NONE; // monotonic seconds
+    const bool exactDrops_;      // losses of any kind are told
+    SentPackets sent_;           // on the present connection
     int32_t resetSeconds_ = -1;  // forced reconnect interval; not positive: never
     std::atomic<int32_t> owners_{1};
 };

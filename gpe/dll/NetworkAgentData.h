@@ -2,6 +2,7 @@
 // Handed from the thread that made it to the agent's thread; not changed in between.
 #pragma once
 
+#include "LossAccount.h"
 #include "NamedObject.h"
 
 #include <cstdint>
@@ -14,6 +15,8 @@ public:
     ~NetworkAgentData() override;
     // Null, with nothing left behind, when there is no memory for the copy.
     static std::unique_ptr<NetworkAgentData> copyOf(const char *bytes, int32_t length);
+
+    DropFigures figures; // what is lost with it
 
     int32_t getSize() const { return size; }
     const char *getData() const { return data.get(); } // null if nothing could be copied

@@ -259,7 +259,7 @@ NetworkAgent *NetworkAgentMgr::assignAgent(NetworkClient *client) {
     return agent;
 }
 
-bool NetworkAgentMgr::send(NetworkClient *client, const char *data, int size) {
+bool NetworkAgentMgr::send(NetworkClient *client, const char *data, int size, const DropFigures &figures) {
     const CallGate::Pass pass(gate);
     if (!pass) {
         return false;
@@ -270,7 +270,7 @@ bool NetworkAgentMgr::send(NetworkClient *client, const char *data, int size) {
                       "Unable to find network agent for clientId %p\n", static_cast<void *>(client));
         return false;
     }
-    return agent->sendData(data, size);
+    return agent->sendData(data, size, figures);
 }
 
 bool NetworkAgentMgr::isConnected(NetworkClient *client) {

@@ -4,6 +4,7 @@
 // no agent while a call is inside. Static operations may be called with no instance, and while it goes.
 #pragma once
 
+#include "LossAccount.h"
 #include "MemoryMonitor.h"
 #include "NamedObject.h"
 #include "PeriodicTimer.h"
@@ -61,8 +62,9 @@ public:
     NetworkAgent *getNextNetworkAgent(); // null with an empty pool
     NetworkAgent *getNetworkAgent(NetworkClient *client);
 
-    // Hands a copy of the packet to the client's agent; false if it is refused. Never blocks on the network.
-    bool send(NetworkClient *client, const char *data, int size);
+    // Hands a copy of the packet to the client's agent, and what is lost with it; false if it is refused.
+    // Never blocks on the network.
+    bool send(NetworkClient *client, const char *data, int size, const DropFigures &figures = {});
     bool isConnected(NetworkClient *client);
 
     // Not owned. There is one listener: a new one replaces it, unregistering clears it whoever asks.

@@ -47,6 +47,7 @@ bool NetworkAgent::enterThread(JNIEnv *env) {
 
 void NetworkAgent::leaveThread() {
     flushDataQueue();
+    sayFarewell();
     alive_ = false;
     started_ = false;
     networkAgentMgr.get()->notifyNetworkAgentStatus(this, false);
@@ -97,6 +98,7 @@ void NetworkAgent::connectionLost() {
     if (!alive_) {
         return;
     }
+    accountForSent();
     traceError("Write failed, looks like socket is down, retrying to connect to PS");
     networkAgentMgr.get()->notifyPSConnectStatus(this, false);
     networkAgentMgr.get()->notifyConnectionListeners(this);
@@ -108,19 +110,23 @@ void NetworkAgent::resetConnectionOnExpiry(int64_t now) {
     }
     AM_TRACE(naTracer, LGK_DEBUG_MID, "NetworkAgent::resetConnectionOnExpiry()",
              "NAID(%d): Resetting socket connection after %d seconds", id_, resetSeconds_);
+    endStream();
     connected_ = false;
     socketDown_ = true;
     networkAgentMgr.get()->notifyConnectionListeners(this);
     connectTime_ = NONE;
 }
 
-// What was queued for the old connection is thrown away: a new stream begins with the initial records.
+// What was queued for the old connection is thrown away: a new stream begins with the initial records. Where
+// losses are told to the event it is kept, as long as memory allows.
 void NetworkAgent::reconnect() {
     AM_TRACE_SCOPE(naTracer, LGK_DEBUG_MID, "NetworkAgent::reconnect()");
     disconnect2ps();
     reconnectPause();
     needAlive_ = true;
-    flushDataQueue();
+    if (!exactDrops_) {
+        flushDataQueue();
+    }
     int failures = 0;
     while (alive_ && !openStream(failures)) {
         reconnectPause();
@@ -133,14 +139,17 @@ void NetworkAgent::reconnectPause() {
     const int32_t seconds = reconnectFrequency_ / 1000;
     AM_TRACE(naTracer, LGK_DEBUG_MID, "NetworkAgent::reconnectPause()", "Reconnect wait %lu seconds",
              static_cast<unsigned long>(seconds));
+    relieveMemory();
     for (int32_t i = 0; i < seconds && alive_; ++i) {
         sleepFor(RECONNECT_STEP_MS);
+        relieveMemory();
     }
 }
 
 // One attempt. True if there is nothing more to try: the stream is open, or the agent was stopped.
 bool NetworkAgent::openStream(int &failures) {
     disconnect2ps();
+    sent_.restart();
     networkAgentMgr.get()->notifyPSConnectStatus(this, false);
     const bool known = getPSDetailsFromKernel(env_, failures);
     if (!alive_) {

@@ -34,17 +34,32 @@ Relaxed<jmethodID> traceMethod(nullptr);
 
 // The bytes sent or -1; 0 if there was nothing to send, after a pause.
 long NetworkAgent::sendNext() {
+    if (hungUp()) {
+        return -1;
+    }
     if (dataQueue_.size() > 0) {
         needAlive_ = false;
-        return popSingle_ ? sendFirst() : sendBatch();
+        return popSingle_ ? sendFirst() : exactDrops_ ? sendOneByOne() : sendBatch();
     }
     sleepFor(2 * static_cast<int64_t>(sleepTime_));
-    return needAlive_ ? sendAlive() : 0;
+    if (!needAlive_) {
+        return 0;
+    }
+    return hungUp() ? -1 : sendAlive();
 }
 
 long NetworkAgent::sendFirst() {
     std::unique_ptr<NetworkAgentData> buffer(dataQueue_.removeFirst());
     return sendBuffer(buffer);
+}
+
+// A batch whose rest stays in the queue when the connection is lost.
+long NetworkAgent::sendOneByOne() {
+    long result = sendFirst();
+    for (int32_t sent = 1; sent < popSize_ && result != -1 && dataQueue_.size() > 0; ++sent) {
+        result = hungUp() ? -1 : sendFirst();
+    }
+    return result;
 }
 
 // Once one send has failed, the rest of the batch is destroyed unsent.
@@ -56,6 +71,8 @@ long NetworkAgent::sendBatch() {
          buffer.reset(batch.removeFirst())) {
         if (result != -1) {
             result = sendBuffer(buffer);
+        } else {
+            lossAccount.enter(buffer->figures);
         }
     }
     return result;
@@ -67,10 +84,20 @@ long NetworkAgent::sendBuffer(std::unique_ptr<NetworkAgentData> &buffer) {
         return 0;
     }
     traceBuffer(*buffer);
-    const long result = sendToRemoteHost(buffer->getData(), buffer->getSize());
+    const long result = write(buffer->getData(), buffer->getSize(), buffer->figures);
     sentBytes_ += buffer->getSize();
     settle();
     buffer.reset();
+    return result;
+}
+
+long NetworkAgent::write(const char *ptr, long nbytes, const DropFigures &figures) {
+    const long result = sendToRemoteHost(ptr, nbytes);
+    if (result == -1) {
+        lossAccount.enter(figures);
+    } else {
+        sent_.add(nbytes, figures, monotonicMicros() / 1000);
+    }
     return result;
 }
 
@@ -87,7 +114,7 @@ bool NetworkAgent::sendInitRecords() {
     ProtocolVisitor visitor(area.get(), area.get(), area.get() + INIT_AREA, env_);
     visitor.addInitRecord();
     visitor.addJ2EEInitRecord(env_);
-    if (sendToRemoteHost(area.get(), written(visitor)) == -1) {
+    if (write(area.get(), written(visitor)) == -1) {
         if (alive_) {
             traceError("NAID(%d): Failed when sending Init Record to PS.", id_);
             traceInfo("Failed when sending Init Record to PS, NAID: %d", id_);
@@ -123,7 +150,7 @@ void NetworkAgent::sendClassEvents() {
 
 long NetworkAgent::sendAlive() {
     const std::unique_ptr<NetworkAgentData> packet = getPSAlivePacket();
-    return packet != nullptr ? sendToRemoteHost(packet->getData(), packet->getSize()) : 0;
+    return packet != nullptr ? write(packet->getData(), packet->getSize()) : 0;
 }
 
 std::unique_ptr<NetworkAgentData> NetworkAgent::getPSAlivePacket() {

@@ -51,8 +51,9 @@ ThreadData::~ThreadData() {
         deleteInFlightData();
     }
     while (Event *evt = eventQueue != nullptr ? eventQueue->removeFirst() : nullptr) {
-        delete evt;
+        lose(evt);
     }
+    lossAccount.enter(takeRefused());
     delete eventQueue;
     freeAll(threadName.load(), groupName.load(), pageName);
 }
@@ -69,7 +70,7 @@ void ThreadData::initialize() {
 bool ThreadData::appendEvent(Event *evt) {
     if (evt == nullptr || eventQueue == nullptr || !acceptsEvents()) {
         reportRefusal(evt);
-        delete evt;
+        lose(evt);
         return false;
     }
     const int32_t limit = queueLimit();
@@ -87,8 +88,15 @@ bool ThreadData::appendEvent(Event *evt) {
     }
     takeBackProduced(*evt);
     reportGrowth(-evt->charge());
-    delete evt;
+    lose(evt);
     return false;
+}
+
+void ThreadData::lose(Event *evt) {
+    if (evt != nullptr) {
+        lossAccount.enter(*evt);
+        delete evt;
+    }
 }
 
 // In portions, so that the common word is touched once in many events. The agent may take `unreportedBytes`
@@ -110,10 +118,25 @@ void ThreadData::reportGrowth(int32_t bytes) {
 // The marker tells the receiver that data is missing here; the agent tells how much.
 void ThreadData::refuse(Event *evt) {
     droppedAtAppend += 1;
+    const DropFigures::Kind kind = lossKind(*evt);
+    if (kind != DropFigures::KINDS) {
+        refused[kind] += 1;
+    }
     delete evt;
     if (!droppedMarkerSent) {
-        droppedMarkerSent = appendEvent(new DroppedEvent(Event::SUB_ALONE));
+        DroppedEvent *marker = new (std::nothrow) DroppedEvent(Event::SUB_ALONE);
+        droppedMarkerSent = marker != nullptr && appendEvent(marker);
     }
+}
+
+DropFigures ThreadData::takeRefused() {
+    DropFigures figures;
+    for (int kind = 0; kind < DropFigures::KINDS; ++kind) {
+        const uint32_t now = refused[kind];
+        figures.counts[kind] = now - refusedTaken[kind];
+        refusedTaken[kind] = now;
+    }
+    return figures;
 }
 
 void ThreadData::reportRefusal(const Event *evt) const {

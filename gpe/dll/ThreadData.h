@@ -4,6 +4,7 @@
 // types that the receiver cannot do without.
 #pragma once
 
+#include "LossAccount.h"
 #include "NamedObject.h"
 #include "Relaxed.h"
 #include "ZykList.h"
@@ -11,8 +12,6 @@
 #include <atomic>
 #include <cstdint>
 #include <jni.h>
-
-class Event;
 
 class ThreadData : public virtual NamedObject {
 public:
@@ -57,6 +56,10 @@ public:
         return reportedBytes.exchange(0, std::memory_order_relaxed);
     }
 
+    // What the queue has refused since the last call, for the one who drains it. Each side writes words of
+    // its own, so that nothing is lost between the two.
+    DropFigures takeRefused();
+
     bool acceptsEvents() const { return isAlive.load(std::memory_order_acquire); }
 
     int64_t lastCpuTime = 0;         // nanoseconds
@@ -68,8 +71,10 @@ public:
     int32_t requestDepth = 0;          // nesting of requests, 0 outside any
     int32_t suppressedNestedCount = 0; // begins swallowed by the nested-request switch
     Relaxed<int32_t> droppedAtAppend{0};
-    Relaxed<bool> droppedMarkerSent{false}; // a marker stands for the present overflow
-    char *pageName = nullptr;               // last portal page, owned
+    Relaxed<uint32_t> refused[DropFigures::KINDS];  // since its birth, by kind, modulo 2^32
+    uint32_t refusedTaken[DropFigures::KINDS] = {}; // of it the drainer's part
+    Relaxed<bool> droppedMarkerSent{false};         // a marker stands for the present overflow
+    char *pageName = nullptr;                       // last portal page, owned
     uint32_t lastEjbTimeSec = 0;
     uint32_t lastEjbTimeUSec = 0;
     std::atomic<char *> threadName{
@@ -92,6 +97,7 @@ public:
 private:
     void initialize();
     void refuse(Event *evt);
+    void lose(Event *evt);
     void reportGrowth(int32_t bytes);
     void reportRefusal(const Event *evt) const;
 };

@@ -152,25 +152,14 @@ public:
         const Node *cursor;
     };
 
-    // A copy of the values in order, taken under the lock: calls `visit(value)` for each without the lock
-    // held. For walks over a list that other threads append to. False, with nothing visited, when memory is
-    // out.
-    template <typename Visit>
-    bool forEachSnapshot(Visit visit) {
-        int32_t taken = 0;
-        T *values = nullptr;
-        {
-            const Guard guard(*this);
-            values = new (std::nothrow) T[static_cast<size_t>(count.get())];
-            for (const Node *node = head; values != nullptr && node != nullptr; node = node->next) {
-                values[taken++] = node->value;
-            }
+    // Copies up to `most` values from the head, in order, into `room`. Returns how many.
+    int32_t copyFirst(T *room, int32_t most) {
+        const Guard guard(*this);
+        int32_t copied = 0;
+        for (const Node *node = head; node != nullptr && copied < most; node = node->next) {
+            room[copied++] = node->value;
         }
-        for (int32_t i = 0; i < taken; ++i) {
-            visit(values[i]);
-        }
-        delete[] values;
-        return values != nullptr;
+        return copied;
     }
 
 private:

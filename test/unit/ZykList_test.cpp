@@ -154,7 +154,10 @@ TEST(ZykList, ManyThreads) {
     };
     const auto lookOn = [&] {
         while (producing > 0) {
-            list.forEachSnapshot([](const int *item) { ASSERT_NE(nullptr, item); });
+            int *room[50];
+            for (int32_t i = list.copyFirst(room, 50) - 1; i >= 0; --i) {
+                ASSERT_NE(nullptr, room[i]);
+            }
         }
     };
     std::vector<std::thread> threads;

@@ -106,6 +106,8 @@ public:
         const std::lock_guard<std::mutex> guard(mutex);
         return index < connections.size() ? connections[index].received : std::string();
     }
+    // A stalled server goes on.
+    void resume() { stalled = false; }
     // End every open connection: the hard way, or in order.
     void resetAll() { endAll(true); }
     void closeAll() { endAll(false); }
@@ -153,7 +155,7 @@ private:
         }
     }
 
-    const bool stalled;
+    std::atomic<bool> stalled;
     uint16_t listenPort = 0;
     int listener;
     std::atomic<bool> done{false};

@@ -1,0 +1,270 @@
+#include "SentPackets.h"
+#include "pump_test_support.h"
+
+#include <gtest/gtest.h>
+
+using namespace pump_test;
+
+namespace {
+
+using Figures = std::vector<uint64_t>;
+
+Figures listed(const DropFigures &figures) {
+    return Figures(std::begin(figures.counts), std::end(figures.counts));
+}
+
+DropFigures sqlStarts(uint64_t number) {
+    DropFigures figures;
+    figures.counts[DropFigures::SQL_START] = number;
+    return figures;
+}
+
+} // namespace
+
+TEST(LossAccount, KnowsWhatIsLostWithAnEvent) {
+    DroppedEvent told;
+    told.otherStarts = 7;
+    told.sqlEnds = INT32_MAX;
+    const struct {
+        std::unique_ptr<Event> event;
+        Figures lost;
+    } rows[] = {
+        {std::make_unique<HttpEvent>(Event::SUB_START), {1, 0, 0, 0, 0, 0}},
+        {std::make_unique<HttpEvent>(Event::SUB_FAILED), {0, 1, 0, 0, 0, 0}},
+        {std::make_unique<MethodEvent>(Event::SUB_END), {0, 0, 0, 1, 0, 0}},
+        {std::make_unique<SQLEvent>(Event::SUB_START), {0, 0, 0, 0, 1, 0}},
+        {std::make_unique<GenericEvent>(Event::TYPE_GENERIC_START, 1, 0), {1, 0, 0, 0, 0, 0}},
+        {std::make_unique<GenericEvent>(Event::TYPE_GENERIC_STOP, 1, 0), {0, 1, 0, 0, 0, 0}},
+        {std::make_unique<TraceEvent>(), {0, 0, 0, 0, 0, 0}},
+        {std::make_unique<GPSEvent>(Event::SUB_CORRELATED_RECEIVED), {0, 0, 0, 0, 0, 0}},
+    };
+    for (const auto &row : rows) {
+        LossAccount account;
+        account.enter(*row.event);
+        EXPECT_EQ(row.lost, listed(account.take())) << row.event->type << " " << row.event->subType;
+        EXPECT_TRUE(account.isEmpty());
+    }
+    LossAccount account;
+    account.enter(told);
+    account.enter(told);
+    DroppedEvent one;
+    account.take().fill(one);
+    EXPECT_EQ(14, one.otherStarts);
+    EXPECT_EQ(INT32_MAX, one.sqlEnds) << "the rest is for the next record";
+    EXPECT_EQ((Figures{0, 0, 0, 0, 0, INT32_MAX}), listed(account.take()));
+}
+
+TEST(SentPackets, AreUnreadUntilTheReceiverMustHaveReadThem) {
+    constexpr int64_t MB = 1 << 20;
+    SentPackets sent;
+    const auto unread = [&sent] { return sent.unread().sum(); };
+    for (int packet = 0; packet < 12; ++packet) {
+        sent.add(MB, sqlStarts(1), packet);
+    }
+    sent.acknowledged(3 * MB, 20); // the first is followed by as much as a buffer holds
+    EXPECT_EQ(11u, unread());
+    sent.acknowledged(MB, 1000000);
+    EXPECT_EQ(9u, unread()) << "age counts for nothing while something waits";
+    sent.acknowledged(0, SentPackets::READ_WITHIN_MS + 9);
+    EXPECT_EQ(2u, unread());
+    sent.add(MB, sqlStarts(5), 20);
+    sent.forgetAcknowledged();
+    EXPECT_EQ(5u, unread());
+    sent.add(MB, {}, 21);
+    EXPECT_FALSE(sent.allAcknowledged());
+
+    sent.restart();
+    for (int packet = 0; packet < 3 * SentPackets::CAPACITY; ++packet) {
+        sent.add(1, sqlStarts(1), 0);
+        EXPECT_EQ(static_cast<uint64_t>(packet + 1), unread()) << "none gets lost in the bounded record";
+    }
+}
+
+// ---------------------------------------------------------------- the whole road
+
+namespace {
+
+// Whatever becomes of the events, each arrives or is told.
+class ExactDrops : public PumpTest {
+protected:
+    ExactDrops() {
+        properties.set("internal.probe.drops.exact", "true");
+        while (!lossAccount.isEmpty()) {
+            lossAccount.take();
+        }
+    }
+    void startConnected(bool stalled = false) {
+        server.emplace(stalled);
+        startAndWait();
+        ASSERT_TRUE(eventually([this] { return mgr->isConnected(&probe); }));
+    }
+    void begin(ThreadData *td, int events, size_t length = 10) {
+        for (int i = 0; i < events; ++i) {
+            td->appendEvent(sqlStart(td, std::string(length, 'x')));
+        }
+        begun += static_cast<uint64_t>(events);
+    }
+    // A new thread with so many events, which ends behind them.
+    void beginAndEnd(int events) {
+        FakeJni jni;
+        begin(threadOf(jni), events);
+        endThread(jni);
+    }
+    void count() {
+        decoded = told = 0;
+        for (const Received &record : received()) {
+            decoded += record.type == 9 ? 1 : 0;
+            told += record.type == 11 ? record.counters[DropFigures::SQL_START] : 0;
+        }
+    }
+    void expectBalance() {
+        EXPECT_TRUE(eventually([this] {
+            count();
+            return decoded + told == begun;
+        })) << begun
+            << " begun, " << decoded << " decoded, " << told << " told";
+    }
+    // Returns when a pass has begun after all that was queued so far.
+    void expectAllDecoded() {
+        EXPECT_TRUE(eventually([this] {
+            count();
+            return decoded == begun;
+        })) << begun
+            << " begun, " << decoded << " decoded";
+    }
+
+    FakeJni jni;
+    NetworkClient probe;
+    uint64_t begun = 0;
+    uint64_t decoded = 0;
+    uint64_t told = 0;
+};
+
+} // namespace
+
+TEST_F(ExactDrops, PacketsThatAFullQueueRefuses) {
+    for (const char *batch : {"1", "3"}) {
+        begun = 0;
+        properties.set("networkagent.buffer.limit", "3");
+        properties.set("na.popbuffer.size", batch);
+        properties.set("internal.probe.event.packet.size", "100");
+        startConnected(true);
+        ThreadData *td = threadOf(jni);
+        ASSERT_TRUE(eventually([&] {
+            begin(td, 300, 1000);
+            return log.messages(1041) > 3;
+        }));
+        EXPECT_EQ(0, pump()->getSpecialThreadData()->droppedAtAppend);
+        server->resume();
+        expectBalance();
+        EXPECT_LT(0u, told);
+        stop();
+        NetworkAgentMgr::destroy();
+        delete evtAgentMgr.get();
+        log.clear();
+    }
+}
+
+TEST_F(ExactDrops, EventsThatAQueueRefusesOrDrops) {
+    startConnected();
+    stepper.hold();
+    stepper.awaitArrival();
+    begin(threadOf(jni), 8000); // 2,999 refused, one dropped for the marker
+    beginAndEnd(6000);
+    stepper.release();
+    expectBalance();
+    EXPECT_EQ(decoded, 2 * 5000u - 2);
+}
+
+TEST_F(ExactDrops, EventsThatFitInNoPacket) {
+    properties.set("internal.probe.event.packet.size", "1");
+    startConnected();
+    begin(threadOf(jni), 3, 600);
+    begin(threadOf(jni), 3);
+    expectBalance();
+    EXPECT_EQ(3u, told);
+}
+
+TEST_F(ExactDrops, WhatWasWrittenToAServerThatIsRestartedWhileNobodyWorks) {
+    startConnected();
+    begin(threadOf(jni), 100);
+    expectAllDecoded();
+    for (size_t restart = 2; restart < 5; ++restart) {
+        server->closeAll();
+        ASSERT_TRUE(eventually([&] { return server->count() == restart; })) << "without any traffic";
+        begin(threadOf(jni), 500);
+        expectAllDecoded();
+    }
+    EXPECT_EQ(0, log.messages(1061));
+}
+
+TEST_F(ExactDrops, TheFirstTrafficBehindALostConnection) {
+    properties.set("networkagent.publish.frequency", "300"); // so that the traffic comes ahead of the look
+    startConnected();
+    begin(threadOf(jni), 100);
+    expectAllDecoded();
+    server->closeAll();
+    begin(threadOf(jni), 500);
+    expectBalance();
+}
+
+TEST_F(ExactDrops, ConnectionsThatAreRenewedByTime) {
+    properties.set("networkagent.socket.resettime", "1000");
+    properties.set("networkagent.buffer.limit", "4");
+    startConnected();
+    NetworkAgent *agent = mgr->getNetworkAgent(&probe);
+    for (size_t renewal = 2; renewal < 4; ++renewal) {
+        begin(threadOf(jni), 3000);
+        mgr->stopNetworkAgent(nullptr, 0); // its steps are this thread's now
+        beginAndEnd(3000);
+        agent->alive_ = true;
+        agent->resetConnectionOnExpiry(static_cast<uint32_t>(time(nullptr)) + 400);
+        EXPECT_FALSE(agent->connected_);
+        NetworkTest::runAgent(0);
+        begin(threadOf(jni), 3000);
+        ASSERT_TRUE(eventually([&] { return server->count() == renewal; }));
+        expectBalance();
+    }
+}
+
+TEST_F(ExactDrops, EventsOfAnOutage) {
+    properties.set("internal.probe.event.queue.size.limit", "50");
+    startAndWait();
+    beginAndEnd(300);
+    begin(threadOf(jni), 200); // kept at 50
+    ASSERT_TRUE(eventually([this] { return threadOf(jni)->queueSize() == 50; }));
+    server.emplace();
+    answerWith(server->port());
+    expectBalance();
+    EXPECT_EQ(50u, decoded);
+}
+
+TEST_F(ExactDrops, WhatAStopDestroysIsToldAfterTheNextStart) {
+    startAndWait();
+    begin(threadOf(jni), 700);
+    stop();
+    NetworkAgentMgr::destroy();
+    delete evtAgentMgr.get();
+    startConnected();
+    expectBalance();
+    EXPECT_EQ(700u, told);
+}
+
+// What was under way may be told although it arrived, but nothing is missing.
+TEST_F(ExactDrops, ConnectionsThatDieUnderLoad) {
+    properties.set("networkagent.buffer.limit", "5");
+    startConnected();
+    for (size_t connection = 2; connection < 6; ++connection) {
+        begin(threadOf(jni), 2000);
+        server->resetAll();
+        ASSERT_TRUE(eventually([&] {
+            begin(threadOf(jni), 10);
+            return server->count() == connection;
+        }));
+    }
+    EXPECT_TRUE(eventually([this] {
+        count();
+        return decoded + told >= begun;
+    })) << begun
+        << " begun, " << decoded << " decoded, " << told << " told";
+}
