@@ -70,7 +70,7 @@ each_figure() {
 }
 
 # The threads that have marked a gap, a line for each mark.
-marks() { grep '"name":"DroppedEvent"' records.json | grep -oE '"thread":[0-9]+' || true; }
+marks() { grep '"name":"DroppedEvent".*"otherStarts":0.*"sqlStarts":0,' records.json | grep -oE '"thread":[0-9]+' || true; }
 marked_threads() { [ "$(marks | sort -u | wc -l)" -ge "$1" ]; }
 
 # at_most_a_mark_each GAPS
