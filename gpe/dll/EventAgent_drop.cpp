@@ -9,7 +9,6 @@
 
 #include <algorithm>
 #include <memory>
-#include <new>
 
 namespace {
 
@@ -75,7 +74,7 @@ void EventAgent::updateDropRecordCounters(const Event &evt) {
 
 // If the packet has no room for it, it opens the next one: at the head of the queue, and not yet charged.
 void EventAgent::addDroppedEvent(ThreadData &thrData, ProtocolVisitor &visitor) {
-    std::unique_ptr<DroppedEvent> evt(new (std::nothrow) DroppedEvent(Event::SUB_ALONE));
+    std::unique_ptr<DroppedEvent> evt(new DroppedEvent(Event::SUB_ALONE));
     if (evt == nullptr) {
         lossAccount.enter(drops);
         return;
@@ -102,7 +101,7 @@ void EventAgent::tellLosses() {
     if (!exactDrops || special == nullptr || lossAccount.isEmpty()) {
         return;
     }
-    DroppedEvent *evt = new (std::nothrow) DroppedEvent(Event::SUB_ALONE);
+    DroppedEvent *evt = new DroppedEvent(Event::SUB_ALONE);
     if (evt != nullptr) {
         evt->threadId = special->threadId;
         lossAccount.take().fill(*evt);

@@ -124,8 +124,7 @@ void ThreadData::refuse(Event *evt) {
     }
     delete evt;
     if (!droppedMarkerSent) {
-        DroppedEvent *marker = new (std::nothrow) DroppedEvent(Event::SUB_ALONE);
-        droppedMarkerSent = marker != nullptr && appendEvent(marker);
+        droppedMarkerSent = appendEvent(new DroppedEvent(Event::SUB_ALONE));
     }
 }
 
