@@ -77,11 +77,12 @@ struct Contention {
     }
 };
 
-// The environment of a thread other than the caller; null if the number is the caller's or unknown.
+// The key of a thread other than the caller; null if the number is the caller's or unknown.
 JNIEnv *otherThread(JNIEnv *env, jint threadId) {
     ThreadMgr *threads = threadMgr;
-    JNIEnv *found = threads != nullptr ? threads->getEnv(static_cast<uint32_t>(threadId)) : nullptr;
-    return found != env ? found : nullptr;
+    const auto number = static_cast<uint32_t>(threadId);
+    const bool isOther = threads != nullptr && threads->getThreadId(env) != number;
+    return isOther ? threads->getEnv(number) : nullptr;
 }
 
 bool recordOwn(JNIEnv *env, Event::EventSubType subType, const Contention &contention) {

@@ -246,6 +246,10 @@ void EvtAgentMgr::checkForMemory(EventAgent *agent) {
         logAgent(*agents[id], events);
         total += events;
     }
+    ThreadMgr *threads = threadMgr;
+    if (threads != nullptr && agent->getEnv() != nullptr) {
+        threads->endFinishedVirtualThreads(agent->getEnv());
+    }
     // The other agents' sums are up to one pass old: the account has what their threads have queued since.
     monitor->checkAccount();
     if (stats) {

@@ -4,6 +4,7 @@
 #include "ProbeLgKit.h"
 #include "jnihelp.h"
 
+#include <atomic>
 #include <cstdlib>
 #include <new>
 
@@ -17,6 +18,7 @@ constexpr jint JVMPI_VERSION_1 = 0x10000001;
 constexpr jint JVMPI_VERSION_1_1 = 0x10000002;
 constexpr jint JVMPI_VERSION_1_2 = 0x10000003;
 constexpr jint JVMDG_VERSION = 0x7f000001;
+constexpr int UNSUPPORTED_OPERATION = 73; // of JVMs with virtual threads, which have no CPU clock
 
 struct EventPair {
     int jvmpi;
@@ -237,6 +239,17 @@ void JVMPIWrapper::RawMonitorDestroy(void *lock_id) {
     AM_CHECK_JVMTI(jvmti->DestroyRawMonitor(asMonitor(lock_id)), "DestroyRawMonitor");
 }
 
+namespace {
+
+void tellOnceOfNoCpuClock() {
+    static std::atomic<bool> told{false};
+    if (!told.exchange(true)) {
+        traceInfo("This JVM has no CPU clock for virtual threads: their events show a CPU time of 0");
+    }
+}
+
+} // namespace
+
 jlong JVMPIWrapper::GetCurrentThreadCpuTime() {
     const uint32_t now = phase;
     if (now != JVMTI_PHASE_START && now != JVMTI_PHASE_LIVE) {
@@ -244,6 +257,10 @@ jlong JVMPIWrapper::GetCurrentThreadCpuTime() {
     }
     jlong nanos = 0;
     const jvmtiError result = jvmti->GetCurrentThreadCpuTime(&nanos);
+    if (static_cast<int>(result) == UNSUPPORTED_OPERATION) {
+        tellOnceOfNoCpuClock();
+        return 0;
+    }
     AM_CHECK_JVMTI(result, "GetCurrentThreadCpuTime");
     return result == JVMTI_ERROR_NONE ? nanos : 0;
 }

@@ -8,6 +8,7 @@
 #include "PropertyMgr.h"
 #include "ThreadData.h"
 #include "ThreadMgr.h"
+#include "VirtualThreads.h"
 #include "platform.h"
 #include "zykora.h"
 
@@ -106,6 +107,7 @@ int JVMTIAgent::handleOnLoad(JavaVM *vm, const char *options, void *) {
 }
 
 void JVMTIAgent::handleVMInit(jvmtiEnv *, JNIEnv *env, jthread) {
+    learnVirtualThreads(env);
     bootstrapAllowed = true;
     JVMPI_Event event{JVMPI_EVENT_JVM_INIT_DONE, env, nullptr, nullptr, nullptr};
     if (ProbeMgr::onBootstrapInitialize(env)) {

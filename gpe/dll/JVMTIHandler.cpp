@@ -56,12 +56,12 @@ void JNICALL vmInitHandler(jvmtiEnv *jvmti_env, JNIEnv *env, jthread thread) {
         enableThreadAndClassEvents();
         return;
     }
-    JVMTIAgent *agent = jvmtiAgent;
+    const GlobalLockGuard guard;
+    JVMTIAgent *agent = jvmtiAgent; // only now: the death of the JVM deletes it under the lock
     if (agent == nullptr) {
         return;
     }
     agent->setPhase(JVMTI_PHASE_LIVE);
-    const GlobalLockGuard guard;
     agent->handleVMInit(jvmti_env, env, thread);
 }
 
@@ -86,11 +86,11 @@ void JNICALL vmDeathHandler(jvmtiEnv *, JNIEnv *) {
     }
     jvmShuttingDown = true;
     waitForProbeMgr();
+    const GlobalLockGuard guard;
     JVMTIAgent *agent = jvmtiAgent;
     if (agent != nullptr) {
         agent->setPhase(JVMTI_PHASE_DEAD);
     }
-    const GlobalLockGuard guard;
     vmDeadSeen = true;
     jvmtiAgent = nullptr;
     delete agent;

@@ -5,6 +5,7 @@
 #include "ProbeLgKit.h"
 #include "PropertyMgr.h"
 #include "ThreadMgr.h"
+#include "VirtualThreads.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -16,6 +17,11 @@ namespace {
 bool isClassOrMethod(const Event &evt) {
     return evt.type == Event::TYPE_CLASS || evt.type == Event::TYPE_METHOD;
 }
+
+// About what a record takes, with its queue, its lock and its place in the lists.
+constexpr int32_t VIRTUAL_RECORD_BYTES = 768;
+// A virtual thread may end before it has queued much: it reports at once what others gather.
+constexpr int32_t VIRTUAL_PORTION = 1024;
 
 int32_t queueLimit() {
     static const int32_t limit = std::max(intProperty("internal.probe.event.queue.size.limit", 5000), 0);
@@ -55,6 +61,7 @@ ThreadData::~ThreadData() {
     }
     lossAccount.enter(takeRefused());
     delete eventQueue;
+    releaseVirtual(*this);
     freeAll(threadName.load(), groupName.load(), pageName);
 }
 
@@ -103,7 +110,7 @@ void ThreadData::lose(Event *evt) {
 // away at any moment: it is read once, so that both accounts get the same figure.
 void ThreadData::reportGrowth(int32_t bytes) {
     const int32_t portion = unreportedBytes + bytes;
-    if (portion < growthPortion) {
+    if (portion < growthPortion && (portion < VIRTUAL_PORTION || !isVirtualKey(envId))) {
         unreportedBytes = portion;
         return;
     }
@@ -113,6 +120,11 @@ void ThreadData::reportGrowth(int32_t bytes) {
         reportedBytes.fetch_add(portion, std::memory_order_relaxed);
         monitor->noteGrowth(portion);
     }
+}
+
+void ThreadData::chargeRecord() {
+    bytesAddedOther += static_cast<uint32_t>(VIRTUAL_RECORD_BYTES);
+    reportGrowth(VIRTUAL_RECORD_BYTES);
 }
 
 // The marker tells the receiver that data is missing here; the agent tells how much.

@@ -45,6 +45,10 @@ public:
     void addToConsumed(const Event &evt);
     void takeBackConsumed(const Event &evt);
 
+    // Counts the record itself among the bytes of its queue, as long as it exists: there may be as many
+    // virtual threads as events. On the thread that has just been listed.
+    void chargeRecord();
+
     // Bytes in the queue by the accounts, modulo 2^32.
     uint32_t bytesQueued() const;
 
@@ -91,8 +95,11 @@ public:
     bool acceptingNewRequests = true;       // false while turbo mode refuses new requests
     std::atomic<bool> isAlive{true};        // its release at thread end hands the object to the agent
     Relaxed<bool> listed{false};            // an event agent has it in its list
-    JNIEnv *const envId;
-    Relaxed<uint32_t> threadId{0}; // goes into every event of this thread
+    jweak virtualThread = nullptr;          // whose it is, for a virtual thread; owned
+    ThreadData *nextInBucket = nullptr;     // of the table of virtual threads
+    ThreadData *nextWatched = nullptr;      // of the thread manager
+    JNIEnv *const envId;                    // the thread's key
+    Relaxed<uint32_t> threadId{0};          // goes into every event of this thread
 
 private:
     void initialize();

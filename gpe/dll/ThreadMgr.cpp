@@ -6,14 +6,15 @@
 #include "ThreadData.h"
 #include "jnihelp.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
-#include <memory>
 #include <mutex>
 #include <new>
+#include <utility>
 
 Relaxed<ThreadMgr *> threadMgr(nullptr);
 Relaxed<ThreadMgr *> threadMgrInstance(nullptr);
@@ -25,33 +26,57 @@ constexpr char GET_THREAD_DATA[] = "ThreadMgr::getThreadData( JNIEnv *env )";
 
 Relaxed<ThreadTaker *> threadTaker(nullptr);
 
-// The last answer given to this thread. It holds while the generation stands: whatever takes a thread out of
-// the table raises the generation afterwards, so an answer found before is never used again.
+constexpr char VIRTUAL_GROUP[] = "VirtualThreads";
+
+// The last answer given on this thread, by the caller's key: what is known is not 0. It holds while the
+// generation stands: whatever takes a thread out of the table raises the generation afterwards, so an answer
+// found before is never used again. A virtual key tells that this thread carries virtual ones. Initial-exec:
+// the general form allocates at a thread's first access, and ends the process if it cannot.
 struct LastAnswer {
-    JNIEnv *env;
+    JNIEnv *key;
     ThreadData *data;
     uint32_t generation;
+    uint32_t number;
 };
-thread_local LastAnswer lastAnswer{nullptr, nullptr, 0};
-// Likewise the number of an environment.
-struct LastNumber {
-    JNIEnv *env;
-    uint32_t id;
-    uint32_t generation;
-};
-thread_local LastNumber lastNumber{nullptr, 0, 0};
+__attribute__((tls_model("initial-exec"))) thread_local LastAnswer lastAnswer{nullptr, nullptr, 0, 0};
+
+// Virtual threads come and go by the thousand and have a generation of their own, raised once a sweep.
 std::atomic<uint32_t> generation{1};
+std::atomic<uint32_t> virtualGeneration{1};
 std::mutex birthLock; // several natives may come first at once
 
 void forgetAnswers() {
     generation.fetch_add(1, std::memory_order_relaxed);
 }
 
+void forgetVirtualAnswers() {
+    virtualGeneration.fetch_add(1, std::memory_order_relaxed);
+}
+
+// A thread that was seen as a platform thread stays one: only on the others the JVM is asked.
+Caller callerOf(JNIEnv *env) {
+    const JNIEnv *known = lastAnswer.key;
+    return known == env ? Caller{env, true} : callerOn(env, isVirtualKey(known) ? known : nullptr);
+}
+
+// The last answer, if it is about that caller and still holds; else it is about nobody now.
+LastAnswer &answerFor(const Caller &caller) {
+    LastAnswer &last = lastAnswer;
+    const uint32_t now =
+        (isVirtualKey(caller.key) ? virtualGeneration : generation).load(std::memory_order_relaxed);
+    if (last.key != caller.key || last.generation != now) {
+        last = {caller.key, nullptr, now, 0};
+    }
+    return last;
+}
+
 } // namespace
 
 // ---------------------------------------------------------------- life
 
-ThreadMgr::ThreadMgr() : NamedObject("ThreadMgr"), threadTable(TABLE_SIZE, false, true) {}
+ThreadMgr::ThreadMgr()
+    : NamedObject("ThreadMgr"), threadTable(TABLE_SIZE, false, true), threadIdMap(TABLE_SIZE, false, false),
+      envNumbers(TABLE_SIZE, false, false) {}
 
 void ThreadMgr::create() {
     const std::lock_guard<std::mutex> guard(birthLock);
@@ -79,50 +104,78 @@ void ThreadMgr::start() {
 
 void ThreadMgr::stop() {
     AM_TRACE_SCOPE(ccTracer, LGK_DEBUG_MIN, "ThreadMgr::stop()");
-    const std::unique_ptr<ThreadData *[]> snapshot(takeAll());
-    if (awaitDeparture() && snapshot != nullptr) {
+    ThreadData *all = takeAll();
+    if (awaitDeparture()) {
         const ZykLockGuard guard(threadLock);
-        for (ThreadData **data = snapshot.get(); *data != nullptr; ++data) {
-            delete *data;
+        while (all != nullptr) {
+            ThreadData *data = all;
+            all = data->nextWatched;
+            delete data;
         }
     }
     messageInfo(1073, "Thread Manager stopped");
 }
 
-// Takes every thread out of reach; whoever has one already is inside.
-ThreadData **ThreadMgr::takeAll() {
+// Takes every thread out of reach; whoever has one already is inside. The result is chained as the watched are.
+ThreadData *ThreadMgr::takeAll() {
+    const ZykLockGuard sweep(sweepLock);
     const ZykLockGuard guard(threadLock);
     started = false;
-    ThreadData **all = threadTable.values();
+    ThreadData *all = std::exchange(watched, nullptr);
+    threadTable.forEach([&all](ThreadData *data) {
+        data->nextWatched = all;
+        all = data;
+    });
     threadTable.clear();
+    virtualTable.clear();
     threadIdMap.clear();
     envNumbers.clear();
     forgetAnswers();
+    forgetVirtualAnswers();
     return all;
 }
 
 // ---------------------------------------------------------------- lookup
 
 ThreadData *ThreadMgr::getThreadData(JNIEnv *env) {
-    LastAnswer &last = lastAnswer;
-    const uint32_t now = generation.load(std::memory_order_relaxed);
-    if (last.env == env && last.generation == now) {
+    const LastAnswer &last = lastAnswer;
+    if (last.key == env && last.generation == generation.load(std::memory_order_relaxed) &&
+        last.data != nullptr) {
         return last.data;
     }
-    if (!canLookUp(env)) {
-        return nullptr;
+    return canLookUp(env) ? lookUp(env) : nullptr;
+}
+
+ThreadData *ThreadMgr::lookUp(JNIEnv *env) {
+    const Caller caller = callerOf(env);
+    if (!caller.stays) { // a carrier on its own account
+        ThreadData *data = findThreadData(env);
+        return data != nullptr ? data : createThreadData(env, env);
     }
-    ThreadData *data = threadTable.get(env);
-    data = data == nullptr ? createThreadData(env) : verified(data, env);
+    LastAnswer &last = answerFor(caller);
+    if (last.data != nullptr) {
+        return last.data;
+    }
+    const uint32_t asOf = last.generation;
+    ThreadData *data = findThreadData(caller.key);
+    if (data == nullptr) {
+        data = createThreadData(env, caller.key);
+    }
     if (data != nullptr) {
-        last = {env, data, now};
+        last = {caller.key, data, asOf, data->threadId};
     }
     return data;
 }
 
-ThreadData *ThreadMgr::findThreadData(JNIEnv *env) {
-    ThreadData *data = canLookUp(env) ? threadTable.get(env) : nullptr;
-    return data == nullptr ? nullptr : verified(data, env);
+ThreadData *ThreadMgr::findThreadData(JNIEnv *key) {
+    if (!canLookUp(key)) {
+        return nullptr;
+    }
+    if (isVirtualKey(key)) {
+        return virtualTable.get(key);
+    }
+    ThreadData *data = threadTable.get(key);
+    return data == nullptr ? nullptr : verified(data, key);
 }
 
 bool ThreadMgr::canLookUp(JNIEnv *env) const {
@@ -137,16 +190,16 @@ bool ThreadMgr::canLookUp(JNIEnv *env) const {
     return true;
 }
 
-ThreadData *ThreadMgr::verified(ThreadData *data, JNIEnv *env) {
-    if (data->envId == env) {
+ThreadData *ThreadMgr::verified(ThreadData *data, JNIEnv *key) {
+    if (data->envId == key) {
         return data;
     }
     AM_TRACE(
         ccTracer, LGK_DEBUG_MAX, GET_THREAD_DATA,
         "thr->getThreadId() != env, there is a problem with the internal hashtable implementation. Try it "
         "again");
-    data = threadTable.get(env);
-    if (data != nullptr && data->envId == env) {
+    data = threadTable.get(key);
+    if (data != nullptr && data->envId == key) {
         return data;
     }
     AM_TRACE(ccTracer, LGK_DEBUG_MAX, GET_THREAD_DATA,
@@ -158,27 +211,34 @@ ThreadData *ThreadMgr::getThreadData(char *grpname, char *thrname) {
     if (grpname == nullptr || thrname == nullptr || !started) {
         return nullptr;
     }
-    const auto equal = [](const std::atomic<char *> &name, const char *wanted) {
-        const char *text = name.load(std::memory_order_acquire);
-        return text != nullptr && strcmp(text, wanted) == 0;
+    const auto matches = [grpname, thrname](const ThreadData &data) {
+        const char *group = isVirtualKey(data.envId) ? VIRTUAL_GROUP : data.groupName.load();
+        const char *name = data.threadName.load(std::memory_order_acquire);
+        return group != nullptr && name != nullptr && strcmp(group, grpname) == 0 &&
+               strcmp(name, thrname) == 0;
     };
+    ThreadData *found = nullptr;
     const ZykLockGuard guard(threadLock);
-    const std::unique_ptr<ThreadData *[]> snapshot(threadTable.values());
-    for (ThreadData **data = snapshot.get(); data != nullptr && *data != nullptr; ++data) {
-        if (equal((*data)->groupName, grpname) && equal((*data)->threadName, thrname)) {
-            return *data;
+    threadTable.forEach([&](ThreadData *data) {
+        if (found == nullptr && matches(*data)) {
+            found = data;
+        }
+    });
+    for (ThreadData *data = watched; data != nullptr && found == nullptr; data = data->nextWatched) {
+        if (matches(*data)) {
+            found = data;
         }
     }
-    return nullptr;
+    return found;
 }
 
 int32_t ThreadMgr::getThreadCount() const {
-    return started ? threadTable.entryCount() : 0;
+    return started ? threadTable.entryCount() + virtualTable.entryCount() : 0;
 }
 
 // ---------------------------------------------------------------- birth
 
-ThreadData *ThreadMgr::createThreadData(JNIEnv *env) {
+ThreadData *ThreadMgr::createThreadData(JNIEnv *env, JNIEnv *key) {
     constexpr char SIGNATURE[] = "ThreadMgr::createThreadData( JNIEnv *env )";
     AM_TRACE_SCOPE(ccTracer, LGK_DEBUG_MID, SIGNATURE);
     ThreadTaker *taker = threadTaker;
@@ -186,16 +246,17 @@ ThreadData *ThreadMgr::createThreadData(JNIEnv *env) {
         AM_TRACE(ccTracer, LGK_DEBUG_MID, SIGNATURE, "EventMgr not ready, returning null");
         return nullptr;
     }
-    if (jvmpiWrapper == nullptr) {
+    if (jvmpiWrapper == nullptr || (isVirtualKey(key) && notAccepting)) {
         return nullptr;
     }
-    ThreadData *data = new (std::nothrow) ThreadData(env);
+    ThreadData *data = new (std::nothrow) ThreadData(key);
     if (data == nullptr) {
         return nullptr;
     }
-    if (!enter(data)) {
+    if ((isVirtualKey(key) && !describeVirtual(env, *data)) || !enter(data)) {
         traceFailedInsertion(SIGNATURE, *data);
-        discard(data);
+        data->isAlive = false; // no agent has seen it: the destructor would complain
+        delete data;
         return nullptr;
     }
     if (!taker->manageThreadData(data)) {
@@ -203,16 +264,32 @@ ThreadData *ThreadMgr::createThreadData(JNIEnv *env) {
         discard(data);
         return nullptr;
     }
+    if (isVirtualKey(key)) {
+        data->chargeRecord();
+    }
     return data;
 }
 
 // A thread that comes while the manager is being stopped would be overlooked by the stop: it is refused.
 bool ThreadMgr::enter(ThreadData *data) {
     const ZykLockGuard guard(threadLock);
-    if (!started || !threadTable.put(data->envId, data)) {
+    if (!started) {
         return false;
     }
-    data->threadId = getThreadId(data->envId);
+    data->threadId = allocateId(data->envId);
+    if (data->threadId == 0) {
+        return false;
+    }
+    if (isVirtualKey(data->envId)) {
+        virtualTable.put(data);
+        data->nextWatched = watched;
+        watched = data;
+        return true;
+    }
+    if (!threadTable.put(data->envId, data)) {
+        eraseId(data->envId);
+        return false;
+    }
     return true;
 }
 
@@ -232,8 +309,8 @@ ThreadData *ThreadMgr::createSpecialEventQueue(JNIEnv *env) {
     if (data == nullptr) {
         return nullptr;
     }
-    data->threadId = getThreadId(env);
-    if (!threadTable.put(env, data)) {
+    data->threadId = allocateId(env);
+    if (data->threadId == 0 || !threadTable.put(env, data)) {
         traceFailedInsertion(SIGNATURE, *data);
         discard(data);
         return nullptr;
@@ -248,9 +325,15 @@ void ThreadMgr::traceFailedInsertion(const char *signature, const ThreadData &da
 
 // ---------------------------------------------------------------- end
 
-// One that no agent has seen: it is not alive to the destructor, which would complain.
+// One that no agent has seen: it is not alive to the destructor, which would complain. A sweep may just be at
+// that of a virtual thread, and destroys it.
 void ThreadMgr::discard(ThreadData *data) {
     const ZykLockGuard guard(threadLock);
+    if (isVirtualKey(data->envId)) {
+        virtualTable.remove(data->envId);
+        data->isAlive = false;
+        return;
+    }
     threadTable.remove(data->envId);
     eraseId(data->envId);
     forgetAnswers();
@@ -276,6 +359,9 @@ bool ThreadMgr::deleteThreadData(ThreadData *data) {
 bool ThreadMgr::updateOnThreadEnd(JNIEnv *tid) {
     constexpr char SIGNATURE[] = "ThreadMgr::updateOnThreadEnd( JNIEnv *tid )";
     AM_TRACE_SCOPE(ccTracer, LGK_DEBUG_MID, SIGNATURE);
+    if (isVirtualKey(tid)) {
+        return virtualTable.remove(tid);
+    }
     bool removed = false;
     bool erased = false;
     {
@@ -293,49 +379,103 @@ bool ThreadMgr::updateOnThreadEnd(JNIEnv *tid) {
     return removed;
 }
 
+// The walk takes no lock: others only put new records in front, and none goes away but here and in the stop.
+void ThreadMgr::endFinishedVirtualThreads(JNIEnv *env) {
+    const ZykLockGuard sweep(sweepLock);
+    ThreadData **link = &watched;
+    ThreadData *next = firstWatched();
+    bool anyEnded = false;
+    while (ThreadData *data = next) {
+        next = data->nextWatched;
+        if (!data->acceptsEvents()) { // nobody had taken it
+            unwatch(link, data);
+            deleteThreadData(data);
+        } else if (!isVirtualAlive(env, *data)) {
+            unwatch(link, data);
+            data->resetOnThreadEnd();
+            anyEnded = true;
+        } else {
+            link = &data->nextWatched;
+        }
+    }
+    if (anyEnded) {
+        forgetVirtualAnswers();
+    }
+}
+
+ThreadData *ThreadMgr::firstWatched() {
+    const ZykLockGuard guard(threadLock);
+    return watched;
+}
+
+// The link led to the record, or to those that came before it since.
+void ThreadMgr::unwatch(ThreadData **&link, const ThreadData *data) {
+    const ZykLockGuard guard(threadLock);
+    while (*link != data) {
+        link = &(*link)->nextWatched;
+    }
+    *link = data->nextWatched;
+}
+
 // ---------------------------------------------------------------- numbers
 
 // Refused calls come here each time: they must not meet at a lock.
 uint32_t ThreadMgr::getThreadId(JNIEnv *env) {
-    LastNumber &last = lastNumber;
-    const uint32_t now = generation.load(std::memory_order_relaxed);
-    if (last.env != env || last.generation != now) {
-        last = {env, allocateId(env), now};
+    const LastAnswer &known = lastAnswer;
+    if (known.key == env && known.generation == generation.load(std::memory_order_relaxed) &&
+        known.number != 0) {
+        return known.number;
     }
-    return last.id;
+    return lookUpId(env);
 }
 
-uint32_t ThreadMgr::allocateId(JNIEnv *env) {
+uint32_t ThreadMgr::lookUpId(JNIEnv *env) {
+    const Caller caller = callerOf(env);
+    if (!caller.stays || caller.key == nullptr) {
+        return allocateId(caller.key);
+    }
+    LastAnswer &last = answerFor(caller);
+    if (last.number == 0) {
+        last.number = allocateId(caller.key);
+    }
+    return last.number;
+}
+
+uint32_t ThreadMgr::allocateId(JNIEnv *key) {
+    if (isVirtualKey(key)) {
+        return numberOfVirtual(key);
+    }
     const ZykLockGuard guard(threadLock);
-    const auto known = envNumbers.find(env);
-    if (known != envNumbers.end()) {
-        return known->second;
+    uint32_t id = envNumbers.get(key);
+    if (id != 0) {
+        return id;
     }
-    auto id = static_cast<uint32_t>(clock());
-    for (auto taken = threadIdMap.find(id); taken != threadIdMap.end() && taken->second != nullptr;
-         taken = threadIdMap.find(id)) {
-        ++id;
+    id = static_cast<uint32_t>(clock());
+    do {
+        id = std::max((id + 1) % FIRST_VIRTUAL_NUMBER, 1U);
+    } while (threadIdMap.get(id) != nullptr);
+    if (!threadIdMap.put(id, key)) {
+        return 0;
     }
-    threadIdMap[id] = env;
-    envNumbers[env] = id;
+    if (!envNumbers.put(key, id)) {
+        threadIdMap.remove(id);
+        return 0;
+    }
     return id;
 }
 
 JNIEnv *ThreadMgr::getEnv(uint32_t threadId) {
+    if (threadId >= FIRST_VIRTUAL_NUMBER) {
+        return virtualTable.keyOf(threadId);
+    }
     const ZykLockGuard guard(threadLock);
-    const auto entry = threadIdMap.find(threadId);
-    return entry != threadIdMap.end() ? entry->second : nullptr;
+    return threadId != 0 ? threadIdMap.get(threadId) : nullptr;
 }
 
 // For the holder of `threadLock`.
 bool ThreadMgr::eraseId(JNIEnv *env) {
-    const auto known = envNumbers.find(env);
-    if (known == envNumbers.end()) {
-        return false;
-    }
-    threadIdMap.erase(known->second);
-    envNumbers.erase(known);
-    return true;
+    const uint32_t id = envNumbers.get(env);
+    return id != 0 && threadIdMap.remove(id) && envNumbers.remove(env);
 }
 
 // ---------------------------------------------------------------- natives

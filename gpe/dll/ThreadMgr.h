@@ -2,17 +2,18 @@
 // thread a small number. Any thread may call. The hit path is a thread-local word and one comparison; a miss
 // takes one bucket lock. A `ThreadData` belongs to the event agent that lists it; it is destroyed under
 // `threadLock` only, so whoever holds that lock may look at any thread that is in the table.
+// Natives pass the environment they were called with; a virtual thread is told from its carrier here, and is
+// known by a key of its own wherever an environment stands for a thread.
 #pragma once
 
 #include "NamedObject.h"
 #include "Relaxed.h"
+#include "VirtualThreads.h"
 #include "ZykHashTable.h"
 #include "ZykLock.h"
 
 #include <cstdint>
 #include <jni.h>
-#include <map>
-#include <unordered_map>
 
 class ThreadData;
 
@@ -42,25 +43,28 @@ public:
     bool isStarted() const { return started; }
 
     // The calling thread's data, made if needed; null while stopped, for a null `env`, before the pump runs
-    // and when memory is out.
+    // and when memory is out. New virtual threads get none while the memory limit is reached.
     ThreadData *getThreadData(JNIEnv *env);
     // The first thread with these names, exactly; null if there is none or an argument is null.
     ThreadData *getThreadData(char *grpname, char *thrname);
-    // As the first, but makes nothing.
-    ThreadData *findThreadData(JNIEnv *env);
+    // Of any thread by its key; makes nothing.
+    ThreadData *findThreadData(JNIEnv *key);
 
-    ThreadData *createThreadData(JNIEnv *env);
     // An event agent's own queue, for events without a thread: the caller lists it itself. Null on failure.
     ThreadData *createSpecialEventQueue(JNIEnv *env);
     // True if it was destroyed.
     bool deleteThreadData(ThreadData *data);
     // Forgets the environment, whose value the JVM may give to the next thread. False if it was unknown.
     bool updateOnThreadEnd(JNIEnv *tid);
+    // Virtual threads end without a word: tells the records of those that have. For one Java thread, from
+    // time to time.
+    void endFinishedVirtualThreads(JNIEnv *env);
 
     int32_t getThreadCount() const; // 0 while stopped
 
-    // Number of an environment, allocated if it has none, and the way back: null if unknown.
+    // The calling thread's number, allocated if it has none; 0 when memory is out.
     uint32_t getThreadId(JNIEnv *env);
+    // The way back, to the thread's key: null if unknown.
     JNIEnv *getEnv(uint32_t threadId);
 
     // Held while looking at threads that are not the caller's own.
@@ -70,20 +74,29 @@ private:
     ThreadMgr();
 
     bool canLookUp(JNIEnv *env) const;
-    ThreadData *verified(ThreadData *data, JNIEnv *env);
+    ThreadData *lookUp(JNIEnv *env);
+    uint32_t lookUpId(JNIEnv *env);
+    ThreadData *createThreadData(JNIEnv *env, JNIEnv *key);
+    ThreadData *verified(ThreadData *data, JNIEnv *key);
     bool enter(ThreadData *data);
     void discard(ThreadData *data);
-    ThreadData **takeAll();
+    ThreadData *takeAll();
     static void traceFailedInsertion(const char *signature, const ThreadData &data);
-    uint32_t allocateId(JNIEnv *env);
+    uint32_t allocateId(JNIEnv *key);
     bool eraseId(JNIEnv *env);
+    ThreadData *firstWatched();
+    void unwatch(ThreadData **&link, const ThreadData *data);
 
     ZykHashTable<JNIEnv *, ThreadData *> threadTable;
-    std::map<uint32_t, JNIEnv *> threadIdMap; // guarded by `threadLock`, as is its inverse
-    std::unordered_map<JNIEnv *, uint32_t> envNumbers;
+    VirtualThreadTable virtualTable;
+    ThreadData *watched = nullptr; // virtual threads not known to have ended, newest first
+    ZykHashTable<uint32_t, JNIEnv *>
+        threadIdMap; // of platform threads; guarded by `threadLock`, as its inverse
+    ZykHashTable<JNIEnv *, uint32_t> envNumbers;
     Relaxed<bool> started{false};
-    ZykLock startLock;  // taken once, so that the JVM has made its first raw monitor before threads race
-    ZykLock threadLock; // the id map, changes of both maps together, and the destruction of a `ThreadData`
+    ZykLock startLock;    // taken once, so that the JVM has made its first raw monitor before threads race
+    ZykLock threadLock;   // the maps, changes of them together, and the destruction of a `ThreadData`
+    ZykLock sweepLock;    // held while ended virtual threads are looked for; before `threadLock`
 };
 
 // The one instance, null until made. Both always hold the same value.

@@ -98,6 +98,22 @@ public:
         return snapshot<V>([](const Entry &entry) { return entry.value; });
     }
 
+    // Calls `visit(value)` for each, with the lock of its bucket held.
+    template <typename Visit>
+    void forEach(Visit visit) {
+        for (uint32_t i = 0; i < size; ++i) {
+            if (synchronised) {
+                locks[i].lock();
+            }
+            for (const Entry *entry = buckets[i]; entry != nullptr; entry = entry->next) {
+                visit(entry->value);
+            }
+            if (synchronised) {
+                locks[i].unlock();
+            }
+        }
+    }
+
     void clear() {
         count = 0;
         for (uint32_t i = 0; usable() && i < size; ++i) {

@@ -116,7 +116,7 @@ case_interrupted_stop() {
     expect_output "${started[@]}"
 }
 
-# Threads come and go, and on a JVM that has them, virtual ones change what carries them within a request.
+# Threads come and go.
 case_many_threads() {
     start_receiver
     options_for station --publish-server "$address"
@@ -131,7 +131,6 @@ case_many_threads() {
     sleep 2
     echo "$before KB, $(memory_kb) KB after 20000 more threads"
     [ "$(memory_kb)" -lt $((before + 12000)) ] || fail "20000 threads took $(($(memory_kb) - before)) KB"
-    get '/virtual?500' > /dev/null
     get /state | grep -q ' failures 0 ' || fail "natives have thrown: $(get /state)"
     requests=$(get /state | grep -oE '^requests [0-9]+' | grep -oE '[0-9]+$')
     end_by '/return?0' 0
@@ -140,6 +139,77 @@ case_many_threads() {
     [ "$(grep -c '"name":"HttpEvent.begin"' records.json)" -eq "$requests" ] ||
         fail "$(grep -c '"name":"HttpEvent.begin"' records.json) begins of $requests requests arrived"
     expect_output "${started[@]}"
+}
+
+# virtual_streams: what each virtual thread has told, and how many told it: H and h are the ends of a page at depth 1,
+# S and s those of a statement at depth 2, ? is anything else.
+virtual_streams() {
+    sed -nE 's/.*"name":"([^"]*)","thread":([0-9]+),"depth":([0-9]+),.*/\1 \2 \3/p' records.json | awk '
+        BEGIN { sign["HttpEvent.begin1"] = "H"; sign["HttpEvent.end1"] = "h"
+                sign["SQLEvent.begin2"] = "S"; sign["SQLEvent.end2"] = "s" }
+        $2 >= 2147483648 { told[$2] = told[$2] (($1 $3) in sign ? sign[$1 $3] : "?") }
+        END { for (thread in told) ++count[told[thread]]; for (stream in count) print count[stream], stream }'
+}
+
+# Virtual threads change what carries them within a request, and keep their number, their order and their nesting.
+# monitored_virtual [property...]: a server under the agent and its Publish Server; false where the JVM has none.
+monitored_virtual() {
+    start_receiver
+    options_for station --publish-server "$address"
+    printf '%s\n' "$@" >> "$runtime/datacollector_test.properties"
+    export MALLOC_ARENA_MAX=1
+    start_station "${options[@]}" -Xcheck:jni
+    await_collector
+    wait_until 30 "the connection" received InitRecord
+    [ "$(get '/virtual?1')" = 1 ] || { echo "this JVM has no virtual threads"; return 1; }
+}
+
+# expect_streams LINE...: after an end without failures.
+expect_streams() {
+    get /state | grep -q ' failures 0 ' || fail "natives have thrown: $(get /state)"
+    end_by '/return?0' 0
+    stop_receiver
+    [ "$(virtual_streams | sort)" = "$(printf '%s\n' "$@" | sort)" ] ||
+        fail "virtual threads have told: $(virtual_streams | sort -rn | head -n 4 | paste -sd ';')"
+    expect_output "${started[@]}"
+}
+
+case_virtual_threads() {
+    monitored_virtual internal.memory.limit=200 || return 0
+    local empty waiting
+    [ "$(get '/brief?20000')" = 20000 ] || fail "the threads have not ended"
+    sleep 2
+    empty=$(memory_kb)
+    [ "$(get '/brief?100000')" = 100000 ] || fail "the threads have not ended"
+    [ "$(get '/waiting?10000')" = 10000 ] || fail "the threads do not wait"
+    waiting=$(memory_kb)
+    echo "$empty KB, $waiting KB with 10000 waiting"
+    [ "$waiting" -lt $((empty + 30000)) ] || fail "10000 waiting threads took $((waiting - empty)) KB"
+    [ "$(get '/virtual?2000')" = 2000 ] || fail "the threads have not ended"
+    [ "$(get '/release?0')" = 10000 ] || fail "the threads have not ended"
+    [ "$(grep -c 'CPU clock' "$logs/dc-trace.log")" -eq 1 ] || fail "the missing clock is not told once"
+    expect_streams '132001 HSsSsh'
+}
+
+# At that level nothing of a request is told but its frame, however many of them wait.
+case_virtual_threads_at_level_1() {
+    monitored_virtual internal.disable.nestedrequests=YES || return 0
+    get '/waiting?2000' > /dev/null
+    get '/virtual?2000' > /dev/null
+    get '/release?0' > /dev/null
+    expect_streams '4001 Hh'
+}
+
+# The collector's restart finds them waiting; those that end meanwhile leave nothing behind.
+case_virtual_threads_restart() {
+    monitored_virtual || return 0
+    get '/waiting?2000' > /dev/null
+    wait_until 30 "their statements" eval '[ "$(grep -c SQLEvent.begin records.json)" -ge 2002 ]'
+    get '/cycle?1' > /dev/null
+    wait_until 30 "the new connection" grep -q '"conn":2,.*"name":"PSStatusEvent"' records.json
+    get '/virtual?500' > /dev/null
+    get '/release?0' > /dev/null
+    expect_streams '501 HSsSsh' '2000 HS???h'
 }
 
 # ended_with STATUS PID SECONDS: the process has the status within the time.

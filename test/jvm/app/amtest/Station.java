@@ -12,6 +12,7 @@ import java.net.InetSocketAddress;
 import java.nio.charset.StandardCharsets;
 import java.util.ArrayList;
 import java.util.List;
+import java.util.concurrent.CountDownLatch;
 import java.util.concurrent.Executors;
 import java.util.concurrent.SynchronousQueue;
 import java.util.concurrent.atomic.AtomicInteger;
@@ -27,6 +28,8 @@ import java.util.function.IntUnaryOperator;
  * /work?100        100 requests with two nested statements each
  * /threads?1000    1000 threads, one after the other, with one request each
  * /virtual?1000    the same at once on virtual threads, which wait within the request; 0 where the JVM has none
+ * /brief?1000      the same without waiting, some at a time
+ * /waiting?1000    the same: all of them wait within their first statement until /release?0
  * /load?8          8 threads that go on making such requests until the end
  * /slow?4          the same, with 20 ms within each statement
  * /priorities?0    sum of the priorities of the event agents' threads and, times 100, of the network agents'
@@ -45,6 +48,8 @@ public final class Station {
     private static final LongAdder failures = new LongAdder();
     private static final LongAccumulator longestMicros = new LongAccumulator(Math::max, 0);
     private static final SynchronousQueue<Runnable> ending = new SynchronousQueue<>();
+    private static final CountDownLatch released = new CountDownLatch(1);
+    private static volatile List<Thread> waiting = List.of();
 
     private Station() {
     }
@@ -61,7 +66,10 @@ public final class Station {
         on(server, "/slow", n -> load(n, 20));
         on(server, "/priorities", n -> priorities("am-event-agent-") + 100 * priorities("am-network-agent-"));
         on(server, "/threads", Station::oneByOne);
-        on(server, "/virtual", Station::virtual);
+        on(server, "/virtual", n -> virtual(n, n, () -> pause(20)));
+        on(server, "/brief", n -> virtual(n, 500, () -> { }));
+        on(server, "/waiting", Station::waiting);
+        on(server, "/release", n -> release());
         server.createContext("/state", call -> answer(call, state()));
         on(server, "/cycle", n -> cycle());
         on(server, "/interrupted", Station::interrupted);
@@ -138,17 +146,53 @@ public final class Station {
         return count;
     }
 
-    private static int virtual(int count) {
+    private static int virtual(int count, int atATime, Runnable inStatement) {
+        for (int started = 0; started < count; started += atATime) {
+            List<Thread> threads = startVirtual(Math.min(atATime, count - started), inStatement);
+            if (threads.isEmpty()) {
+                return 0;
+            }
+            threads.forEach(Station::await);
+        }
+        return count;
+    }
+
+    private static List<Thread> startVirtual(int count, Runnable inStatement) {
         List<Thread> threads = new ArrayList<>();
         for (int i = 0; i < count; i++) {
-            Thread thread = startVirtual(() -> request(20));
+            Thread thread = startVirtual(() -> request(inStatement));
             if (thread == null) {
-                return 0;
+                return List.of();
             }
             threads.add(thread);
         }
-        threads.forEach(Station::await);
-        return count;
+        return threads;
+    }
+
+    private static int waiting(int count) {
+        CountDownLatch arrived = new CountDownLatch(count);
+        waiting = startVirtual(count, () -> {
+            arrived.countDown();
+            await(released);
+        });
+        if (!waiting.isEmpty()) {
+            await(arrived);
+        }
+        return waiting.size();
+    }
+
+    private static int release() {
+        released.countDown();
+        waiting.forEach(Station::await);
+        return waiting.size();
+    }
+
+    private static void await(CountDownLatch latch) {
+        try {
+            latch.await();
+        } catch (InterruptedException e) {
+            Thread.currentThread().interrupt();
+        }
     }
 
     /** Null where the JVM has no virtual threads. */
@@ -225,11 +269,15 @@ public final class Station {
     }
 
     private static void request(long waitMillis) {
+        request(() -> pause(waitMillis));
+    }
+
+    private static void request(Runnable inStatement) {
         long from = System.nanoTime();
         report(() -> NativeEventAgentImpl.startHttpRequestNative(0, "/work", "station", "/station/work", "nobody"));
         for (int i = 0; i < 2; i++) {
             report(() -> NativeEventAgentImpl.beginSQLRequestNative("SELECT * FROM track", "station"));
-            pause(waitMillis);
+            inStatement.run();
             report(() -> NativeEventAgentImpl.endSQLRequestNative("SELECT * FROM track", "station"));
         }
         report(() -> NativeEventAgentImpl.finishHttpRequestNative("/work"));

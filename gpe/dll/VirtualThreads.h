@@ -1,0 +1,69 @@
+// Virtual threads, on JVMs that have them. A virtual thread runs on the environments of whatever threads
+// carry it, so it is known by a key of its own: the JVM's number of it, which is never given twice, made odd,
+// so that it is no environment. Its record follows it through every unmount. The JVM is asked for no
+// capability and no event, whose price every virtual thread of the server would pay: the calling thread is
+// asked for on carriers only, and a sweep finds out which threads have ended. Nothing here keeps the Java
+// object of a thread alive.
+#pragma once
+
+#include "PlainLock.h"
+
+#include <atomic>
+#include <cstdint>
+#include <jni.h>
+
+
+class ThreadData;
+
+inline bool isVirtualKey(const JNIEnv *key) {
+    return (reinterpret_cast<uintptr_t>(key) & 1) != 0;
+}
+
+// Numbers of platform threads stay below this one, those of virtual threads do not: they never meet.
+constexpr uint32_t FIRST_VIRTUAL_NUMBER = 0x80000000U;
+
+// Of a virtual key: the end of the JVM's number. No two threads that live at a time share it.
+uint32_t numberOfVirtual(const JNIEnv *key);
+
+// Who calls.
+struct Caller {
+    JNIEnv *key;
+    bool stays; // every later call on this environment comes from the same thread
+};
+
+// Learns how to tell virtual threads; at VM init, before any of them can call. Without it there are none.
+void learnVirtualThreads(JNIEnv *env);
+void forgetVirtualThreads(); // for tests
+
+// `known` is the key of the virtual thread that was last seen on this environment, if any.
+Caller callerOn(JNIEnv *env, const JNIEnv *known);
+
+// Takes down whose record it is, on that thread, a virtual one; false if memory is out.
+bool describeVirtual(JNIEnv *env, ThreadData &data);
+// Gives the JVM's part of it back; any Java thread.
+void releaseVirtual(ThreadData &data);
+// False once the thread has ended or its object is gone.
+bool isVirtualAlive(JNIEnv *env, const ThreadData &data);
+
+// The living by key, in chains through the records themselves: it allocates nothing.
+class VirtualThreadTable {
+public:
+    void put(ThreadData *data);
+    ThreadData *get(const JNIEnv *key);
+    JNIEnv *keyOf(uint32_t number); // null if there is none
+    bool remove(const JNIEnv *key);
+    void clear();
+    int32_t entryCount() const { return count.load(std::memory_order_relaxed); }
+
+private:
+    static constexpr uint32_t BUCKETS = 4096;
+    static constexpr uint32_t LOCKS = 64;
+
+    template <typename Wanted>
+    ThreadData **find(uint32_t number, Wanted wanted);
+    PlainLock &lockOf(uint32_t number) { return locks[number % LOCKS]; }
+
+    ThreadData *buckets[BUCKETS] = {};
+    PlainLock locks[LOCKS];
+    std::atomic<int32_t> count{0};
+};
