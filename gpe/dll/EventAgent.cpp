@@ -278,8 +278,24 @@ bool EventAgent::listSpecialThread() {
     return specialThreadData != nullptr;
 }
 
+// Unlists what the round holds of threads that have ended and are done with; true if there are any, which then
+// tell by `listed`. All of them in one walk: there may be thousands of threads that stay.
+bool EventAgent::unlistEnded(bool (*isDoneWith)(const ThreadData &thr)) {
+    bool any = false;
+    for (ThreadData *thr : round) {
+        if (!thr->acceptsEvents() && isDoneWith(*thr)) {
+            thr->listed = false;
+            any = true;
+        }
+    }
+    if (any) {
+        threadList.removeIf([](const ThreadData *thr) { return !thr->listed; });
+    }
+    return any;
+}
+
+// One that is not in the list any more.
 void EventAgent::deleteThread(ThreadData *thr) {
-    threadList.remove(thr);
     if (currentThread == thr) {
         currentThread = nullptr;
     }

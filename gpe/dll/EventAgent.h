@@ -73,6 +73,7 @@ private:
 
     // The list.
     bool listSpecialThread();
+    bool unlistEnded(bool (*isDoneWith)(const ThreadData &thr));
     void deleteThread(ThreadData *thr);
     void releaseThreads();
 

@@ -125,10 +125,13 @@ void EventAgent::dropRecordsOnPSDown() {
     int32_t total = 0;
     round.take(threadList);
     for (ThreadData *thr : round) {
-        if (!thr->acceptsEvents()) {
-            total += deleteDeadThread(thr);
-        } else if (thr->queueSize() > keptWithoutPS()) {
+        if (thr->acceptsEvents() && thr->queueSize() > keptWithoutPS()) {
             total += dropRecordsFromQueue(thr, false, nullptr);
+        }
+    }
+    if (unlistEnded([](const ThreadData &) { return true; })) {
+        for (ThreadData *thr : round) {
+            total += thr->listed ? 0 : deleteDeadThread(thr);
         }
     }
     reportDropsOnPSDown(total);

@@ -50,9 +50,11 @@ int32_t EventAgent::walkRound(ProtocolVisitor &visitor) {
         at = at + 1 != round.end() ? at + 1 : round.begin();
         currentThread = *at;
     } while (at != first);
-    for (ThreadData *thr : round) {
-        if (!thr->acceptsEvents() && thr->queueSize() == 0) {
-            deleteThread(thr);
+    if (unlistEnded([](const ThreadData &thr) { return thr.queueSize() == 0; })) {
+        for (ThreadData *thr : round) {
+            if (!thr->listed) {
+                deleteThread(thr);
+            }
         }
     }
     return recordCount;

@@ -206,6 +206,7 @@ bool obtainJvmti(JavaVM *vm) {
     return true;
 }
 
+// Out of memory the server comes up without a collector.
 jint loadAgent(JavaVM *vm, const char *text, void *reserved) {
     JVMTIAgent *agent = JVMTIAgent::getInstance();
     if (agent == nullptr) {
@@ -224,8 +225,8 @@ jint loadAgent(JavaVM *vm, const char *text, void *reserved) {
 
 extern "C" {
 
-// 0 also where the agent has chosen not to run; -1 stops the JVM. `options` is free text that is searched
-// for words; what remains of it names the runtime directory.
+// 0 also where the agent has chosen not to run or has no memory; -1 stops the JVM. `options` is free text
+// that is searched for words; what remains of it names the runtime directory.
 JNIEXPORT jint JNICALL Agent_OnLoad(JavaVM *vm, char *options, void *reserved) {
     if (disabledByEnvironment()) {
         return 0;

@@ -116,7 +116,8 @@ void ThreadMgr::stop() {
     messageInfo(1073, "Thread Manager stopped");
 }
 
-// Takes every thread out of reach; whoever has one already is inside. The result is chained as the watched are.
+// Takes every thread out of reach; whoever has one already is inside. The result is chained as the watched
+// are.
 ThreadData *ThreadMgr::takeAll() {
     const ZykLockGuard sweep(sweepLock);
     const ZykLockGuard guard(threadLock);

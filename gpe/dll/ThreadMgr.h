@@ -94,9 +94,9 @@ private:
         threadIdMap; // of platform threads; guarded by `threadLock`, as its inverse
     ZykHashTable<JNIEnv *, uint32_t> envNumbers;
     Relaxed<bool> started{false};
-    ZykLock startLock;    // taken once, so that the JVM has made its first raw monitor before threads race
-    ZykLock threadLock;   // the maps, changes of them together, and the destruction of a `ThreadData`
-    ZykLock sweepLock;    // held while ended virtual threads are looked for; before `threadLock`
+    ZykLock startLock;  // taken once, so that the JVM has made its first raw monitor before threads race
+    ZykLock threadLock; // the maps, changes of them together, and the destruction of a `ThreadData`
+    ZykLock sweepLock;  // held while ended virtual threads are looked for; before `threadLock`
 };
 
 // The one instance, null until made. Both always hold the same value.

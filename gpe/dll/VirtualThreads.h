@@ -12,7 +12,6 @@
 #include <cstdint>
 #include <jni.h>
 
-
 class ThreadData;
 
 inline bool isVirtualKey(const JNIEnv *key) {

@@ -70,6 +70,28 @@ public:
         return node != nullptr;
     }
 
+    // Removes every value that `wanted` picks, in one walk under the lock.
+    template <typename Wanted>
+    void removeIf(Wanted wanted) {
+        Node *removed = nullptr;
+        {
+            const Guard guard(*this);
+            Node *before = nullptr;
+            for (Node **link = &head; *link != nullptr;) {
+                Node *node = *link;
+                if (!wanted(node->value)) {
+                    before = node;
+                    link = &node->next;
+                    continue;
+                }
+                takeOut(link, before);
+                node->next = removed;
+                removed = node;
+            }
+        }
+        freeChain(removed);
+    }
+
     // Puts the whole chain of `other` in front and leaves `other` empty. Null does nothing.
     void prependAll(ZykList *other) {
         if (other == nullptr) {
@@ -123,11 +145,7 @@ public:
             chain = head;
             forget();
         }
-        while (chain != nullptr) {
-            Node *next = chain->next;
-            delete chain;
-            chain = next;
-        }
+        freeChain(chain);
     }
 
     int32_t size() const { return count; }
@@ -181,6 +199,14 @@ private:
     private:
         ZykList &list;
     };
+
+    static void freeChain(Node *chain) {
+        while (chain != nullptr) {
+            Node *next = chain->next;
+            delete chain;
+            chain = next;
+        }
+    }
 
     void forget() {
         head = nullptr;

@@ -177,6 +177,31 @@ TEST_F(ThreadMgrTest, StatusFollowsWhatJavaSaysAndTheThreadsEnd) {
     setStatus(id, 5);
 }
 
+// Keys of virtual threads: threads of one bucket, numbers beyond 32 bits, none of them a platform thread's.
+TEST(VirtualThreadTable, FindsByKeyAndByNumberAndLosesAny) {
+    VirtualThreadTable table;
+    std::vector<std::unique_ptr<ThreadData>> all;
+    for (const uint64_t number : {7ULL, 8ULL, 7ULL + 4096, 7ULL + 8192, 7ULL + (1ULL << 31), 9ULL << 40}) {
+        all.push_back(std::make_unique<ThreadData>(reinterpret_cast<JNIEnv *>(number << 1 | 1)));
+        all.back()->isAlive = false; // nobody complains of its deletion
+        EXPECT_TRUE(isVirtualKey(all.back()->envId));
+        EXPECT_LE(FIRST_VIRTUAL_NUMBER, numberOfVirtual(all.back()->envId));
+        table.put(all.back().get());
+    }
+    for (size_t gone = 0; gone <= all.size(); ++gone) {
+        EXPECT_EQ(static_cast<int32_t>(all.size() - gone), table.entryCount());
+        for (size_t i = 0; i < all.size(); ++i) {
+            EXPECT_EQ(i < gone ? nullptr : all[i].get(), table.get(all[i]->envId)) << i;
+        }
+        EXPECT_EQ(gone < 2 ? all[1]->envId : nullptr, table.keyOf(FIRST_VIRTUAL_NUMBER | 8));
+        EXPECT_EQ(gone < all.size(), table.remove(all[std::min(gone, all.size() - 1)]->envId));
+    }
+    table.put(all[2].get());
+    table.clear();
+    EXPECT_EQ(nullptr, table.get(all[2]->envId));
+    EXPECT_EQ(0, table.entryCount());
+}
+
 // Threads come, work and go in a crowd; ended ones are destroyed while others look at all of them.
 TEST_F(ThreadMgrTest, HoldsUnderACrowdThatComesAndGoes) {
     constexpr int WORKERS = 6;

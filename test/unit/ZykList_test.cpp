@@ -78,6 +78,21 @@ TEST(ZykList, RemovesOneValueAnywhere) {
     }
 }
 
+TEST(ZykList, RemovesAnySetOfValues) {
+    for (int picked = 0; picked < 16; ++picked) {
+        List list(true);
+        fill(list, {0, 1, 2, 3});
+        list.removeIf([picked](const int *item) { return (picked >> (item - items) & 1) != 0; });
+        std::vector<int> rest;
+        for (int number = 0; number < 4; ++number) {
+            if ((picked >> number & 1) == 0) {
+                rest.push_back(number);
+            }
+        }
+        expectUsable(list, rest);
+    }
+}
+
 TEST(ZykList, PrependsAWholeList) {
     struct Case {
         std::initializer_list<int> own, other;
