@@ -2,6 +2,7 @@
 
 #include "Inside.h"
 #include "MemoryMonitor.h"
+#include "PlainLock.h"
 #include "ProbeLgKit.h"
 #include "ThreadData.h"
 #include "jnihelp.h"
@@ -43,7 +44,7 @@ __attribute__((tls_model("initial-exec"))) thread_local LastAnswer lastAnswer{nu
 // Virtual threads come and go by the thousand and have a generation of their own, raised once a sweep.
 std::atomic<uint32_t> generation{1};
 std::atomic<uint32_t> virtualGeneration{1};
-std::mutex birthLock; // several natives may come first at once
+PlainLock birthLock; // several natives may come first at once
 
 void forgetAnswers() {
     generation.fetch_add(1, std::memory_order_relaxed);
@@ -79,7 +80,7 @@ ThreadMgr::ThreadMgr()
       envNumbers(TABLE_SIZE, false, false) {}
 
 void ThreadMgr::create() {
-    const std::lock_guard<std::mutex> guard(birthLock);
+    const std::lock_guard<PlainLock> guard(birthLock);
     if (threadMgr == nullptr) {
         threadMgr = new (std::nothrow) ThreadMgr();
         threadMgrInstance = threadMgr.get();
