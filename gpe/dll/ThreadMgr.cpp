@@ -31,15 +31,14 @@ constexpr char VIRTUAL_GROUP[] = "VirtualThreads";
 
 // The last answer given on this thread, by the caller's key: what is known is not 0. It holds while the
 // generation stands: whatever takes a thread out of the table raises the generation afterwards, so an answer
-// found before is never used again. A virtual key tells that this thread carries virtual ones. Initial-exec:
-// the general form allocates at a thread's first access, and ends the process if it cannot.
+// found before is never used again. A virtual key tells that this thread carries virtual ones.
 struct LastAnswer {
     JNIEnv *key;
     ThreadData *data;
     uint32_t generation;
     uint32_t number;
 };
-__attribute__((tls_model("initial-exec"))) thread_local LastAnswer lastAnswer{nullptr, nullptr, 0, 0};
+thread_local LastAnswer lastAnswer{nullptr, nullptr, 0, 0};
 
 // Virtual threads come and go by the thousand and have a generation of their own, raised once a sweep.
 std::atomic<uint32_t> generation{1};
