@@ -83,10 +83,6 @@ void learnVirtualThreads(JNIEnv *env) {
     }
 }
 
-void forgetVirtualThreads() {
-    virtualClass = nullptr;
-}
-
 Caller callerOn(JNIEnv *env, const JNIEnv *known) {
     const jclass virtuals = virtualClass;
     if (virtuals == nullptr) {

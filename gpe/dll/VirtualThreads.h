@@ -32,7 +32,6 @@ struct Caller {
 
 // Learns how to tell virtual threads; at VM init, before any of them can call. Without it there are none.
 void learnVirtualThreads(JNIEnv *env);
-void forgetVirtualThreads(); // for tests
 
 // `known` is the key of the virtual thread that was last seen on this environment, if any.
 Caller callerOn(JNIEnv *env, const JNIEnv *known);
