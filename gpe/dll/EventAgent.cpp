@@ -278,8 +278,8 @@ bool EventAgent::listSpecialThread() {
     return specialThreadData != nullptr;
 }
 
-// Unlists what the round holds of threads that have ended and are done with; true if there are any, which then
-// tell by `listed`. All of them in one walk: there may be thousands of threads that stay.
+// Unlists what the round holds of threads that have ended and are done with; true if there are any, which
+// then tell by `listed`. All of them in one walk: there may be thousands of threads that stay.
 bool EventAgent::unlistEnded(bool (*isDoneWith)(const ThreadData &thr)) {
     bool any = false;
     for (ThreadData *thr : round) {
