@@ -60,8 +60,8 @@ Words *words = ownWords;
 struct Plan {
     bool chosen[kCalls];
     bool space;
-    std::uint64_t phase = kPhases;
     char how;
+    std::uint64_t phase;
     std::uint64_t number;
     std::uint64_t seed;
 } plan;
