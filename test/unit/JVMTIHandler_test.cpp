@@ -273,6 +273,8 @@ TEST(AgentEvents, WithoutItsJavaHalfItLiesDormant) {
     table.FindClass = [](JNIEnv *, const char *) -> jclass { return nullptr; };
     table.ExceptionCheck = [](JNIEnv *) -> jboolean { return JNI_FALSE; };
     table.NewStringUTF = [](JNIEnv *, const char *) -> jstring { return nullptr; };
+    table.NewString = [](JNIEnv *, const jchar *, jsize) -> jstring { return nullptr; };
+    table.ExceptionClear = [](JNIEnv *) {};
     JNIEnv env{&table};
     LoadingJvm::callbacks.VMInit(jvmti, &env, nullptr);
     EXPECT_THAT(LoadingJvm::switched(),
