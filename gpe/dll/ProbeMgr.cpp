@@ -249,6 +249,7 @@ bool ProbeMgr::customServiceStart(JNIEnv *) {
             return false;
         }
         if (!createManagers()) {
+            delete instance.get(); // the end of the JVM would wait for its end, which nobody brings about
             return false;
         }
     }
