@@ -36,7 +36,7 @@ namespace {
 
 constexpr jint JVMPI_VERSION_1 = 0x10000001;
 constexpr jint JVMPI_VERSION_1_1 = 0x10000002;
-constexpr int32_t STOP_GRACE_MS = 10000;
+int32_t stopGraceMs = 10000; // read once: the settings may be gone when the probe is stopped
 
 char *onLoadOptions = nullptr;
 char bootClassName[256] = "";
@@ -206,6 +206,7 @@ bool ProbeMgr::onBootstrapInitialize(JNIEnv *env) {
     messageInfo(1080, "Using probe level %d", probeLevel.get());
     f_disableNestedRequests();
     readBootClassName();
+    stopGraceMs = longProperty("internal.probe.stop.wait", stopGraceMs);
     return true;
 }
 
@@ -357,7 +358,7 @@ void ProbeMgr::probeStop(JNIEnv *) {
         }
         beginStopping();
         traceInfo("Waiting for 10 secs");
-        waitOnLocalLock(longProperty("internal.probe.stop.wait", STOP_GRACE_MS));
+        waitOnLocalLock(stopGraceMs);
         traceInfo("Waiting DONE 10 secs");
         stop();
         stopManagers();
