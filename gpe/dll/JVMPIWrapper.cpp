@@ -42,6 +42,15 @@ jint switchEvent(jvmtiEventMode mode, jint event_type) {
     return 0;
 }
 
+// The thread sanitiser does not see what the JVM's monitors order.
+#if defined(__SANITIZE_THREAD__)
+extern "C" void __tsan_acquire(void *address);
+extern "C" void __tsan_release(void *address);
+#else
+void __tsan_acquire(void *) {}
+void __tsan_release(void *) {}
+#endif
+
 jrawMonitorID asMonitor(void *lock_id) {
     return static_cast<jrawMonitorID>(lock_id);
 }
@@ -180,6 +189,7 @@ void JVMPIWrapper::RawMonitorEnter(void *lock_id) {
         return;
     }
     AM_CHECK_JVMTI(jvmti->RawMonitorEnter(asMonitor(lock_id)), "RawMonitorEnter");
+    __tsan_acquire(lock_id);
 }
 
 void JVMPIWrapper::RawMonitorExit(void *lock_id) {
@@ -187,6 +197,7 @@ void JVMPIWrapper::RawMonitorExit(void *lock_id) {
         traceError("NULL Monitor passed to RawMonitorExit \n");
         return;
     }
+    __tsan_release(lock_id);
     AM_CHECK_JVMTI(jvmti->RawMonitorExit(asMonitor(lock_id)), "RawMonitorExit");
 }
 
@@ -195,7 +206,9 @@ WaitEnd JVMPIWrapper::RawMonitorWait(void *lock_id, jlong ms) {
         traceError("NULL Monitor passed to RawMonitorExit \n");
         return WaitEnd::Failed;
     }
+    __tsan_release(lock_id);
     const jvmtiError result = jvmti->RawMonitorWait(asMonitor(lock_id), ms);
+    __tsan_acquire(lock_id);
     if (result == JVMTI_ERROR_INTERRUPT) {
         return WaitEnd::Interrupted;
     }
