@@ -250,36 +250,3 @@ case_ends_while_starting() {
 }
 
 memory_kb() { sed -n 's/^VmRSS:[^0-9]*\([0-9]*\).*/\1/p' "/proc/$server/status"; }
-threads() { sed -n 's/^Threads:[^0-9]*\([0-9]*\).*/\1/p' "/proc/$server/status"; }
-
-# cycle_under_load N MOST_KB: stops and starts the collector N times while eight threads report requests; memory may
-# grow by MOST_KB a cycle after the second. One line a cycle.
-cycle_under_load() {
-    start_receiver
-    options_for station --publish-server "$address"
-    start_station "${options[@]}" -XX:+AlwaysPreTouch
-    await_collector
-    get '/load?8' > /dev/null
-    local i second=0 threads=0
-    for i in $(seq "$1"); do
-        [ "$(get '/cycle?1')" = 1 ] || fail "cycle $i: the collector has not come back"
-        await_collector
-        wait_until 20 "connection $((i + 1))" connections "$((i + 1))"
-        sleep 2
-        echo "cycle $i: $(memory_kb) KB resident, $(threads) threads, $(get /state)"
-        [ "$i" -ne 2 ] || second=$(memory_kb)
-        [ "$i" -ne 1 ] || threads=$(threads)
-    done
-    [ "$(threads)" -le "$((threads + 2))" ] || fail "$(threads) threads, $threads after the first cycle"
-    [ "$1" -lt 3 ] || [ "$(memory_kb)" -le "$((second + ($1 - 2) * $2))" ] ||
-        fail "memory grew from $second KB to $(memory_kb) KB in $(($1 - 2)) cycles"
-    get /state | grep -q ' failures 0 ' || fail "natives have thrown: $(get /state)"
-    end_by '/return?0' 0
-    stop_receiver
-    [ "$(value errors received.json)" -eq 0 ] || fail "a stream was broken"
-    expect_output "${started[@]}"
-}
-
-connections() { [ "$(grep -c '"name":"InitRecord"' records.json)" -ge "$1" ]; }
-
-case_two_cycles_under_load() { cycle_under_load 2 0; }
