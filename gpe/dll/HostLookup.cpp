@@ -11,7 +11,7 @@ namespace {
 
 constexpr size_t HOST_ROOM = 256; // longer ones do not exist
 constexpr size_t SERVICE_ROOM = 16;
-constexpr size_t STACK_BYTES = 256 * 1024; // the resolver's own modules stand on it
+constexpr size_t STACK_BYTES = 1024 * 1024; // address space, for whatever modules the resolver has
 
 } // namespace
 

@@ -112,10 +112,10 @@ void leave(Slot &slot) {
     slot.visits.store(slot.visits.load(std::memory_order_relaxed) + 1, std::memory_order_release);
 }
 
-void forceFences() {
-    if (threadsFence || membarrier(MEMBARRIER_CMD_PRIVATE_EXPEDITED) != 0) {
-        fence();
-    }
+// False if the kernel refused, though it promised: then nobody can tell who is inside.
+bool forceFences() {
+    fence();
+    return threadsFence || membarrier(MEMBARRIER_CMD_PRIVATE_EXPEDITED) == 0;
 }
 
 bool isIn(uint32_t visits) {
@@ -169,9 +169,8 @@ Outside::~Outside() {
 }
 
 bool awaitDeparture() {
-    forceFences();
     int waited = 0;
-    bool allLeft = true;
+    bool allLeft = forceFences();
     for (Slot *slot = allSlots.load(std::memory_order_acquire); slot != nullptr; slot = slot->next) {
         allLeft = (slot == ownSlot || awaitEnd(*slot, waited)) && allLeft;
     }

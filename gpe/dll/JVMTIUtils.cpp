@@ -18,8 +18,8 @@ bool jvmIsDead() {
 
 void logJvmtiError(jvmtiError error, const char *file, int line, const char *message) {
     char *name = getErrorName(error);
-    traceError("ERROR: JVMTI error: NO: %d Name: %s Location %s:%d Msg: %s\n", static_cast<int>(error), name,
-               file, line, message);
+    traceError("ERROR: JVMTI error: NO: %d Name: %s Location %s:%d Msg: %s\n", static_cast<int>(error),
+               name != nullptr ? name : "", file, line, message);
     free(name);
 }
 

@@ -188,6 +188,7 @@ void readBootClassName() {
 } // namespace
 
 bool ProbeMgr::onBootstrapInitialize(JNIEnv *env) {
+    { const ZykLockGuard guard(lifecycleLock); } // makes its monitor before threads race for it
     const char *debug = getenv("AM_INIT_DEBUG");
     if (debug != nullptr && strcmp(debug, "1") == 0) {
         initDebug = true;

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <cstring>
 
 namespace {
 Relaxed<void *> globalLock(nullptr);
@@ -25,7 +26,7 @@ ZykLock::~ZykLock() {
     }
 }
 
-// Without a global lock the creation is unguarded: during start-up only one thread runs.
+// Without a global lock two threads may make a monitor each: the first one's counts.
 bool ZykLock::create() {
     JVMPIWrapper *jvm = eventInterface;
     if (jvm == nullptr) {
@@ -36,8 +37,15 @@ bool ZykLock::create() {
         jvm->RawMonitorEnter(guard);
     }
     if (made() == nullptr) {
-        snprintf(name, sizeof(name), "_%pZykLock", static_cast<void *>(this));
-        monitor.store(jvm->RawMonitorCreate(name), std::memory_order_release);
+        char own[sizeof(name)];
+        snprintf(own, sizeof(own), "_%pZykLock", static_cast<void *>(this));
+        void *none = nullptr;
+        void *mine = jvm->RawMonitorCreate(own);
+        if (mine != nullptr && !monitor.compare_exchange_strong(none, mine, std::memory_order_acq_rel)) {
+            jvm->RawMonitorDestroy(mine);
+        } else {
+            memcpy(name, own, sizeof(name));
+        }
     }
     if (guard != nullptr) {
         jvm->RawMonitorExit(guard);

@@ -2,6 +2,7 @@
 
 #include "ProbeLgKit.h"
 
+#include <cerrno>
 #include <ctime>
 #include <new>
 
@@ -49,12 +50,14 @@ bool ZykOsLock::lock() {
     }
     // The wall clock, since the thread sanitiser does not know the wait by the other one; a jump of the clock
     // makes a turn longer or shorter, nothing else.
-    timespec until{};
+    int result = 0;
     do {
+        timespec until{};
         clock_gettime(CLOCK_REALTIME, &until);
         until.tv_sec += WAIT_TURN_SECONDS;
-    } while (pthread_mutex_timedlock(mutex, &until) != 0);
-    return true;
+        result = pthread_mutex_timedlock(mutex, &until);
+    } while (result == ETIMEDOUT);
+    return result == 0;
 }
 
 bool ZykOsLock::unlock() {

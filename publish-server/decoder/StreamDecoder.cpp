@@ -14,7 +14,7 @@ constexpr std::size_t kContext = 32; // decoded bytes kept for the dump of an er
 } // namespace
 
 StreamDecoder::StreamDecoder(std::size_t maxRecordBytes)
-    : maxRecordBytes_(std::max<std::size_t>(maxRecordBytes, 1024)), buffer_(2 * kMinSpace) {}
+    : maxRecordBytes_(std::max<std::size_t>(maxRecordBytes, 1024)) {}
 
 StreamDecoder::Space StreamDecoder::prepare() {
     const std::size_t drop = head_ > kContext ? head_ - kContext : 0;
@@ -29,9 +29,20 @@ StreamDecoder::Space StreamDecoder::prepare() {
         }
     }
     if (buffer_.size() - tail_ < kMinSpace) {
-        buffer_.resize(std::min(2 * buffer_.size(), maxRecordBytes_ + kContext + 2 * kMinSpace));
+        const std::size_t wanted = std::max(2 * buffer_.size(), tail_ + 2 * kMinSpace);
+        buffer_.resize(std::min(wanted, maxRecordBytes_ + kContext + 2 * kMinSpace));
     }
     return {buffer_.data() + tail_, buffer_.size() - tail_};
+}
+
+void StreamDecoder::rest() {
+    const std::size_t drop = head_ > kContext ? head_ - kContext : 0;
+    std::vector<char> kept(buffer_.begin() + static_cast<std::ptrdiff_t>(drop),
+                           buffer_.begin() + static_cast<std::ptrdiff_t>(tail_));
+    buffer_.swap(kept);
+    head_ -= drop;
+    tail_ -= drop;
+    base_ += drop;
 }
 
 std::size_t StreamDecoder::feed(std::string_view bytes) {

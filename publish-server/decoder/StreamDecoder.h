@@ -41,6 +41,10 @@ public:
     // until next() has answered NeedMore.
     std::size_t feed(std::string_view bytes);
 
+    // Gives back what memory the bytes that wait do not need; invalidates all earlier records and spaces. For
+    // a stream that rests.
+    void rest();
+
     // The next record, or why there is none now.
     Outcome next(Record &record);
 
@@ -51,6 +55,8 @@ public:
     std::uint64_t packets() const { return packets_; }
     std::uint64_t records() const { return records_; }
     std::size_t capacity() const { return buffer_.size(); }
+    // Both initial records have come.
+    bool isOpen() const { return state_ == State::PacketHeader || state_ == State::Records; }
 
 private:
     enum class State { Init, J2eeInit, PacketHeader, Records, Failed };

@@ -71,7 +71,15 @@ std::optional<Options> parseCommandLine(int argc, const char *const *argv, int &
     app.add_option("--seconds", options.seconds, "end after so many seconds; 0: run until a signal")
         ->check(CLI::NonNegativeNumber);
     app.add_option("--max-connections", options.maxConnections, "open connections; more are closed at once")
-        ->check(CLI::Range(1, 10000))
+        ->check(CLI::Range(1, 100000))
+        ->capture_default_str();
+    app.add_option("--max-per-address", options.maxPerAddress,
+                   "open connections from one address; more are closed at once")
+        ->check(CLI::Range(1, 100000))
+        ->capture_default_str();
+    app.add_option("--init-within", options.initSeconds,
+                   "seconds within which a connection has to send its initial block")
+        ->check(CLI::Range(0.1, 3600.0))
         ->capture_default_str();
     app.add_option("--max-record", options.maxRecordBytes,
                    "bytes of the longest record, which bounds the memory "

@@ -18,7 +18,9 @@ struct Options {
     std::string captureDir;
     std::string decodeFile;
     std::string statsFile;
-    std::size_t maxConnections = 128;
+    std::size_t maxConnections = 10000;
+    std::size_t maxPerAddress = 2000;
+    double initSeconds = 30; // a connection that has not sent its initial block by then goes
     std::size_t maxRecordBytes = 4u << 20;
 };
 

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cerrno>
 #include <climits>
+#include <cstdio>
+#include <cstring>
 
 #include <poll.h>
 #include <unistd.h>
@@ -25,7 +27,7 @@ void Output::flush() {
         if (written > 0) {
             left.remove_prefix(static_cast<std::size_t>(written));
         } else if (written < 0 && errno != EINTR && errno != EAGAIN) {
-            broken_ = true;
+            giveUp(std::strerror(errno));
         }
     }
     pending_.clear();
@@ -40,10 +42,15 @@ bool Output::waitForReader() {
         }
         const bool tooLong = count == 0 && stop_.load(std::memory_order_relaxed) && --patience_ <= 0;
         if (tooLong || (count < 0 && errno != EINTR)) {
-            broken_ = true;
+            giveUp(tooLong ? "nobody reads" : std::strerror(errno));
             return false;
         }
     }
+}
+
+void Output::giveUp(const char *why) {
+    broken_ = true;
+    std::fprintf(stderr, "cannot write to the output (%s): nothing more is written there\n", why);
 }
 
 bool Output::isTerminal() const {

@@ -1,7 +1,7 @@
 // Text to a file descriptor, standard output as a rule. A reader that is slow makes write() wait, and so
 // pauses the reading of all collectors: that is what bounds memory. While waiting it looks at `stop` a few
 // times a second; when that is set and the reader still does not read, or once the descriptor is broken,
-// output is thrown away. One thread.
+// output is thrown away, which is told in one line on standard error. One thread.
 #pragma once
 
 #include <atomic>
@@ -30,6 +30,7 @@ private:
     static constexpr int kWaitMs = 200;
     static constexpr int kPatience = 10;
     bool waitForReader();
+    void giveUp(const char *why);
 
     const int descriptor_;
     const std::atomic<bool> &stop_;

@@ -38,6 +38,9 @@ std::optional<PairMatcher::Match> PairMatcher::end(const Record &record) {
             if (open.depth == record.depth && open.pair == record.spec->pair) {
                 unmatched_.begins += thread.stack.size() - i - 1;
                 cutTo(thread, i);
+                if (i == 0) {
+                    threads_.erase(found);
+                }
                 const std::uint64_t now = microsecondsOf(record);
                 return Match{open.latency, now > open.since ? now - open.since : 0};
             }

@@ -1,7 +1,7 @@
 // Finds the begin record of an end record, for one connection: a stack of open begins per thread, ordered by
 // depth. Nothing that arrives is an error: ends without a begin and begins that never end are counted.
-// Bounded: at kMaxThreads threads or kMaxOpen open begins, the half of the threads that were silent longest
-// is forgotten. One thread.
+// Only threads with something open are kept. Bounded: at kMaxThreads of them or kMaxOpen open begins, the
+// half that was silent longest is forgotten. One thread.
 #pragma once
 
 #include "decoder/Record.h"
@@ -17,8 +17,8 @@ class Latency;
 
 class PairMatcher {
 public:
-    static constexpr std::size_t kMaxThreads = 4096;
-    static constexpr std::size_t kMaxOpen = 65536;
+    static constexpr std::size_t kMaxThreads = 65536;
+    static constexpr std::size_t kMaxOpen = 262144;
 
     struct Match {
         Latency *latency;           // as given with the begin, may be null

@@ -5,6 +5,8 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <iterator>
+#include <new>
 #include <utility>
 
 #include <boost/asio/buffer.hpp>
@@ -29,23 +31,52 @@ std::string peerOf(const tcp::socket &socket) {
     return error ? "a peer already gone" : endpointText(peer);
 }
 
+std::string addressOf(const tcp::socket &socket) {
+    ErrorCode error;
+    const tcp::endpoint peer = socket.remote_endpoint(error);
+    return error ? std::string() : peer.address().to_string();
+}
+
 } // namespace
 
 // Owned by the server's list and by its own pending read.
 class Connection : public std::enable_shared_from_this<Connection> {
 public:
-    Connection(Server &server, tcp::socket socket, std::uint64_t number)
-        : server_(server), socket_(std::move(socket)),
+    Connection(Server &server, tcp::socket socket, std::string address, std::uint64_t number)
+        : server_(server), socket_(std::move(socket)), address_(std::move(address)),
           session_(number, peerOf(socket_), server.totals_, server.sink_, server.options_.maxRecordBytes),
           capture_(server.options_.captureDir, number) {}
 
+    // Waits without a buffer: one that is silent needs none.
     void read() {
-        const StreamDecoder::Space space = session_.prepare();
-        socket_.async_read_some(
-            boost::asio::buffer(space.data, space.size),
-            [self = shared_from_this(), data = space.data](ErrorCode error, std::size_t count) {
-                self->received(error, {data, count});
-            });
+        socket_.async_wait(tcp::socket::wait_read, [self = shared_from_this()](ErrorCode error) {
+            try {
+                self->readable(error);
+            } catch (const std::bad_alloc &) {
+                self->end("memory is out");
+            }
+        });
+    }
+
+    const std::string &address() const { return address_; }
+
+    // Looked at once a tick. False if it has been silent for too long without having opened its stream.
+    bool tick(Server::Clock::time_point now, std::chrono::duration<double> initLimit) {
+        if (bytes_ != bytesAtTick_) {
+            bytesAtTick_ = bytes_;
+            rested_ = false;
+        } else if (!rested_) {
+            session_.rest();
+            rested_ = true;
+        }
+        return session_.isOpen() || now - since_ < initLimit;
+    }
+
+    void end(const std::string &how) {
+        if (!finished_) {
+            finish(how);
+            server_.closed(*this);
+        }
     }
 
     void finish(const std::string &how) {
@@ -60,24 +91,37 @@ public:
     }
 
 private:
-    void received(ErrorCode error, std::string_view bytes) {
+    void readable(ErrorCode error) {
         if (finished_) {
             return;
         }
-        capture_.write(bytes);
-        if (session_.commit(bytes.size()) && !error) {
+        const StreamDecoder::Space space = session_.prepare();
+        std::size_t count = 0;
+        if (!error) {
+            count = socket_.read_some(boost::asio::buffer(space.data, space.size), error);
+        }
+        if (error == boost::asio::error::would_block || error == boost::asio::error::interrupted) {
+            read();
+            return;
+        }
+        bytes_ += count;
+        capture_.write({space.data, count});
+        if (session_.commit(count) && !error) {
             server_.output_.flush();
             read();
             return;
         }
-        finish(error == boost::asio::error::eof ? "closed by the collector"
-                                                : "connection lost: " + error.message());
-        auto &all = server_.connections_;
-        all.erase(std::remove(all.begin(), all.end(), shared_from_this()), all.end());
+        end(error == boost::asio::error::eof ? "closed by the collector"
+                                             : "connection lost: " + error.message());
     }
 
     Server &server_;
     tcp::socket socket_;
+    const std::string address_;
+    const Server::Clock::time_point since_ = Server::Clock::now();
+    std::uint64_t bytes_ = 0;
+    std::uint64_t bytesAtTick_ = 0;
+    bool rested_ = true;
     Session session_;
     Capture capture_;
     bool finished_ = false;
@@ -145,22 +189,76 @@ void Server::accept() {
 }
 
 void Server::accepted(tcp::socket socket) {
-    if (connections_.size() >= options_.maxConnections) {
-        if (++totals_.refused % 1024 == 1) {
-            std::fprintf(stderr, "refused %s, connection number %llu over the limit of %zu\n",
-                         peerOf(socket).c_str(), static_cast<unsigned long long>(totals_.refused),
-                         options_.maxConnections);
+    try {
+        const std::string address = addressOf(socket);
+        if (connections_.size() >= options_.maxConnections) {
+            refuse(address, "connections", options_.maxConnections);
+        } else if (origins_[address].connections >= options_.maxPerAddress) {
+            refuse(address, "connections from one address", options_.maxPerAddress);
+        } else {
+            open(std::move(socket), address);
         }
-        return;
+    } catch (const std::bad_alloc &) {
+        ++totals_.refused;
     }
+}
+
+void Server::open(tcp::socket socket, const std::string &address) {
     ErrorCode ignored;
     socket.set_option(boost::asio::socket_base::keep_alive(true),
                       ignored); // a vanished peer must free its place
-    connections_.push_back(std::make_shared<Connection>(*this, std::move(socket), ++lastConnection_));
+    socket.non_blocking(true, ignored);
+    connections_.push_back(
+        std::make_shared<Connection>(*this, std::move(socket), address, ++lastConnection_));
+    ++origins_[address].connections;
     connections_.back()->read();
 }
 
+// One line an address and minute: whoever is refused tries again at once.
+void Server::refuse(const std::string &address, const char *why, std::size_t limit) {
+    ++totals_.refused;
+    Origin &origin = origins_[address];
+    ++origin.untold;
+    const Clock::time_point now = Clock::now();
+    if (origin.toldAt == Clock::time_point() || now - origin.toldAt >= kTellAgain) {
+        std::fprintf(stderr, "refused %llu connections from %s over the limit of %zu %s\n",
+                     static_cast<unsigned long long>(std::exchange(origin.untold, 0)), address.c_str(), limit,
+                     why);
+        origin.toldAt = now;
+    }
+}
+
+void Server::closed(const Connection &connection) {
+    const auto found = origins_.find(connection.address());
+    if (found != origins_.end() && --found->second.connections == 0 &&
+        (found->second.toldAt == Clock::time_point() || origins_.size() > kMaxOrigins)) {
+        origins_.erase(found);
+    }
+    connections_.erase(std::remove_if(connections_.begin(), connections_.end(),
+                                      [&](const auto &each) { return each.get() == &connection; }),
+                       connections_.end());
+}
+
+void Server::lookAfterConnections() {
+    const Clock::time_point now = Clock::now();
+    const std::chrono::duration<double> limit(options_.initSeconds);
+    std::vector<std::shared_ptr<Connection>> silent;
+    for (const auto &connection : connections_) {
+        if (!connection->tick(now, limit)) {
+            silent.push_back(connection);
+        }
+    }
+    for (const auto &connection : silent) {
+        connection->end("no initial block in time");
+    }
+    for (auto at = origins_.begin(); at != origins_.end();) {
+        const bool idle = at->second.connections == 0 && now - at->second.toldAt >= kTellAgain;
+        at = idle ? origins_.erase(at) : std::next(at);
+    }
+}
+
 void Server::tick() {
+    lookAfterConnections();
     if (!acceptPending_) {
         accept();
     }
@@ -175,7 +273,7 @@ void Server::tick() {
 }
 
 bool Server::mustEnd() const {
-    return stop_.load(std::memory_order_relaxed) || output_.broken() || Clock::now() >= endAt_;
+    return stop_.load(std::memory_order_relaxed) || Clock::now() >= endAt_;
 }
 
 void Server::drain() {

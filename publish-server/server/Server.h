@@ -1,7 +1,7 @@
 // Accepts collectors on one address and feeds each connection's bytes to a Session. Everything runs on the
-// thread that calls run(). Bounded: maxConnections connections, each with one record's buffer; a connection
-// that sends nothing or slowly costs its buffer and nothing else. A broken stream closes its own connection
-// only.
+// thread that calls run(). Bounded: maxConnections connections, maxPerAddress of them from one address, each
+// with one record's buffer while bytes come; one that sends nothing costs some kilobytes, and before its
+// initial block only for initSeconds. A broken stream, or memory that is out, closes its own connection only.
 #pragma once
 
 #include "server/Options.h"
@@ -14,6 +14,8 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <unordered_map>
+#include <vector>
 
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/ip/tcp.hpp>
@@ -31,7 +33,7 @@ public:
            const std::atomic<bool> &stop);
     ~Server();
 
-    // Until `stop`, options.seconds or broken output. Before it returns it still takes what collectors have
+    // Until `stop` or options.seconds. Before it returns it still takes what collectors have
     // already sent: it goes on until kQuietTicks ticks brought nothing, but for at most kDrainTime.
     void run();
 
@@ -49,6 +51,10 @@ private:
     void listen();
     void accept();
     void accepted(boost::asio::ip::tcp::socket socket);
+    void open(boost::asio::ip::tcp::socket socket, const std::string &address);
+    void refuse(const std::string &address, const char *why, std::size_t limit);
+    void closed(const Connection &connection);
+    void lookAfterConnections();
     void tick();
     void drain();
     void refreshTable();
@@ -63,6 +69,15 @@ private:
     boost::asio::ip::tcp::acceptor acceptor_;
     boost::asio::steady_timer timer_;
     std::vector<std::shared_ptr<Connection>> connections_;
+    // By address; one without connections is forgotten a minute after its last refusal was told.
+    struct Origin {
+        std::size_t connections = 0;
+        std::uint64_t untold = 0; // refusals since the last line
+        Clock::time_point toldAt{};
+    };
+    static constexpr std::chrono::seconds kTellAgain{60};
+    static constexpr std::size_t kMaxOrigins = 65536;
+    std::unordered_map<std::string, Origin> origins_;
     std::uint64_t lastConnection_ = 0;
     bool acceptPending_ = false;
     bool draining_ = false;

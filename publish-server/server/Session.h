@@ -26,6 +26,8 @@ public:
     Summary finish(const std::string &how);
 
     std::size_t capacity() const { return decoder_.capacity(); }
+    bool isOpen() const { return decoder_.isOpen(); } // the initial block has come
+    void rest() { decoder_.rest(); }                  // nothing comes for a while: memory is given back
 
 private:
     StreamDecoder decoder_;

@@ -12,6 +12,7 @@
 #include <filesystem>
 #include <fstream>
 
+#include <sys/resource.h>
 #include <unistd.h>
 
 namespace {
@@ -31,6 +32,22 @@ void installSignals() {
     sigaction(SIGINT, &action, nullptr);
     sigaction(SIGTERM, &action, nullptr);
     std::signal(SIGPIPE, SIG_IGN);
+}
+
+// As many descriptors as the connections may need, or as many as there are.
+void raiseFileLimit(const ps::Options &options) {
+    rlimit limit{};
+    if (!options.decodeFile.empty() || getrlimit(RLIMIT_NOFILE, &limit) != 0) {
+        return;
+    }
+    limit.rlim_cur = limit.rlim_max;
+    setrlimit(RLIMIT_NOFILE, &limit);
+    const std::size_t each = options.captureDir.empty() ? 1 : 2;
+    const std::size_t places = limit.rlim_cur / each;
+    if (places < options.maxConnections + 32) {
+        std::fprintf(stderr, "only %zu files may be open: not all of %zu connections will find a place\n",
+                     static_cast<std::size_t>(limit.rlim_cur), options.maxConnections);
+    }
 }
 
 bool decodeFile(const ps::Options &options, ps::Totals &totals, ps::RecordSink *sink) {
@@ -65,6 +82,7 @@ bool writeStats(const std::string &path, const ps::Totals &totals) {
     }
     if (!file || error) {
         std::fprintf(stderr, "cannot write %s\n", path.c_str());
+        std::filesystem::remove(unfinished, error);
         return false;
     }
     return true;
@@ -86,6 +104,8 @@ int run(const ps::Options &options) {
     if (options.table) {
         output.write((output.isTerminal() ? "\x1b[H\x1b[J" : "") + totals.table(kFinalRows));
     }
+    output.flush();
+    good = good && !output.broken();
     if (!options.statsFile.empty()) {
         good = writeStats(options.statsFile, totals) && good;
     }
@@ -101,6 +121,7 @@ int main(int argc, char **argv) {
         return status;
     }
     installSignals();
+    raiseFileLimit(*options);
     try {
         return run(*options);
     } catch (const std::exception &error) {

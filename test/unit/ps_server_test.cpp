@@ -193,6 +193,36 @@ TEST_F(PsServer, silentAndSlowConnectionsTakeAPlaceAndNoMore) {
     EXPECT_EQ(summaries().size(), 3u);
 }
 
+TEST_F(PsServer, whoDoesNotOpenItsStreamGoesAndOneAddressDoesNotTakeAllPlaces) {
+    options.maxPerAddress = 2;
+    options.initSeconds = 0.3;
+    start();
+    Client open(server->port());
+    ASSERT_TRUE(open.send(kInitBlock));
+    Client half(server->port());
+    ASSERT_TRUE(half.send(kInitBlock.substr(0, 10)));
+    EXPECT_TRUE(Client(server->port()).closedByServer());
+    EXPECT_TRUE(half.closedByServer());
+    ASSERT_TRUE(open.send(pairPacket(1) + kAlive)) << "an open stream may be silent";
+    Client next(server->port()); // in the place that became free
+    ASSERT_TRUE(next.send(kInitBlock));
+    finish();
+    EXPECT_EQ(totals.refused, 1u);
+    EXPECT_EQ(totals.records, 2u + 3 + 2);
+}
+
+TEST_F(PsServer, outputThatCannotBeWrittenEndsNothingElse) {
+    const int full = ::open("/dev/full", O_WRONLY);
+    start(full);
+    for (int i = 0; i < 3; ++i) {
+        Client client(server->port());
+        ASSERT_TRUE(client.send(kInitBlock + pairPacket(1)));
+    }
+    finish();
+    ::close(full);
+    EXPECT_EQ(totals.records, 3 * 4u);
+}
+
 TEST_F(PsServer, whatWasSentBeforeTheEndIsCounted) {
     constexpr int kPackets = 20000;
     std::string stream = kInitBlock;

@@ -100,17 +100,17 @@ TEST_F(PsTotals, openBeginsAreBounded) {
     record.spec = ps::findSpec(4);
     const std::uint32_t threads = 3 * ps::PairMatcher::kMaxThreads;
     for (record.threadId = 0; record.threadId < threads; ++record.threadId) {
-        for (record.depth = 0; record.depth < 100; ++record.depth) {
+        for (record.depth = 0; record.depth < 8; ++record.depth) {
             pairs.begin(record, nullptr);
         }
         ASSERT_LE(pairs.open(), ps::PairMatcher::kMaxOpen);
     }
     // The latest are the ones that are remembered, and none is lost from the count.
     record.threadId = threads - 1;
-    record.depth = 99;
+    record.depth = 7;
     record.spec = ps::findSpec(5);
     EXPECT_TRUE(pairs.end(record));
-    EXPECT_EQ(pairs.takeUnmatched(true).begins, threads * 100ull - 1);
+    EXPECT_EQ(pairs.takeUnmatched(true).begins, threads * 8ull - 1);
 }
 
 TEST(PsLatency, textsAreBoundedAndTheRestIsTogether) {

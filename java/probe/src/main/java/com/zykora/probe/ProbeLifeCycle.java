@@ -92,6 +92,11 @@ class ProbeLifeCycle {
             state = State.STOPPED;
             natives.startThreadManager();
         }
+        if (closing) { // and the one who closes may have given up waiting for this start
+            state = State.GONE;
+            natives.shutDownService();
+            return;
+        }
         Map<String, String> files = PropertyManager.collectorProperties();
         ProbeSystem.describeServer(files);
         natives.startProbe();

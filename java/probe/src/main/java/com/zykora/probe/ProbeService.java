@@ -74,8 +74,7 @@ public final class ProbeService {
     static void runBounded(Runnable work, long millis) {
         Thread worker = runBehind("am-stopper", work);
         if (worker == null) {
-            work.run();
-            return;
+            return; // the death of the JVM waits a minute at most, this work perhaps for ever
         }
         long end = System.nanoTime() + TimeUnit.MILLISECONDS.toNanos(millis);
         boolean interrupted = false;
@@ -117,6 +116,8 @@ public final class ProbeService {
             } catch (SecurityException refused) {
                 // The collector runs; only the end of the JVM takes longer.
                 hooked = true;
+            } catch (Throwable noMemory) {
+                return false;
             }
         }
         return hooked;
