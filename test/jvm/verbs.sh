@@ -4,12 +4,12 @@
 # tree), APP (classes of the test server), SHOP (target directory of the shop), JAVA, and JAVA_BIN of the compiler's
 # JDK.
 
-pids=()
 runner=() # what stands in front of the server's java, such as a change of user
 
+# What the case has left running, and nothing else: a number that has been freed may be somebody else's.
 finish_case() {
     local pid
-    for pid in "${pids[@]}"; do
+    for pid in $(jobs -rp); do
         kill -KILL "$pid" 2>/dev/null || true
     done
 }
@@ -38,7 +38,6 @@ start_receiver() {
     "$HOME_AM/bin/publish-server" --listen "${1:-127.0.0.1:0}" --json --stats-file received.json \
         > records.json 2> receiver.err &
     receiver=$!
-    pids+=("$receiver")
     wait_until 30 "the Publish Server" grep -q 'listening on' receiver.err
     address=$(grep -oE '127\.0\.0\.1:[0-9]+' receiver.err | head -n 1)
 }
@@ -95,7 +94,6 @@ listen_on() {
     : > server.out
     "${runner[@]}" "$@" > server.out 2> server.err &
     server=$!
-    pids+=("$server")
     wait_until 150 "the server to listen" has_begun
     url=http://127.0.0.1:$(sed -n "s/^$name listening on //p" server.out)
 }

@@ -235,13 +235,11 @@ case_ends_while_starting() {
     for moment in 0 0.01 0.03 0.1 0.3 0.6; do
         "$JAVA" "${options[@]}" "${station_options[@]}" amtest.Station > "out.$moment" 2> "err.$moment" &
         pid=$!
-        pids+=("$pid")
         killed+=("$pid")
         wait_until 60 "the JVM" grep -qs 'loaded Environment' "out.$moment"
         sleep "$moment"
         kill -TERM "$pid"
     done
-    pids+=("${short[@]}")
     for pid in "${short[@]}"; do ended_with 0 "$pid" 45; done
     for pid in "${killed[@]}"; do ended_with 143 "$pid" 45; done
     # A JVM that dies while the agent initialises gives out no more monitors: told, and no harm.

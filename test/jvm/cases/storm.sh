@@ -12,14 +12,13 @@ storm() {
     "${runner[@]}" "$JAVA" "${options[@]}" -Xms128m -Xmx128m -XX:+AlwaysPreTouch -XX:+UseSerialGC -cp "$APP" amtest.Storm "$1" "$2" \
         > server.out 2> server.err &
     server=$!
-    pids+=("$server")
     local status=0 memory=0 round=0
     while kill -0 "$server" 2> /dev/null; do
         sleep 3
         kill_receiver
         start_receiver "127.0.0.1:$port"
         round=$((round + 1))
-        [ "$round" -ne 3 ] || memory=$(memory_kb)
+        [ "$round" -ne 3 ] || memory=$(memory_kb 2> /dev/null || echo 0)
         last=$(memory_kb 2> /dev/null || echo "$last")
         [ "$SECONDS" -lt "${STORM_LIMIT:-3600}" ] || { kill -QUIT "$server" && sleep 5 && fail "it hangs"; }
     done
