@@ -31,5 +31,5 @@ public:
 private:
     size_t used = 0;
     bool cut = false;
-    char bytes[Room] = "";
+    char bytes[Room] = {};
 };

@@ -46,9 +46,15 @@ jint switchEvent(jvmtiEventMode mode, jint event_type) {
 #if defined(__SANITIZE_THREAD__)
 extern "C" void __tsan_acquire(void *address);
 extern "C" void __tsan_release(void *address);
+void tellAcquired(void *monitor) {
+    __tsan_acquire(monitor);
+}
+void tellReleased(void *monitor) {
+    __tsan_release(monitor);
+}
 #else
-void __tsan_acquire(void *) {}
-void __tsan_release(void *) {}
+void tellAcquired(void *) {}
+void tellReleased(void *) {}
 #endif
 
 jrawMonitorID asMonitor(void *lock_id) {
@@ -189,7 +195,7 @@ void JVMPIWrapper::RawMonitorEnter(void *lock_id) {
         return;
     }
     AM_CHECK_JVMTI(jvmti->RawMonitorEnter(asMonitor(lock_id)), "RawMonitorEnter");
-    __tsan_acquire(lock_id);
+    tellAcquired(lock_id);
 }
 
 void JVMPIWrapper::RawMonitorExit(void *lock_id) {
@@ -197,7 +203,7 @@ void JVMPIWrapper::RawMonitorExit(void *lock_id) {
         traceError("NULL Monitor passed to RawMonitorExit \n");
         return;
     }
-    __tsan_release(lock_id);
+    tellReleased(lock_id);
     AM_CHECK_JVMTI(jvmti->RawMonitorExit(asMonitor(lock_id)), "RawMonitorExit");
 }
 
@@ -206,9 +212,9 @@ WaitEnd JVMPIWrapper::RawMonitorWait(void *lock_id, jlong ms) {
         traceError("NULL Monitor passed to RawMonitorExit \n");
         return WaitEnd::Failed;
     }
-    __tsan_release(lock_id);
+    tellReleased(lock_id);
     const jvmtiError result = jvmti->RawMonitorWait(asMonitor(lock_id), ms);
-    __tsan_acquire(lock_id);
+    tellAcquired(lock_id);
     if (result == JVMTI_ERROR_INTERRUPT) {
         return WaitEnd::Interrupted;
     }

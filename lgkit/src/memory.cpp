@@ -5,6 +5,8 @@
 #include <cstdlib>
 #include <new>
 
+// NOLINTBEGIN(bugprone-reserved-identifier,readability-identifier-naming): the linker gives these names
+
 extern "C" {
 void *__real_malloc(size_t size) noexcept;
 void __real_free(void *block) noexcept;
@@ -77,3 +79,5 @@ void operator delete(void *block, size_t) noexcept {
 void operator delete[](void *block, size_t) noexcept {
     __real_free(block);
 }
+
+// NOLINTEND(bugprone-reserved-identifier,readability-identifier-naming)
