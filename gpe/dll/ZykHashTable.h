@@ -101,7 +101,7 @@ public:
     // Calls `visit(value)` for each, with the lock of its bucket held.
     template <typename Visit>
     void forEach(Visit visit) {
-        for (uint32_t i = 0; i < size; ++i) {
+        for (uint32_t i = 0; usable() && i < size; ++i) {
             if (synchronised) {
                 locks[i].lock();
             }
