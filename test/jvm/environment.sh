@@ -10,5 +10,5 @@ JAVA_BIN=$(dirname "$(readlink -f "$(command -v javac)")")
 work=$(mktemp -d "${TMPDIR:-/tmp}/am-jvm.XXXXXX")
 chmod 755 "$work"
 APP=$work/classes
-"$JAVA_BIN/javac" --release 17 -cp "$HOME_AM/java/am-probe.jar" -d "$APP" app/amtest/*.java || exit 2
+"$JAVA_BIN/javac" --release 17 -cp "$HOME_AM/java/am-probe.jar" -sourcepath "$root/test/java" -d "$APP" app/amtest/*.java || exit 2
 unset AM_DC_ENABLED AM_HEAPDUMP AM_INIT_DEBUG AM_DATA_DIR LGKIT_COMMON_DIR QUALDIR NLSPATH JAVA_TOOL_OPTIONS

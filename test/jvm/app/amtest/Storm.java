@@ -1,13 +1,20 @@
 package amtest;
 
+import am.test.families.Script;
 import com.qel.morvex.norak.dc.eventagent.NativeEventAgentImpl;
+import com.qel.morvex.norak.dc.eventagent.ThreadTimes;
 import com.qel.morvex.norak.dc.networkagent.NativeNetworkAgentImpl;
+import com.zykora.command.CommandAgent;
+import com.zykora.probe.ProbeContextPersisterProxy;
 import com.zykora.probe.ProbeController;
 import com.zykora.probe.ProbeService;
 import com.zykora.probe.ProbeSystem;
 import com.zykora.probe.ProbeUtils;
 import com.zykora.probe.ThreadManager;
+import com.zykora.probe.log.ProbeLogger;
+import java.io.IOException;
 import java.util.ArrayList;
+import java.util.Collections;
 import java.util.List;
 import java.util.Random;
 import java.util.concurrent.ThreadLocalRandom;
@@ -18,10 +25,14 @@ import java.util.concurrent.locks.ReentrantReadWriteLock;
 /**
  * Starts, stops and misuses the collector from eight threads at random while 64 threads report requests, until it has
  * been stopped N times. Nothing may be thrown into a request, and after a stop the collector stays off until it is
- * started again, whoever enters meanwhile. Ends with status 5 when a clean start brings it back.
+ * started again, whoever enters meanwhile. Then, on the word of whoever reads along, it is started once more and reports
+ * pages that must arrive. In a last part the service is shut down too, which takes its settings with it, so that nothing
+ * is sent any more. Ends with status 5 in the midst of requests.
  *
  * <pre>
  *   amtest.Storm STOPS SEED
+ *   calm             waits for a line on standard input
+ *   told N           N pages have been reported; likewise
  *   stops N requests N faults N back true
  * </pre>
  */
@@ -29,14 +40,23 @@ public final class Storm {
     private static final int REQUESTERS = 64;
     private static final int DRIVERS = 8;
     private static final long LEAST_STOP_NANOS = 20_000_000; // internal.probe.stop.wait of the run: a real stop
+    private static final int PAGES = 200; // of the proof that it works
+    private static final String[] WORK = {
+        "+sql -sql", "+sql +driver -driver -sql", "+wrapper -wrapper", "+jca -jca", "+jndi -jndi", "+mail -mail",
+        "+jdo -jdo", "+jms3 -jms3", "+xq -xqToken", "+ejb +sql -sql -ejb", "+iiopClient -iiopClient",
+        "+iiopServer -iiopServer", "+wsClient -wsClient", "+wsProvider wsProviderFault", "+generic -generic",
+        "+genericMany -generic", "genericException", "exception", "gwx", "xqi", "status", "sampling", "trace",
+        "+http +http -cancel", "+http -cancelled",
+    };
 
     /** Held shared by what drivers do at random, exclusively by a cycle whose outcome is looked at. */
     private static final ReentrantReadWriteLock turn = new ReentrantReadWriteLock();
-    private static final List<Thread> threads = java.util.Collections.synchronizedList(new ArrayList<>());
+    private static final List<Thread> threads = Collections.synchronizedList(new ArrayList<>());
     private static final LongAdder requests = new LongAdder();
     private static final AtomicInteger faults = new AtomicInteger();
     private static final AtomicInteger stops = new AtomicInteger();
-    private static volatile boolean over;
+    private static volatile boolean calm;
+    private static volatile boolean last;
 
     private Storm() {
     }
@@ -48,22 +68,49 @@ public final class Storm {
             Thread.sleep(10);
         }
         ProbeService.stop();
-        List<Thread> drivers = new ArrayList<>();
         for (int i = 0; i < REQUESTERS; i++) {
             start("request-" + i, Storm::requestForEver);
         }
+        drive(seed, wanted * 3 / 4);
+        proveWork();
+        last = true;
+        drive(seed + DRIVERS, wanted);
+        ProbeController.stopNativeProbe();
+        boolean back = ProbeService.start();
+        System.out.println("stops " + stops + " requests " + requests.sum() + " faults " + faults + " back " + back);
+        System.exit(5);
+    }
+
+    private static void drive(long seed, int wanted) {
+        List<Thread> drivers = new ArrayList<>();
         for (int i = 0; i < DRIVERS; i++) {
             Random random = new Random(seed + i);
             drivers.add(start("driver-" + i, () -> drive(random, wanted)));
         }
-        for (Thread driver : drivers) {
-            driver.join();
-        }
+        drivers.forEach(Storm::join);
+    }
+
+    private static void proveWork() throws IOException {
+        calm = true;
         ProbeController.stopNativeProbe();
-        over = true;
-        boolean back = ProbeService.start();
-        System.out.println("stops " + stops + " requests " + requests.sum() + " faults " + faults + " back " + back);
-        System.exit(5);
+        await("calm");
+        if (!ProbeService.start()) {
+            fault("the collector has not come back");
+        }
+        for (int i = 0; i < PAGES; i++) {
+            NativeEventAgentImpl.startHttpRequestNative(0, "/proof", "storm", "/proof", "user");
+            NativeEventAgentImpl.finishHttpRequestNative("/proof");
+        }
+        await("told " + PAGES);
+        ProbeService.stop();
+        calm = false;
+    }
+
+    private static void await(String word) throws IOException {
+        System.out.println(word);
+        while (System.in.read() != '\n') {
+            // the answer says no more than that it is there
+        }
     }
 
     private static Thread start(String name, Runnable work) {
@@ -90,52 +137,29 @@ public final class Storm {
 
     private static void requestForEver() {
         Random random = ThreadLocalRandom.current();
-        while (!over) {
+        for (;;) {
             request(random);
-            pause(1);
+            do {
+                pause(1);
+            } while (calm);
         }
     }
 
     private static void request(Random random) {
-        int expected = random.nextInt(1000);
-        String url = "/storm/" + expected;
+        String url = "/storm/" + random.nextInt(1000);
         NativeEventAgentImpl.startHttpRequestNative(0, url, "storm", url, "user");
-        int answer = nested(random, expected);
+        pause(random.nextInt(100) == 0 ? 5 : 0);
+        Script.run(WORK[random.nextInt(WORK.length)]);
         if (random.nextInt(8) == 0) {
             NativeEventAgentImpl.errorHttpRequestNative(url, "storm", "failed");
         } else {
             NativeEventAgentImpl.finishHttpRequestNative(url);
         }
-        if (answer != expected) {
-            fault("wrong answer");
-        }
         requests.increment();
     }
 
-    private static int nested(Random random, int value) {
-        String text = "SELECT " + value;
-        switch (random.nextInt(7)) {
-        case 0:
-            NativeEventAgentImpl.beginJMSRequestNative(3, text, "provider", null);
-            NativeEventAgentImpl.endJMSRequestNative(3, text, "provider", null);
-            break;
-        case 1:
-            NativeEventAgentImpl.beginJNDIRequestNative(text, "url");
-            NativeEventAgentImpl.endJNDIRequestNative(text, "url");
-            break;
-        case 2:
-            NativeEventAgentImpl.genericStartEventNative(1, 2, new Object[] {text, null});
-            NativeEventAgentImpl.genericStopEventNative(1);
-            break;
-        case 3:
-            NativeEventAgentImpl.sendExceptionNative("E", "C", "m", text);
-            break;
-        default:
-            NativeEventAgentImpl.beginSQLRequestNative(text, "db");
-            NativeEventAgentImpl.endSQLRequestNative(text, "db");
-            break;
-        }
-        return value;
+    private static void brief() {
+        request(ThreadLocalRandom.current());
     }
 
     // ---------------------------------------------------------------- drivers
@@ -156,7 +180,7 @@ public final class Storm {
     }
 
     private static void act(Random random) {
-        switch (random.nextInt(13)) {
+        switch (random.nextInt(15)) {
         case 0:
             ProbeUtils.customServiceStart();
             break;
@@ -191,12 +215,19 @@ public final class Storm {
             break;
         case 11:
             for (int i = 0; i < 10; i++) {
-                start("brief", () -> request(ThreadLocalRandom.current()));
+                start("brief", Storm::brief);
+                startVirtual(Storm::brief);
             }
             threads.removeIf(thread -> thread.getState() == Thread.State.TERMINATED);
             break;
+        case 12:
+            saveContext(random);
+            break;
+        case 13:
+            ProbeLogger.setNativeProbeLoggingLevel(random.nextInt(10) == 0 ? 21000 : 24000);
+            break;
         default:
-            if (random.nextInt(10) == 0) {
+            if (last && random.nextInt(10) == 0) {
                 ProbeUtils.customServiceShutDown();
             }
             pause(random.nextInt(20));
@@ -211,7 +242,7 @@ public final class Storm {
         for (int i = random.nextInt(2); i >= 0; i--) {
             enter(0);
         }
-        pause(random.nextInt(60));
+        pause(random.nextInt(random.nextInt(8) == 0 ? 500 : 60));
     }
 
     /** Two threads on their way into the agents of that number, as often before as after a stop. */
@@ -276,6 +307,26 @@ public final class Storm {
         ThreadManager.setThreadStatus(NativeEventAgentImpl.getEnvNative(), 1 << random.nextInt(16));
         ThreadManager.getNativeThreadStatus(random.nextInt());
         ProbeController.getMonitoringLevel();
+        CommandAgent.getThreadId("request-" + random.nextInt(REQUESTERS), "main");
+        NativeEventAgentImpl.getThreadTimesNative(new ThreadTimes());
+        NativeEventAgentImpl.getNumPendingRequests();
+    }
+
+    private static void saveContext(Random random) {
+        ProbeContextPersisterProxy.synchOutProbeContext(new int[] {1, 2, 3, 4},
+                new int[] {1 + random.nextInt(3), random.nextInt(2), random.nextInt(2), random.nextInt(2)}, 4);
+        ProbeContextPersisterProxy.synchInProbeContext();
+        ProbeContextPersisterProxy.resetProbeContext();
+        ProbeContextPersisterProxy.getProbeContextLastReadFilePath();
+    }
+
+    /** Nothing where the JVM has no virtual threads. */
+    private static void startVirtual(Runnable work) {
+        try {
+            Thread.class.getMethod("startVirtualThread", Runnable.class).invoke(null, work);
+        } catch (ReflectiveOperationException notInThisJvm) {
+            return;
+        }
     }
 
     private static void pause(long millis) {
