@@ -39,8 +39,8 @@ import java.util.concurrent.locks.ReentrantReadWriteLock;
 public final class Storm {
     private static final int REQUESTERS = 64;
     private static final int DRIVERS = 8;
-    private static final long LEAST_STOP_NANOS = 20_000_000; // internal.probe.stop.wait of the run: a real stop
-    private static final int PAGES = 200; // of the proof that it works
+    private static final int PAGES = 20; // of the proof that it works: a short queue holds them
+    private static final int BURST = 200; // of setters, so that two of them meet
     private static final String[] WORK = {
         "+sql -sql", "+sql +driver -driver -sql", "+wrapper -wrapper", "+jca -jca", "+jndi -jndi", "+mail -mail",
         "+jdo -jdo", "+jms3 -jms3", "+xq -xqToken", "+ejb +sql -sql -ejb", "+iiopClient -iiopClient",
@@ -195,10 +195,14 @@ public final class Storm {
             ProbeController.setModLevel(1 + random.nextInt(4));
             break;
         case 5:
-            ProbeController.setIncludeExcludeList(names(random), names(random));
+            for (int i = 0; i < BURST; i++) {
+                ProbeController.setIncludeExcludeList(names(random), names(random));
+            }
             break;
         case 6:
-            ProbeSystem.initializeProbe();
+            for (int i = 0; i < BURST; i++) {
+                ProbeSystem.initializeProbe();
+            }
             break;
         case 7:
             enter(random.nextInt(3) - 1);
@@ -252,9 +256,9 @@ public final class Storm {
     }
 
     private static void stop() {
-        long from = System.nanoTime();
+        boolean wasOn = ProbeController.isNativeProbeEnabled();
         ProbeController.stopNativeProbe();
-        if (System.nanoTime() - from >= LEAST_STOP_NANOS) {
+        if (wasOn) {
             stops.incrementAndGet();
         }
     }
