@@ -69,7 +69,8 @@ public final class Storm {
         }
         ProbeService.stop();
         for (int i = 0; i < REQUESTERS; i++) {
-            start("request-" + i, Storm::requestForEver);
+            int pause = i % 8 == 0 ? 0 : 1; // a stop has to meet threads that are inside
+            start("request-" + i, () -> requestForEver(pause));
         }
         drive(seed, wanted * 3 / 4);
         proveWork();
@@ -135,12 +136,12 @@ public final class Storm {
 
     // ---------------------------------------------------------------- requests
 
-    private static void requestForEver() {
+    private static void requestForEver(int pause) {
         Random random = ThreadLocalRandom.current();
         for (;;) {
             request(random);
             do {
-                pause(1);
+                pause(calm ? 1 : pause);
             } while (calm);
         }
     }
@@ -239,10 +240,14 @@ public final class Storm {
         }
     }
 
-    private static void bringUp(Random random) {
+    private static void switchOn() {
         ProbeUtils.customServiceStart();
         ProbeController.startNativeProbe();
         ProbeSystem.initializeProbe();
+    }
+
+    private static void bringUp(Random random) {
+        switchOn();
         for (int i = random.nextInt(2); i >= 0; i--) {
             enter(0);
         }
@@ -267,7 +272,11 @@ public final class Storm {
     private static void checkedCycle(Random random) {
         turn.writeLock().lock();
         try {
-            bringUp(random);
+            if (random.nextBoolean()) {
+                bringUp(random);
+            } else {
+                switchOn(); // its agents come only while it is being stopped
+            }
             Thread late = start("late", () -> {
                 pause(5);
                 enter(0);
@@ -333,7 +342,11 @@ public final class Storm {
         }
     }
 
+    /** None at all for 0: a thread that gives way by itself is hardly ever interrupted within a native. */
     private static void pause(long millis) {
+        if (millis == 0) {
+            return;
+        }
         try {
             Thread.sleep(millis);
         } catch (InterruptedException shorter) {
