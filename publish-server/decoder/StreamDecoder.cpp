@@ -35,11 +35,30 @@ StreamDecoder::Space StreamDecoder::prepare() {
     return {buffer_.data() + tail_, buffer_.size() - tail_};
 }
 
-void StreamDecoder::rest() {
+void StreamDecoder::wake(std::vector<char> &spare) {
+    if (buffer_.size() < 2 * kMinSpace) {
+        spare.resize(std::max(spare.size(), tail_ + 2 * kMinSpace));
+        moveTo(spare);
+    }
+}
+
+void StreamDecoder::rest(std::vector<char> &spare) {
     const std::size_t drop = head_ > kContext ? head_ - kContext : 0;
-    std::vector<char> kept(buffer_.begin() + static_cast<std::ptrdiff_t>(drop),
-                           buffer_.begin() + static_cast<std::ptrdiff_t>(tail_));
-    buffer_.swap(kept);
+    if (tail_ - drop > kMinSpace) {
+        return;
+    }
+    std::vector<char> kept(tail_ - drop);
+    moveTo(kept);
+    if (kept.size() <= 8 * kMinSpace) { // else a giant has passed
+        spare.swap(kept);
+    }
+}
+
+// Goes on in `buffer`, which has room for what is still of use, and leaves the old one there.
+void StreamDecoder::moveTo(std::vector<char> &buffer) {
+    const std::size_t drop = head_ > kContext ? head_ - kContext : 0;
+    std::copy(buffer_.data() + drop, buffer_.data() + tail_, buffer.data());
+    buffer_.swap(buffer);
     head_ -= drop;
     tail_ -= drop;
     base_ += drop;

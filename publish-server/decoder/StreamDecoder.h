@@ -1,7 +1,7 @@
 // Framing of one connection's stream: initial block, then packets, each a header and exactly the records it
 // counts. Takes the bytes in any pieces and owns their buffer, which never outgrows one record of the allowed
-// length by more than kMinSpace and its read-ahead. One thread at a time. After Fatal the decoder stays
-// Fatal.
+// length by more than kMinSpace and its read-ahead, and grows only with bytes that have come. One thread at a
+// time. After Fatal the decoder stays Fatal.
 #pragma once
 
 #include "decoder/Record.h"
@@ -41,9 +41,11 @@ public:
     // until next() has answered NeedMore.
     std::size_t feed(std::string_view bytes);
 
-    // Gives back what memory the bytes that wait do not need; invalidates all earlier records and spaces. For
-    // a stream that rests.
-    void rest();
+    // Between two reads a decoder needs only the bytes that wait. wake() takes over the memory of `spare`,
+    // rest() gives it back, so that many streams share one buffer; one in the midst of a long record keeps
+    // its own. Both invalidate all earlier records and spaces. Where they throw, nothing has changed.
+    void wake(std::vector<char> &spare);
+    void rest(std::vector<char> &spare);
 
     // The next record, or why there is none now.
     Outcome next(Record &record);
@@ -66,6 +68,7 @@ private:
     bool advance(Record &record);
     Outcome fail(std::size_t distance, const std::string &what);
     std::string dumpAround(std::size_t position) const;
+    void moveTo(std::vector<char> &buffer);
     std::size_t buffered() const { return tail_ - head_; }
 
     const std::size_t maxRecordBytes_;

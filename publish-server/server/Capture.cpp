@@ -53,6 +53,7 @@ void Capture::write(std::string_view bytes) {
 void Capture::giveUp(const char *what) {
     std::fprintf(stderr, "%s capture file %s: %s\n", what, path_.c_str(), std::strerror(errno));
     file_.reset();
+    lost_ = true;
 }
 
 } // namespace ps

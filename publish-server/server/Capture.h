@@ -18,6 +18,7 @@ public:
 
     void write(std::string_view bytes);
     const std::string &path() const { return path_; }
+    bool lost() const { return lost_; } // some bytes are missing
 
 private:
     struct Closer {
@@ -26,6 +27,7 @@ private:
     void giveUp(const char *what);
 
     std::string path_;
+    bool lost_ = false;
     std::unique_ptr<std::FILE, Closer> file_;
 };
 

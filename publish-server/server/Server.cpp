@@ -5,8 +5,10 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <cstring>
 #include <iterator>
 #include <new>
+#include <thread>
 #include <utility>
 
 #include <boost/asio/buffer.hpp>
@@ -59,35 +61,31 @@ public:
     }
 
     const std::string &address() const { return address_; }
+    bool inTime(Server::Clock::time_point since) const { return session_.isOpen() || since_ > since; }
 
-    // Looked at once a tick. False if it has been silent for too long without having opened its stream.
-    bool tick(Server::Clock::time_point now, std::chrono::duration<double> initLimit) {
-        if (bytes_ != bytesAtTick_) {
-            bytesAtTick_ = bytes_;
-            rested_ = false;
-        } else if (!rested_) {
-            session_.rest();
-            rested_ = true;
-        }
-        return session_.isOpen() || now - since_ < initLimit;
-    }
-
-    void end(const std::string &how) {
+    void end(const char *how) noexcept {
         if (!finished_) {
             finish(how);
             server_.closed(*this);
         }
     }
 
-    void finish(const std::string &how) {
+    // Once; where memory is out nothing but the telling suffers.
+    void finish(const char *how) noexcept {
         if (std::exchange(finished_, true)) {
             return;
         }
         ErrorCode ignored;
         socket_.close(ignored);
-        const std::string text = summaryText(session_.finish(how));
-        std::fwrite(text.data(), 1, text.size(), stderr);
-        server_.output_.flush();
+        session_.close();
+        server_.totals_.capturesLost += capture_.lost() ? 1 : 0;
+        try {
+            const std::string text = summaryText(session_.finish(how));
+            std::fwrite(text.data(), 1, text.size(), stderr);
+            server_.output_.flush();
+        } catch (const std::bad_alloc &) {
+            std::fputs("memory is out: a connection has ended without its summary\n", stderr);
+        }
     }
 
 private:
@@ -95,33 +93,38 @@ private:
         if (finished_) {
             return;
         }
+        session_.wake(server_.spare_);
+        const bool more = take(error);
+        session_.rest(server_.spare_);
+        if (more) {
+            read();
+        }
+    }
+
+    // False once it has ended.
+    bool take(ErrorCode error) {
         const StreamDecoder::Space space = session_.prepare();
         std::size_t count = 0;
         if (!error) {
             count = socket_.read_some(boost::asio::buffer(space.data, space.size), error);
         }
         if (error == boost::asio::error::would_block || error == boost::asio::error::interrupted) {
-            read();
-            return;
+            return true;
         }
-        bytes_ += count;
         capture_.write({space.data, count});
         if (session_.commit(count) && !error) {
             server_.output_.flush();
-            read();
-            return;
+            return true;
         }
         end(error == boost::asio::error::eof ? "closed by the collector"
-                                             : "connection lost: " + error.message());
+                                             : ("connection lost: " + error.message()).c_str());
+        return false;
     }
 
     Server &server_;
     tcp::socket socket_;
     const std::string address_;
     const Server::Clock::time_point since_ = Server::Clock::now();
-    std::uint64_t bytes_ = 0;
-    std::uint64_t bytesAtTick_ = 0;
-    bool rested_ = true;
     Session session_;
     Capture capture_;
     bool finished_ = false;
@@ -168,9 +171,16 @@ void Server::run() {
     if (options_.table && output_.isTerminal()) {
         tableAt_ = now;
     }
-    accept();
-    tick();
-    io_.run();
+    while (!io_.stopped()) {
+        try {
+            if (!tickPending_) {
+                tick();
+            }
+            io_.run();
+        } catch (const std::bad_alloc &) { // no connection's own: what has to go on is started again
+            std::this_thread::sleep_for(kTick);
+        }
+    }
     for (const auto &connection : connections_) {
         connection->finish("receiver ended");
     }
@@ -178,22 +188,35 @@ void Server::run() {
 }
 
 void Server::accept() {
-    acceptPending_ = true;
     acceptor_.async_accept([this](ErrorCode error, tcp::socket socket) {
         acceptPending_ = false;
         if (!error) {
             accepted(std::move(socket));
             accept();
-        } // else, with no descriptor left perhaps: the next tick tries again
+        } else {
+            acceptFailed(error);
+        }
     });
+    acceptPending_ = true;
+}
+
+// No descriptor or no memory left, perhaps. The next tick tries again; who waits to be accepted goes on
+// waiting.
+void Server::acceptFailed(const ErrorCode &error) {
+    const Clock::time_point now = Clock::now();
+    if (acceptToldAt_ == Clock::time_point() || now - acceptToldAt_ >= kTellAgain) {
+        std::fprintf(stderr, "cannot accept connections: %s; trying again\n", std::strerror(error.value()));
+        acceptToldAt_ = now;
+    }
 }
 
 void Server::accepted(tcp::socket socket) {
     try {
         const std::string address = addressOf(socket);
+        const auto origin = origins_.find(address);
         if (connections_.size() >= options_.maxConnections) {
             refuse(address, "connections", options_.maxConnections);
-        } else if (origins_[address].connections >= options_.maxPerAddress) {
+        } else if (origin != origins_.end() && origin->second.connections >= options_.maxPerAddress) {
             refuse(address, "connections from one address", options_.maxPerAddress);
         } else {
             open(std::move(socket), address);
@@ -208,15 +231,24 @@ void Server::open(tcp::socket socket, const std::string &address) {
     socket.set_option(boost::asio::socket_base::keep_alive(true),
                       ignored); // a vanished peer must free its place
     socket.non_blocking(true, ignored);
+    Origin &origin = origins_[address];
     connections_.push_back(
         std::make_shared<Connection>(*this, std::move(socket), address, ++lastConnection_));
-    ++origins_[address].connections;
-    connections_.back()->read();
+    ++origin.connections;
+    const auto connection = connections_.back();
+    try {
+        connection->read();
+    } catch (const std::bad_alloc &) {
+        connection->end("memory is out");
+    }
 }
 
 // One line an address and minute: whoever is refused tries again at once.
 void Server::refuse(const std::string &address, const char *why, std::size_t limit) {
     ++totals_.refused;
+    if (origins_.size() >= kMaxOrigins && origins_.count(address) == 0) {
+        return; // counted, not told
+    }
     Origin &origin = origins_[address];
     ++origin.untold;
     const Clock::time_point now = Clock::now();
@@ -228,7 +260,7 @@ void Server::refuse(const std::string &address, const char *why, std::size_t lim
     }
 }
 
-void Server::closed(const Connection &connection) {
+void Server::closed(const Connection &connection) noexcept {
     const auto found = origins_.find(connection.address());
     if (found != origins_.end() && --found->second.connections == 0 &&
         (found->second.toldAt == Clock::time_point() || origins_.size() > kMaxOrigins)) {
@@ -241,10 +273,11 @@ void Server::closed(const Connection &connection) {
 
 void Server::lookAfterConnections() {
     const Clock::time_point now = Clock::now();
-    const std::chrono::duration<double> limit(options_.initSeconds);
+    const auto since = now - std::chrono::duration_cast<Clock::duration>(
+                                 std::chrono::duration<double>(options_.initSeconds));
     std::vector<std::shared_ptr<Connection>> silent;
     for (const auto &connection : connections_) {
-        if (!connection->tick(now, limit)) {
+        if (!connection->inTime(since)) {
             silent.push_back(connection);
         }
     }
@@ -258,18 +291,20 @@ void Server::lookAfterConnections() {
 }
 
 void Server::tick() {
-    lookAfterConnections();
-    if (!acceptPending_) {
-        accept();
-    }
+    tickPending_ = false;
     draining_ = draining_ || mustEnd();
     if (draining_) {
         drain();
     }
-    refreshTable();
     bytesAtTick_ = totals_.bytes;
+    if (!acceptPending_) {
+        accept();
+    }
+    lookAfterConnections();
+    refreshTable();
     timer_.expires_after(kTick);
     timer_.async_wait([this](ErrorCode) { tick(); });
+    tickPending_ = true;
 }
 
 bool Server::mustEnd() const {

@@ -1,6 +1,6 @@
 // Accepts collectors on one address and feeds each connection's bytes to a Session. Everything runs on the
 // thread that calls run(). Bounded: maxConnections connections, maxPerAddress of them from one address, each
-// with one record's buffer while bytes come; one that sends nothing costs some kilobytes, and before its
+// with at most one record's buffer; one that waits between records costs some kilobytes, and before its
 // initial block only for initSeconds. A broken stream, or memory that is out, closes its own connection only.
 #pragma once
 
@@ -52,8 +52,9 @@ private:
     void accept();
     void accepted(boost::asio::ip::tcp::socket socket);
     void open(boost::asio::ip::tcp::socket socket, const std::string &address);
+    void acceptFailed(const boost::system::error_code &error);
     void refuse(const std::string &address, const char *why, std::size_t limit);
-    void closed(const Connection &connection);
+    void closed(const Connection &connection) noexcept;
     void lookAfterConnections();
     void tick();
     void drain();
@@ -69,6 +70,7 @@ private:
     boost::asio::ip::tcp::acceptor acceptor_;
     boost::asio::steady_timer timer_;
     std::vector<std::shared_ptr<Connection>> connections_;
+    std::vector<char> spare_; // the buffer of whichever connection is read
     // By address; one without connections is forgotten a minute after its last refusal was told.
     struct Origin {
         std::size_t connections = 0;
@@ -80,6 +82,8 @@ private:
     std::unordered_map<std::string, Origin> origins_;
     std::uint64_t lastConnection_ = 0;
     bool acceptPending_ = false;
+    Clock::time_point acceptToldAt_{};
+    bool tickPending_ = false;
     bool draining_ = false;
     int quietTicks_ = 0;
     std::uint64_t bytesAtTick_ = 0;

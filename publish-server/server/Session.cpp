@@ -34,10 +34,16 @@ bool Session::commit(std::size_t count) {
     return !failed_;
 }
 
+void Session::close() noexcept {
+    if (!std::exchange(closed_, true)) {
+        --totals_.open;
+        totals_.errors += failed_ ? 1 : 0;
+        totals_.settle(pairs_, true);
+    }
+}
+
 Summary Session::finish(const std::string &how) {
-    --totals_.open;
-    totals_.errors += failed_ ? 1 : 0;
-    totals_.settle(pairs_, true);
+    close();
     summary_.bytes = decoder_.bytes();
     summary_.packets = decoder_.packets();
     summary_.records = decoder_.records();

@@ -9,6 +9,7 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 namespace ps {
 
@@ -17,17 +18,24 @@ public:
     Session(std::uint64_t connection, std::string peer, Totals &totals, RecordSink *sink,
             std::size_t maxRecordBytes);
 
+    ~Session() { close(); }
+    Session(const Session &) = delete;
+    Session &operator=(const Session &) = delete;
+
     StreamDecoder::Space prepare() { return decoder_.prepare(); }
     // Decodes all that is whole, after `count` bytes were put into the prepared space. False once the stream
     // cannot be decoded further.
     bool commit(std::size_t count);
 
-    // Closes the books, once. `how`: what ended the stream; a decoding error takes its place.
+    // Closes the books, once; takes no memory.
+    void close() noexcept;
+    // close(), and what there is to tell. `how`: what ended the stream; a decoding error takes its place.
     Summary finish(const std::string &how);
 
     std::size_t capacity() const { return decoder_.capacity(); }
     bool isOpen() const { return decoder_.isOpen(); } // the initial block has come
-    void rest() { decoder_.rest(); }                  // nothing comes for a while: memory is given back
+    void wake(std::vector<char> &spare) { decoder_.wake(spare); }
+    void rest(std::vector<char> &spare) { decoder_.rest(spare); }
 
 private:
     StreamDecoder decoder_;
@@ -37,6 +45,7 @@ private:
     Summary summary_;
     Record record_;
     bool failed_ = false;
+    bool closed_ = false;
 };
 
 } // namespace ps

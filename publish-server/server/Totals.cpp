@@ -141,6 +141,7 @@ Json Totals::json() const {
             {"open", open},
             {"refused", refused},
             {"errors", errors},
+            {"capturesLost", capturesLost},
             {"bytes", bytes},
             {"packets", packets},
             {"records", records},

@@ -34,8 +34,9 @@ public:
 
     std::uint64_t connections = 0; // ever accepted
     std::uint64_t open = 0;
-    std::uint64_t refused = 0; // over the limit of connections
-    std::uint64_t errors = 0;  // streams that could not be decoded
+    std::uint64_t refused = 0;      // over the limit of connections
+    std::uint64_t errors = 0;       // streams that could not be decoded
+    std::uint64_t capturesLost = 0; // raw files that lack bytes
     std::uint64_t bytes = 0;
     std::uint64_t packets = 0;
     std::uint64_t records = 0;

@@ -12,6 +12,7 @@
 #include <filesystem>
 #include <fstream>
 
+#include <fcntl.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
@@ -23,6 +24,15 @@ std::atomic<bool> stopRequested{false}; // lock-free, so that a signal handler m
 extern "C" void onSignal(int) {
     if (stopRequested.exchange(true)) {
         _exit(1); // asked twice: somebody does not want to wait
+    }
+}
+
+// A standard descriptor that is closed would be given to a socket or a file, and output would go there.
+void occupyStandardDescriptors() {
+    for (int descriptor = STDIN_FILENO; descriptor <= STDERR_FILENO; ++descriptor) {
+        if (fcntl(descriptor, F_GETFD) < 0) {
+            open("/dev/null", O_RDONLY); // takes the lowest; to write there fails, and is told
+        }
     }
 }
 
@@ -72,17 +82,24 @@ void serve(const ps::Options &options, ps::Totals &totals, ps::Output &output, p
 
 // Whole or not at all: a script that waits for the file never sees half of it.
 bool writeStats(const std::string &path, const ps::Totals &totals) {
+    const std::string text = totals.json().dump(2) + "\n";
+    std::error_code error;
+    const auto target = std::filesystem::status(path, error);
+    if (std::filesystem::exists(target) && !std::filesystem::is_regular_file(target)) {
+        std::fprintf(stderr, "cannot write %s: no regular file\n", path.c_str());
+        return false; // a rename would put a file in the place of a device
+    }
     const std::string unfinished = path + ".tmp";
     std::ofstream file(unfinished, std::ios::trunc);
-    file << totals.json().dump(2) << "\n";
+    file << text;
     file.close();
-    std::error_code error;
+    error.clear();
     if (file) {
         std::filesystem::rename(unfinished, path, error);
     }
     if (!file || error) {
         std::fprintf(stderr, "cannot write %s\n", path.c_str());
-        std::filesystem::remove(unfinished, error);
+        std::filesystem::remove(unfinished, error); // leaves nothing behind
         return false;
     }
     return true;
@@ -105,7 +122,7 @@ int run(const ps::Options &options) {
         output.write((output.isTerminal() ? "\x1b[H\x1b[J" : "") + totals.table(kFinalRows));
     }
     output.flush();
-    good = good && !output.broken();
+    good = good && !output.broken() && totals.capturesLost == 0;
     if (!options.statsFile.empty()) {
         good = writeStats(options.statsFile, totals) && good;
     }
@@ -120,6 +137,7 @@ int main(int argc, char **argv) {
     if (!options) {
         return status;
     }
+    occupyStandardDescriptors();
     installSignals();
     raiseFileLimit(*options);
     try {

@@ -4,26 +4,56 @@
 
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <chrono>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <new>
 #include <set>
 #include <thread>
 
 #include <arpa/inet.h>
 #include <fcntl.h>
 #include <netinet/in.h>
+#include <poll.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 using namespace pstest;
 
 namespace {
 
+// On the server's thread every so manieth allocation fails; 0: none.
+thread_local unsigned failEvery = 0;
+thread_local unsigned allocations = 0;
+
+} // namespace
+
+[[gnu::noinline]] void *operator new(std::size_t size) {
+    void *memory = failEvery > 0 && ++allocations % failEvery == 0 ? nullptr : std::malloc(size);
+    if (memory == nullptr) {
+        throw std::bad_alloc();
+    }
+    return memory;
+}
+[[gnu::noinline]] void operator delete(void *memory) noexcept {
+    std::free(memory);
+}
+[[gnu::noinline]] void operator delete(void *memory, std::size_t) noexcept {
+    std::free(memory);
+}
+
+namespace {
+
 class Client {
 public:
-    explicit Client(std::uint16_t port) : socket_(::socket(AF_INET, SOCK_STREAM, 0)) {
+    Client() : socket_(::socket(AF_INET, SOCK_STREAM, 0)) {}
+    explicit Client(std::uint16_t port) : Client() { connect(port); }
+    void connect(std::uint16_t port) {
         sockaddr_in address{};
         address.sin_family = AF_INET;
         address.sin_port = htons(port);
@@ -60,7 +90,7 @@ public:
 
 private:
     int socket_;
-    bool connected_;
+    bool connected_ = false;
 };
 
 class PsServer : public testing::Test {
@@ -74,12 +104,15 @@ protected:
         std::filesystem::remove_all(directory_);
     }
 
-    void start(int outputDescriptor) {
+    void start(int outputDescriptor, unsigned failing = 0) {
         stop_ = false;
         output_ = std::make_unique<ps::Output>(outputDescriptor, stop_);
-        sink_ = ps::makeJsonSink(*output_);
+        sink_ = failing > 0 ? nullptr : ps::makeJsonSink(*output_);
         server = std::make_unique<ps::Server>(options, totals, *output_, sink_.get(), stop_);
-        thread_ = std::thread([this] { server->run(); });
+        thread_ = std::thread([this, failing] {
+            failEvery = failing;
+            server->run();
+        });
     }
     void start() {
         std::filesystem::create_directories(directory_);
@@ -221,6 +254,86 @@ TEST_F(PsServer, outputThatCannotBeWrittenEndsNothingElse) {
     finish();
     ::close(full);
     EXPECT_EQ(totals.records, 3 * 4u);
+}
+
+TEST_F(PsServer, captureThatCannotBeWrittenIsCounted) {
+    start();
+    options.captureDir = outputPath(); // a file
+    ASSERT_TRUE(Client(server->port()).send(kInitBlock + kAlive));
+    finish();
+    EXPECT_EQ(totals.capturesLost, 1u);
+    EXPECT_EQ(totals.records, 3u);
+}
+
+TEST_F(PsServer, withoutDescriptorsCollectorsWait) {
+    int told[2];
+    ASSERT_EQ(::pipe(told), 0);
+    const int standardError = ::dup(STDERR_FILENO);
+    start();
+    Client client;
+    rlimit before{};
+    ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &before), 0);
+    ::dup2(told[1], STDERR_FILENO);
+    rlimit none = before;
+    none.rlim_cur = 3;
+    ::setrlimit(RLIMIT_NOFILE, &none);
+    client.connect(server->port());
+    pollfd line{told[0], POLLIN, 0};
+    // poll() itself takes no more entries than descriptors are allowed: one.
+    const int lines = ::poll(&line, 1, 10000);
+    ::setrlimit(RLIMIT_NOFILE, &before);
+    ::dup2(standardError, STDERR_FILENO);
+    ::close(standardError);
+    char text[256] = "";
+    EXPECT_EQ(lines, 1);
+    EXPECT_GT(lines == 1 ? ::read(told[0], text, sizeof text - 1) : 0, 0);
+    EXPECT_NE(std::string(text).find("cannot accept connections"), std::string::npos) << text;
+    EXPECT_TRUE(client.connected() && client.send(kInitBlock + kAlive));
+    finish();
+    ::close(told[0]);
+    ::close(told[1]);
+    EXPECT_EQ(totals.records, 3u);
+}
+
+TEST_F(PsServer, memoryThatIsOutEndsAConnectionAtMost) {
+    for (const unsigned every : {1u, 2u, 3u, 5u, 7u, 11u, 31u}) {
+        start(STDOUT_FILENO, every);
+        for (int i = 0; i < 30; ++i) {
+            Client client(server->port());
+            client.send(kInitBlock + pairPacket(1));
+        }
+        finish();
+        EXPECT_EQ(totals.open, 0u) << every;
+    }
+}
+
+TEST_F(PsServer, lostOutputIsToldAndLeavesNothingBehind) {
+    std::filesystem::create_directories(directory_ / "taken");
+    const std::string capture = directory_ / "in.bin", stats = directory_ / "taken";
+    std::ofstream(capture, std::ios::binary) << kInitBlock << pairPacket(1);
+    const std::string decode = std::string(PUBLISH_SERVER) + " --decode " + capture;
+    const struct {
+        std::string command;
+        int status;
+    } cases[] = {
+        {" --json >/dev/null", 0},
+        {" --json >/dev/full", 1},
+        {" --print >/dev/full", 1},
+        {" --table >/dev/full", 1},
+        {" --json >&-", 1},
+        {" --stats-file " + stats, 1},
+        {" --stats-file " + stats + "/missing/x", 1},
+    };
+    for (const auto &test : cases) {
+        const std::string log = directory_ / "log";
+        const int status = std::system((decode + test.command + " 2>" + log).c_str());
+        EXPECT_EQ(WEXITSTATUS(status), test.status) << test.command;
+        std::ifstream in(log);
+        const std::string told{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+        EXPECT_EQ(told.find("cannot write") != std::string::npos, test.status == 1) << told;
+    }
+    EXPECT_FALSE(std::filesystem::exists(stats + ".tmp"));
+    EXPECT_TRUE(std::filesystem::is_empty(stats));
 }
 
 TEST_F(PsServer, whatWasSentBeforeTheEndIsCounted) {

@@ -94,6 +94,24 @@ TEST_F(PsTotals, endsFindTheirBeginOrAreCounted) {
     }
 }
 
+TEST_F(PsTotals, manyThatWaitAndShortOnesBesideThemAreExact) {
+    std::vector<std::string> records;
+    for (std::uint32_t thread = 1; thread <= 10000; ++thread) {
+        records.push_back(begin(1, 5, "/waits", thread));
+    }
+    for (std::uint32_t thread = 10001; thread <= 30000; ++thread) {
+        records.insert(records.end(), {begin(1, 5, "/short", thread), end(1, 6, thread)});
+    }
+    for (std::uint32_t thread = 1; thread <= 10000; ++thread) {
+        records.push_back(end(1, 9, thread));
+    }
+    play(records);
+    const auto json = totals.json();
+    EXPECT_EQ(json["unmatchedBegins"].get<int>() + json["unmatchedEnds"].get<int>(), 0);
+    EXPECT_EQ(json["urls"][0]["ended"], 20000);
+    EXPECT_EQ(json["urls"][1]["ended"], 10000);
+}
+
 TEST_F(PsTotals, openBeginsAreBounded) {
     ps::PairMatcher pairs;
     ps::Record record;
