@@ -2,6 +2,7 @@
 
 #include "Event.h"
 #include "EvtAgentMgr.h"
+#include "Inside.h"
 #include "MemoryMonitor.h"
 #include "ProbeLgKit.h"
 #include "PropertyMgr.h"
@@ -9,6 +10,7 @@
 #include "ThreadData.h"
 #include "ThreadMgr.h"
 #include "jnihelp.h"
+#include "platform.h"
 
 #include <algorithm>
 #include <new>
@@ -75,7 +77,8 @@ void EventAgent::startThread(JNIEnv *threadEnv) {
         traceError("Event Agent ID: %d has no packet buffer of %d KB and cannot start", id, packetSizeKB);
         return;
     }
-    if (entered.exchange(true)) {
+    const Inside inside;
+    if (!inside || entered.exchange(true)) {
         return;
     }
     enterLoop(threadEnv);
@@ -83,7 +86,7 @@ void EventAgent::startThread(JNIEnv *threadEnv) {
         runPass();
     }
     leaveLoop();
-    entered = false;
+    entered = forgotten.load();
 }
 
 void EventAgent::enterLoop(JNIEnv *threadEnv) {
@@ -110,6 +113,9 @@ void EventAgent::enterLoop(JNIEnv *threadEnv) {
 void EventAgent::leaveLoop() {
     keepRunning = false;
     isRunning = false;
+    if (forgotten) {
+        return;
+    }
     EvtAgentMgr *manager = evtAgentMgr;
     if (manager != nullptr) {
         manager->notifyEventAgentStatus(this, false);
@@ -124,13 +130,22 @@ void EventAgent::leaveLoop() {
 }
 
 // The order to stop is given again in each round: the thread may have entered only after the last one.
-void EventAgent::stopThread() {
+bool EventAgent::stopThread(int64_t patienceMs) {
     AM_TRACE(eaTracer, LGK_DEBUG_MIN, "EventAgent::stopThread()", "Event Agent Thread being Stopped...");
     keepRunning = false;
-    while (entered) {
+    const int64_t deadline = monotonicMicros() + patienceMs * MICROS_PER_MS;
+    while (entered && monotonicMicros() < deadline) {
         requestStop();
         waitOnLocalLock(STOP_POLL_MS);
     }
+    return !entered;
+}
+
+// A thread that is only now on its way in finds the place taken.
+void EventAgent::forget() {
+    forgotten = true;
+    entered = true;
+    requestStop();
 }
 
 void EventAgent::requestStop() {

@@ -32,10 +32,17 @@ public:
     // already.
     void startThread(JNIEnv *env);
 
-    // Any thread but the agent's: returns when no thread is inside `startThread`, however long that takes.
-    void stopThread();
+    static constexpr int64_t STOP_PATIENCE_MS = 5000;
+
+    // Any thread but the agent's: true when no thread is inside `startThread` any more, false if one is still
+    // after `patienceMs`.
+    bool stopThread(int64_t patienceMs = STOP_PATIENCE_MS);
     // Any thread: tells it to end, without waiting.
     void requestStop();
+
+    // Any thread: nobody waits for it any more. Its thread ends without a word when it can, and touches
+    // nothing but itself; the object has to be left in memory.
+    void forget();
 
     bool isAlive() const { return isRunning.load(std::memory_order_acquire); } // any thread
 
@@ -109,6 +116,7 @@ private:
     std::atomic<bool> entered{false}; // a thread is inside `startThread`
     std::atomic<bool> keepRunning{false};
     std::atomic<bool> isRunning{false}; // the loop runs
+    std::atomic<bool> forgotten{false};
     const int32_t packetSizeKB;
     std::unique_ptr<char[]> packetBuffer; // null if memory ran out: the agent then refuses to start
     ZykList<Event *> tempList{false};     // what must survive a dropping pass

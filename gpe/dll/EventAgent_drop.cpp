@@ -97,10 +97,10 @@ void EventAgent::addDroppedEvent(ThreadData &thrData, ProtocolVisitor &visitor) 
 
 // On the special queue: what the account holds was lost on the way, from whichever thread it came.
 void EventAgent::tellLosses() {
-    ThreadData *special = specialThreadData;
-    if (!exactDrops || special == nullptr || lossAccount.isEmpty()) {
+    if (!exactDrops || lossAccount.isEmpty() || (specialThreadData == nullptr && !listSpecialThread())) {
         return;
     }
+    ThreadData *special = specialThreadData;
     DroppedEvent *evt = new DroppedEvent(Event::SUB_ALONE);
     if (evt != nullptr) {
         evt->threadId = special->threadId;

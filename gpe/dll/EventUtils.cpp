@@ -1,6 +1,7 @@
 #include "EventUtils.h"
 
 #include "EventAssembly.h"
+#include "LossAccount.h"
 #include "ProbeLgKit.h"
 #include "ProbeState.h"
 #include "ThreadMgr.h"
@@ -92,6 +93,7 @@ bool appendRequestEvent(JNIEnv *env, ThreadData *thr, Event *request) {
     }
     if (thr == nullptr) {
         messageWarn(1045, "ThreadData creation failed");
+        lossAccount.enter(*request);
         delete request;
         return true;
     }

@@ -16,7 +16,6 @@ Relaxed<EvtAgentMgr *> evtAgentMgrInstance(nullptr);
 
 namespace {
 
-constexpr int64_t STOP_POLL_MS = 1000;
 constexpr int CALLS_POLL_MS = 5;
 
 pthread_mutex_t birthLock = PTHREAD_MUTEX_INITIALIZER; // several natives may come first at once
@@ -97,44 +96,57 @@ void EvtAgentMgr::stop() {
     if (network != nullptr) {
         network->unregisterConnectionInitListener(this);
     }
-    stopAgents();
+    if (!stopAgents()) {
+        forgetAgents();
+    }
     MemoryMonitor::setEventPool(nullptr);
     deleteData();
     messageInfo(1047, "EvtAgentManager stopped...");
 }
 
 // A thread may have been let in before the gate closed and start its agent only after it was told to stop: it
-// is told again.
-void EvtAgentMgr::stopAgents() {
+// is told again. False if somebody is still inside after all.
+bool EvtAgentMgr::stopAgents() {
+    const int64_t deadline = monotonicMicros() + EventAgent::STOP_PATIENCE_MS * MICROS_PER_MS;
+    const auto rest = [deadline] { return (deadline - monotonicMicros()) / MICROS_PER_MS; };
     for (int32_t id = 0; id < agentCount; ++id) {
         agents[id]->requestStop(); // all at once, so that no end waits for the one before it
     }
     for (int32_t id = 0; id < agentCount; ++id) {
-        agents[id]->stopThread();
+        agents[id]->stopThread(rest());
     }
     for (;;) {
         const int32_t living = firstAlive();
+        if (living < 0 && gate.isEmpty()) {
+            return true;
+        }
+        if (rest() <= 0) {
+            return false;
+        }
         if (living >= 0) {
             AM_TRACE(eaTracer, LGK_DEBUG_MID, "EvtAgentMgr::stop()",
                      "EventAgent ID: %d was alive, waiting for 1 secs", living);
-            waitOnLocalLock(STOP_POLL_MS);
-            agents[living]->stopThread();
-        } else if (!gate.isEmpty()) {
-            thread_sleep(CALLS_POLL_MS);
+            agents[living]->stopThread(rest());
         } else {
-            return;
+            thread_sleep(CALLS_POLL_MS);
         }
     }
 }
 
-void EvtAgentMgr::deleteData() {
+// What somebody may still touch stays in memory.
+void EvtAgentMgr::forgetAgents() {
     for (int32_t id = 0; id < agentCount; ++id) {
         if (agents[id]->isAlive()) {
             AM_TRACE(eaTracer, LGK_DEBUG_MIN, "EvtAgentMgr::deleteData()",
                      "EventAgent ID: %d still alive after 10 sec wait therefore not deleting", id);
-            static_cast<void>(agents[id].release());
         }
+        agents[id]->forget();
+        static_cast<void>(agents[id].release());
     }
+    static_cast<void>(agents.release());
+}
+
+void EvtAgentMgr::deleteData() {
     agents.reset();
     agentCount = 0;
     roundRobinIndex = 0;

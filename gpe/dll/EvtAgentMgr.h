@@ -30,12 +30,13 @@ public:
 
     // Without memory for the agents it stays closed.
     void start();
-    // Returns when no agent runs any more and all of them are gone.
+    // Returns when no agent runs any more, after 5 seconds at most: one that does not end by then is left to
+    // itself.
     void stop();
 
     // Runs the agent on the calling thread: returns when it was stopped, at once if it runs already.
     void startEvtAgent(JNIEnv *env, int id);
-    // Waits for its end.
+    // Waits for its end, 5 seconds at most.
     void stopEvtAgent(int id);
 
     bool canTakeThreads() override { return gate.isOpen() && leaderAlive; }
@@ -70,7 +71,8 @@ private:
     using Agents = std::unique_ptr<std::unique_ptr<EventAgent>[]>;
 
     bool createData();
-    void stopAgents();
+    bool stopAgents();
+    void forgetAgents();
     void deleteData();
     bool isValid(int id, const char *signature, const char *badIdText) const;
     bool isAliveAt(int32_t index) const;

@@ -53,7 +53,7 @@ void HostLookup::ask(const char *host, int port) {
     }
     snprintf(asked->host, sizeof(asked->host), "%s", host);
     snprintf(asked->service, sizeof(asked->service), "%d", port);
-    if (pending != nullptr && !answered()) {
+    if (pending != nullptr && !pending->done) {
         fits = pending->isAbout(*asked);
         lastResult = EAI_AGAIN;
         leave(asked);
@@ -113,20 +113,18 @@ void HostLookup::leave(Question *question) {
     }
 }
 
+// The last question got none if an older one was still being resolved: to wait for that would be in vain.
 bool HostLookup::answered() const {
-    return pending == nullptr || pending->done;
+    return pending == nullptr || pending->done || !fits;
 }
 
 AddressList HostLookup::take() {
-    if (pending == nullptr || !answered()) {
+    if (pending == nullptr || !pending->done || !fits) {
         return nullptr;
     }
-    AddressList list;
-    if (fits) {
-        list = std::move(pending->list);
-        lastResult = pending->result;
-        lastCause = pending->cause;
-    }
+    AddressList list = std::move(pending->list);
+    lastResult = pending->result;
+    lastCause = pending->cause;
     leave(pending);
     pending = nullptr;
     return list;

@@ -20,6 +20,7 @@ constexpr int POLL_MS = 1;
 // freed, so that a walk over them needs no lock.
 struct Slot {
     std::atomic<uint32_t> visits{0}; // odd while the thread is inside; written by it alone
+    std::atomic<uint32_t> stuck{0};  // the visit that was last waited for in vain
     int32_t depth = 0;               // likewise
     Slot *next = nullptr;            // of all slots, newest first; fixed once published
     Slot *nextFree = nullptr;        // guarded by `slotsLock`
@@ -122,11 +123,13 @@ bool isIn(uint32_t visits) {
     return (visits & 1U) != 0;
 }
 
-// One visit that was under way is waited for, not the ones that follow it.
-bool awaitEnd(const Slot &slot, int &waited) {
+// One visit that was under way is waited for, not the ones that follow it, and only once if it does not end:
+// a stop waits for several departures.
+bool awaitEnd(Slot &slot, int &waited) {
     const uint32_t seen = slot.visits.load(std::memory_order_acquire);
     while (isIn(seen) && slot.visits.load(std::memory_order_acquire) == seen) {
-        if (waited >= PATIENCE_MS) {
+        if (waited >= PATIENCE_MS || slot.stuck.load(std::memory_order_relaxed) == seen) {
+            slot.stuck.store(seen, std::memory_order_relaxed);
             return false;
         }
         thread_sleep(POLL_MS);

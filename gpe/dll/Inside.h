@@ -3,7 +3,8 @@
 // a thread that came before the call may hold a pointer and is waited for, one that comes later finds none.
 // Each thread has a word of its own and stores it plainly; the fence that this needs is forced upon all
 // threads by the one who waits (membarrier). Where the kernel refuses that, every thread pays a fence.
-// The agents' own threads are not inside: their managers end them before they free anything.
+// An event agent is inside all its life: its manager ends it before anything is freed. A network agent is
+// inside only where it touches what could be freed, as it may be held up in the operating system.
 #pragma once
 
 #include <atomic>
@@ -38,8 +39,8 @@ private:
 };
 
 // Returns once every other thread that is inside has left or stepped out, at most 10 seconds later: then it
-// is false, and what was to be freed has to be left alone. No lock may be held that a thread inside could
-// wait for.
+// is false, and what was to be freed has to be left alone. Later calls do not wait for the same visit again.
+// No lock may be held that a thread inside could wait for.
 bool awaitDeparture();
 
 // Takes an object out of reach and deletes it when nobody can hold it any more.

@@ -83,20 +83,31 @@ void readThreadNames(jthread thread, JVMPI_Event *event) {
     }
 }
 
-// Whatever fails leaves an exception for the caller to clear.
+// How a thread is interrupted; looked up at VM init, as memory may be out when it is wanted.
+Relaxed<jclass> threadClass(nullptr);        // global, as the next
+Relaxed<jclass> virtualThreadClass(nullptr); // null where the JVM has none
+Relaxed<jmethodID> interruptMethod(nullptr);
+
+// The server may have overridden the method, and the caller holds a monitor of ours: only the JVM's own is
+// called.
 void callInterrupt(JNIEnv *env) {
-    const LocalRef<jclass> cls(env, env->FindClass("java/lang/Thread"));
-    const jmethodID current =
-        cls ? env->GetStaticMethodID(cls.get(), "currentThread", "()Ljava/lang/Thread;") : nullptr;
-    const jmethodID interrupt =
-        current != nullptr ? env->GetMethodID(cls.get(), "interrupt", "()V") : nullptr;
-    if (interrupt == nullptr) {
+    jthread current = nullptr;
+    if (interruptMethod == nullptr || jvmti->GetCurrentThread(&current) != JVMTI_ERROR_NONE) {
         return;
     }
-    const LocalRef<jobject> thread(env, env->CallStaticObjectMethod(cls.get(), current));
-    if (env->ExceptionCheck() == JNI_FALSE && thread) {
-        env->CallVoidMethod(thread.get(), interrupt);
+    const LocalRef<jthread> thread(env, current);
+    const jclass virtuals = virtualThreadClass;
+    if (virtuals != nullptr && env->IsInstanceOf(thread.get(), virtuals) == JNI_TRUE) {
+        env->CallVoidMethod(thread.get(), interruptMethod);
+    } else {
+        env->CallNonvirtualVoidMethod(thread.get(), threadClass, interruptMethod);
     }
+}
+
+jclass globalClass(JNIEnv *env, const char *name) {
+    const LocalRef<jclass> local(env, env->FindClass(name));
+    env->ExceptionClear();
+    return local ? static_cast<jclass>(env->NewGlobalRef(local.get())) : nullptr;
 }
 
 // ---------------------------------------------------------------- substitute JVM
@@ -222,6 +233,15 @@ WaitEnd JVMPIWrapper::RawMonitorWait(void *lock_id, jlong ms) {
     return result == JVMTI_ERROR_NONE ? WaitEnd::Returned : WaitEnd::Failed;
 }
 
+void JVMPIWrapper::learnInterrupt(JNIEnv *env) {
+    threadClass = globalClass(env, "java/lang/Thread");
+    virtualThreadClass = globalClass(env, "java/lang/BaseVirtualThread");
+    if (threadClass != nullptr) {
+        interruptMethod = env->GetMethodID(threadClass, "interrupt", "()V");
+        env->ExceptionClear();
+    }
+}
+
 // Through Java, as the JVM itself does it, since it knows of virtual threads. An exception of the caller's is
 // put aside meanwhile.
 void JVMPIWrapper::interruptCurrentThread() {
@@ -260,9 +280,15 @@ void JVMPIWrapper::RawMonitorDestroy(void *lock_id) {
 
 namespace {
 
-void tellOnceOfNoCpuClock() {
-    static std::atomic<bool> told{false};
-    if (!told.exchange(true)) {
+// Each event would fail alike.
+void tellOnceOfNoCpuClock(jvmtiError error) {
+    static std::atomic<bool> virtualTold{false};
+    static std::atomic<bool> otherTold{false};
+    if (static_cast<int>(error) != UNSUPPORTED_OPERATION) {
+        if (!otherTold.exchange(true)) {
+            AM_CHECK_JVMTI(error, "GetCurrentThreadCpuTime");
+        }
+    } else if (!virtualTold.exchange(true)) {
         traceInfo("This JVM has no CPU clock for virtual threads: their events show a CPU time of 0");
     }
 }
@@ -276,12 +302,11 @@ jlong JVMPIWrapper::GetCurrentThreadCpuTime() {
     }
     jlong nanos = 0;
     const jvmtiError result = jvmti->GetCurrentThreadCpuTime(&nanos);
-    if (static_cast<int>(result) == UNSUPPORTED_OPERATION) {
-        tellOnceOfNoCpuClock();
-        return 0;
+    if (result == JVMTI_ERROR_NONE) {
+        return nanos;
     }
-    AM_CHECK_JVMTI(result, "GetCurrentThreadCpuTime");
-    return result == JVMTI_ERROR_NONE ? nanos : 0;
+    tellOnceOfNoCpuClock(result);
+    return 0;
 }
 
 jint JVMPIWrapper::EnableEvent(jint event_type, void *) {

@@ -46,6 +46,7 @@ public:
     // no failure: whoever waits on gives it back afterwards.
     WaitEnd RawMonitorWait(void *lock_id, jlong ms);
     void interruptCurrentThread();
+    static void learnInterrupt(JNIEnv *env); // at VM init; without it nothing is given back
     void RawMonitorNotifyAll(void *lock_id);
     void RawMonitorDestroy(void *lock_id);
 

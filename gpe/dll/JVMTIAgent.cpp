@@ -108,6 +108,7 @@ int JVMTIAgent::handleOnLoad(JavaVM *vm, const char *options, void *) {
 
 void JVMTIAgent::handleVMInit(jvmtiEnv *, JNIEnv *env, jthread) {
     learnVirtualThreads(env);
+    JVMPIWrapper::learnInterrupt(env);
     bootstrapAllowed = true;
     JVMPI_Event event{JVMPI_EVENT_JVM_INIT_DONE, env, nullptr, nullptr, nullptr};
     if (ProbeMgr::onBootstrapInitialize(env)) {

@@ -2,6 +2,7 @@
 // environment with its capabilities and callbacks, and one handler per JVM event. No property and no logger
 // exist before VM init: messages of start-up go to the console with the prefix "##".
 #include "GCNotificator.h"
+#include "Inside.h"
 #include "JVMTIAgent.h"
 #include "JVMTIUtils.h"
 #include "ProbeMgr.h"
@@ -86,24 +87,27 @@ void JNICALL vmDeathHandler(jvmtiEnv *, JNIEnv *) {
     }
     jvmShuttingDown = true;
     waitForProbeMgr();
-    const GlobalLockGuard guard;
-    JVMTIAgent *agent = jvmtiAgent;
-    if (agent != nullptr) {
-        agent->setPhase(JVMTI_PHASE_DEAD);
+    {
+        const GlobalLockGuard guard;
+        JVMTIAgent *agent = jvmtiAgent;
+        if (agent != nullptr) {
+            agent->setPhase(JVMTI_PHASE_DEAD);
+        }
+        vmDeadSeen = true;
     }
-    vmDeadSeen = true;
-    jvmtiAgent = nullptr;
-    delete agent;
+    retire(jvmtiAgent);
 }
 
 void JNICALL jvmtiEventThreadStartHandler(jvmtiEnv *jvmti_env, JNIEnv *jni_env, jthread thread) {
-    if (JVMTIAgent *agent = activeAgent()) {
+    const Inside inside;
+    if (JVMTIAgent *agent = inside ? activeAgent() : nullptr) {
         agent->handleThreadStart(jvmti_env, jni_env, thread);
     }
 }
 
 void JNICALL jvmtiEventThreadEndHandler(jvmtiEnv *jvmti_env, JNIEnv *jni_env, jthread thread) {
-    if (JVMTIAgent *agent = activeAgent()) {
+    const Inside inside;
+    if (JVMTIAgent *agent = inside ? activeAgent() : nullptr) {
         agent->handleThreadEnd(jvmti_env, jni_env, thread);
     }
 }

@@ -29,6 +29,9 @@ DropFigures::Kind lossKind(const Event &evt) {
     if (evt.type == Event::TYPE_GENERIC_START || evt.type == Event::TYPE_GENERIC_STOP) {
         return kindOf(evt.type, evt.type == Event::TYPE_GENERIC_STOP);
     }
+    if (evt.type == Event::TYPE_PORTAL_METHOD_CONSTANT) { // it stands alone, whatever its subtype says
+        return DropFigures::KINDS;
+    }
     switch (evt.subType) {
     case Event::SUB_START:
         return kindOf(evt.type, false);

@@ -116,7 +116,7 @@ private:
     void traceSent(const char *ptr, long nbytes) const;
 
     // Exact losses; without them these do nothing.
-    bool hungUp();
+    bool hungUp(bool afterOwnEnd = false);
     void endStream();
     void accountForSent();
     void relieveMemory();
@@ -139,6 +139,7 @@ private:
     ZykLock sleepLock_;  // the thread sleeps on it; held only around a wait and a notify
     bool woken_ = false; // guarded by `sleepLock_`: the next sleep, or the present one, is cut short
     int32_t socket_ = -1;
+    bool opened_ = false;                    // the initial block is out, whole
     int strandedSockets_[MAX_STRANDED] = {}; // opened on the way to a bind address; closed with `socket_`
     int strandedCount_ = 0;
     HostLookup lookup_;

@@ -18,7 +18,6 @@ Relaxed<NetworkAgentMgr *> networkAgentMgr(nullptr);
 
 namespace {
 
-constexpr int64_t MICROS_PER_MS = 1000;
 constexpr int CALLS_POLL_MS = 1;
 constexpr int64_t LEAVING_MS = 200; // of threads that are not stuck
 constexpr int CLIENT_BUCKETS = 11;

@@ -240,6 +240,7 @@ bool NetworkAgent::disconnect2ps() {
     const bool closed = socket_ <= 0 || close(socket_) == 0;
     const int cause = errno;
     socket_ = -1;
+    opened_ = false;
     while (strandedCount_ > 0) {
         close(strandedSockets_[--strandedCount_]);
     }

@@ -3,6 +3,7 @@
 
 #include "NetworkAgent.h"
 
+#include "Inside.h"
 #include "MemoryMonitor.h"
 #include "ProbeLgKit.h"
 #include "ProtocolVisitor.h"
@@ -25,8 +26,9 @@ constexpr size_t FAREWELL_AREA = 100;
 // The receiver never writes, so an orderly end is seen by a look alone. An operating system that closes a
 // socket with unread bytes in it resets the connection: after an orderly end all that was acknowledged was
 // read. A reset purges what waits in the socket; so that is asked first, and believed only where the look
-// behind it finds no reset.
-bool NetworkAgent::hungUp() {
+// behind it finds no reset. After our own end both sides have hung up when the receiver ends too: that is an
+// orderly end.
+bool NetworkAgent::hungUp(bool afterOwnEnd) {
     if (!exactDrops_ || socket_ < 0) {
         return false;
     }
@@ -34,7 +36,8 @@ bool NetworkAgent::hungUp() {
     const bool known = ioctl(socket_, SIOCOUTQ, &waiting) == 0;
     pollfd watched{socket_, POLLRDHUP, 0};
     const bool ended = poll(&watched, 1, 0) > 0;
-    if (known && (watched.revents & (POLLERR | POLLHUP)) == 0) {
+    const int disorder = afterOwnEnd ? POLLERR : POLLERR | POLLHUP;
+    if (known && (watched.revents & disorder) == 0) {
         sent_.acknowledged(waiting, monotonicMicros() / 1000);
         if (ended) {
             sent_.forgetAcknowledged();
@@ -49,11 +52,11 @@ void NetworkAgent::endStream() {
         return;
     }
     shutdown(socket_, SHUT_WR);
-    bool ended = hungUp();
+    bool ended = hungUp(true);
     for (int step = 0; step < END_STEPS && alive_ && !ended && !sent_.allAcknowledged(); ++step) {
         pollfd watched{socket_, POLLRDHUP, 0};
         poll(&watched, 1, END_STEP_MS);
-        ended = hungUp();
+        ended = hungUp(true);
     }
     if (!ended) {
         sent_.forgetAcknowledged(); // a receiver that stands reads what it has
@@ -78,7 +81,8 @@ void NetworkAgent::accountForSent() {
 // Packets that wait for a connection must not keep the collector at its limits, least of all in turbo mode,
 // where application threads wait.
 void NetworkAgent::relieveMemory() {
-    const MemoryMonitor *monitor = memoryMonitor;
+    const Inside inside;
+    const MemoryMonitor *monitor = inside ? memoryMonitor.get() : nullptr;
     if (exactDrops_ && (notAccepting || (monitor != nullptr && monitor->inTurboMode()))) {
         flushDataQueue();
     }
@@ -86,7 +90,7 @@ void NetworkAgent::relieveMemory() {
 
 // What is known to be lost, as the last packet of a stream that is whole. Nobody waits for it.
 void NetworkAgent::sayFarewell() {
-    if (!exactDrops_ || !connected_ || socket_ < 0 || hungUp() || lossAccount.isEmpty()) {
+    if (!exactDrops_ || !connected_ || !opened_ || hungUp() || lossAccount.isEmpty()) {
         return;
     }
     char area[FAREWELL_AREA];

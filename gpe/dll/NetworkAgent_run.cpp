@@ -96,6 +96,9 @@ void NetworkAgent::connectionLost() {
     connected_ = false;
     socketDown_ = true;
     if (!alive_) {
+        if (hungUp()) { // it was dead before: nothing of what is under way will be read
+            accountForSent();
+        }
         return;
     }
     accountForSent();

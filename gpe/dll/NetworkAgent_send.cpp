@@ -4,10 +4,12 @@
 
 #include "Event.h"
 #include "NetworkAgentMgr.h"
+#include "PlainLock.h"
 #include "ProbeLgKit.h"
 #include "ProtocolVisitor.h"
 #include "jnihelp.h"
 
+#include <mutex>
 #include <new>
 
 namespace {
@@ -95,7 +97,7 @@ long NetworkAgent::write(const char *ptr, long nbytes, const DropFigures &figure
     const long result = sendToRemoteHost(ptr, nbytes);
     if (result == -1) {
         lossAccount.enter(figures);
-    } else {
+    } else if (exactDrops_) {
         sent_.add(nbytes, figures, monotonicMicros() / 1000);
     }
     return result;
@@ -121,6 +123,7 @@ bool NetworkAgent::sendInitRecords() {
         }
         return false;
     }
+    opened_ = true;
     traceInfo("NAID(%d): Sent Init records successfully to PS.", id_);
     AM_TRACE(naTracer, LGK_DEBUG_MID, "NetworkAgent::sendInitRecords()", "Sent Init records successfully");
     if (!networkAgentMgr.get()->setClassDataSent(true)) {
@@ -196,6 +199,8 @@ extern "C" JNIEXPORT void JNICALL
 Java_com_qel_morvex_norak_dc_networkagent_NativeNetworkAgentImpl_setNetworkTrace(JNIEnv *env, jclass owner,
                                                                                  jbyte flag) {
     networkTrace = flag == 1;
+    static PlainLock lookUpLock;
+    const std::lock_guard<PlainLock> guard(lookUpLock);
     if (traceClass == nullptr) {
         traceClass = static_cast<jclass>(env->NewGlobalRef(owner));
         traceMethod = findStaticMethod(env, traceClass, "writeTraceEntry", "([B)V");

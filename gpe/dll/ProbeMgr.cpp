@@ -41,7 +41,7 @@ int32_t stopGraceMs = 10000; // read once: the settings may be gone when the pro
 char *onLoadOptions = nullptr;
 char bootClassName[256] = "";
 
-ZykLock lifecycleLock(false);
+StaticZykLock lifecycleLock;
 PlainLock filterLock; // the two lists
 
 bool saysYes(const char *key) {

@@ -15,7 +15,8 @@ ProbeContextPersister *contextPersister = nullptr;
 namespace {
 
 // Not the lock of the life cycle, which is held for the seconds that a stop takes.
-ZykLock contextLock(false);
+StaticZykLock contextStorage;
+ZykLock &contextLock = contextStorage;
 
 } // namespace
 

@@ -1,8 +1,11 @@
 // The record trace: each finished record is shown to Java while the trace is on.
 #include "ProtocolVisitor.h"
 
+#include "PlainLock.h"
 #include "ProbeLgKit.h"
 #include "jnihelp.h"
+
+#include <mutex>
 
 Relaxed<bool> ProtocolVisitor::recordTrace{false};
 
@@ -11,6 +14,7 @@ namespace {
 // Found by the first switching of the trace and kept for the process's life. The class is set first.
 Relaxed<jclass> listenerClass;
 Relaxed<jmethodID> writeTraceEntry;
+PlainLock listenerLock; // held while they are looked for
 
 void findListener(JNIEnv *env, jclass cls) {
     if (listenerClass == nullptr) {
@@ -54,8 +58,11 @@ void ProtocolVisitor::traceRecord(const Record &record) {
 extern "C" JNIEXPORT void JNICALL Java_com_qel_morvex_norak_dc_networkagent_NativeNetworkAgentImpl_setTrace(
     JNIEnv *env, jclass cls, jbyte flag) {
     AM_TRACE_SCOPE(naTracer, LGK_DEBUG_MID, "setTrace( JNIEnv *env, jclass cls, jbyte flag )");
-    if (writeTraceEntry == nullptr) {
-        findListener(env, cls);
+    {
+        const std::lock_guard<PlainLock> guard(listenerLock);
+        if (writeTraceEntry == nullptr) {
+            findListener(env, cls);
+        }
     }
     ProtocolVisitor::setRecordTrace(flag == 1);
 }

@@ -239,6 +239,21 @@ int32_t ThreadMgr::getThreadCount() const {
 
 // ---------------------------------------------------------------- birth
 
+namespace {
+
+// Whole, with its queue, or null when memory is out.
+ThreadData *newThreadData(JNIEnv *key) {
+    auto *data = new (std::nothrow) ThreadData(key);
+    if (data != nullptr && data->eventQueue == nullptr) {
+        data->isAlive = false; // the destructor would complain
+        delete data;
+        return nullptr;
+    }
+    return data;
+}
+
+} // namespace
+
 ThreadData *ThreadMgr::createThreadData(JNIEnv *env, JNIEnv *key) {
     constexpr char SIGNATURE[] = "ThreadMgr::createThreadData( JNIEnv *env )";
     AM_TRACE_SCOPE(ccTracer, LGK_DEBUG_MID, SIGNATURE);
@@ -250,7 +265,7 @@ ThreadData *ThreadMgr::createThreadData(JNIEnv *env, JNIEnv *key) {
     if (jvmpiWrapper == nullptr || (isVirtualKey(key) && notAccepting)) {
         return nullptr;
     }
-    ThreadData *data = new (std::nothrow) ThreadData(key);
+    ThreadData *data = newThreadData(key);
     if (data == nullptr) {
         return nullptr;
     }
@@ -306,7 +321,7 @@ ThreadData *ThreadMgr::createSpecialEventQueue(JNIEnv *env) {
     if (data != nullptr) {
         return data;
     }
-    data = new (std::nothrow) ThreadData(env);
+    data = newThreadData(env);
     if (data == nullptr) {
         return nullptr;
     }

@@ -102,14 +102,9 @@ public:
     template <typename Visit>
     void forEach(Visit visit) {
         for (uint32_t i = 0; usable() && i < size; ++i) {
-            if (synchronised) {
-                locks[i].lock();
-            }
+            const ZykLockGuard guard(lockOf(i));
             for (const Entry *entry = buckets[i]; entry != nullptr; entry = entry->next) {
                 visit(entry->value);
-            }
-            if (synchronised) {
-                locks[i].unlock();
             }
         }
     }
@@ -141,17 +136,10 @@ private:
     // The bucket of a key, locked while this object lives.
     class Bucket {
     public:
-        Bucket(ZykHashTable &owner, K key) : table(owner), index(owner.hash(key) % owner.size) {
+        Bucket(ZykHashTable &owner, K key)
+            : table(owner), index(owner.hash(key) % owner.size), guard(owner.lockOf(index)) {
             if (table.isNullValue(key)) {
                 table.complain("Internal error: Trying to lookup for bucket with NULL Key, so ignoring");
-            }
-            if (table.synchronised) {
-                table.locks[index].lock();
-            }
-        }
-        ~Bucket() {
-            if (table.synchronised) {
-                table.locks[index].unlock();
             }
         }
         Bucket(const Bucket &) = delete;
@@ -160,13 +148,15 @@ private:
 
     private:
         ZykHashTable &table;
-        uint32_t index;
+        const uint32_t index;
+        const ZykLockGuard guard;
     };
 
     static bool isNullValue(K key) { return key == K(); }
 
     void complain(const char *text) const { AM_TRACE(ccTracer, LGK_DEBUG_MIN, "ZykHashTable", "%s", text); }
 
+    ZykLock *lockOf(uint32_t index) { return synchronised ? &locks[index] : nullptr; }
     bool usable() const { return buckets != nullptr && (!synchronised || locks != nullptr); }
 
     // For a null key, which is told, and for any where there is no table.
@@ -214,14 +204,9 @@ private:
     }
 
     Entry *detach(uint32_t index) {
-        if (synchronised) {
-            locks[index].lock();
-        }
+        const ZykLockGuard guard(lockOf(index));
         Entry *chain = buckets[index];
         buckets[index] = nullptr;
-        if (synchronised) {
-            locks[index].unlock();
-        }
         return chain;
     }
 
@@ -240,14 +225,9 @@ private:
         T *slots = usable() ? new (std::nothrow) T[static_cast<size_t>(room) + 1]() : nullptr;
         int32_t copied = 0;
         for (uint32_t i = 0; slots != nullptr && i < size && copied < room; ++i) {
-            if (synchronised) {
-                locks[i].lock();
-            }
+            const ZykLockGuard guard(lockOf(i));
             for (const Entry *entry = buckets[i]; entry != nullptr && copied < room; entry = entry->next) {
                 slots[copied++] = pick(*entry);
-            }
-            if (synchronised) {
-                locks[i].unlock();
             }
         }
         return slots;

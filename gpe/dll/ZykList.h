@@ -32,7 +32,7 @@ public:
         if (node == nullptr) {
             return false;
         }
-        const Guard guard(*this);
+        const ZykLockGuard guard(ownLock());
         (tail != nullptr ? tail->next : head) = node;
         tail = node;
         count += 1;
@@ -45,7 +45,7 @@ public:
         if (node == nullptr) {
             return false;
         }
-        const Guard guard(*this);
+        const ZykLockGuard guard(ownLock());
         node->next = head;
         head = node;
         if (tail == nullptr) {
@@ -75,7 +75,7 @@ public:
     void removeIf(Wanted wanted) {
         Node *removed = nullptr;
         {
-            const Guard guard(*this);
+            const ZykLockGuard guard(ownLock());
             Node *before = nullptr;
             for (Node **link = &head; *link != nullptr;) {
                 Node *node = *link;
@@ -97,8 +97,8 @@ public:
         if (other == nullptr) {
             return;
         }
-        const Guard guard(*this);
-        const Guard otherGuard(*other);
+        const ZykLockGuard guard(ownLock());
+        const ZykLockGuard otherGuard(other->ownLock());
         if (other->head == nullptr) {
             return;
         }
@@ -114,7 +114,7 @@ public:
     // Moves up to `most` nodes from the head, in order, to the end of `other`, which is private to the
     // caller, in one hold of this list's lock. Returns how many.
     int32_t cutFirst(int32_t most, ZykList &other) {
-        const Guard guard(*this);
+        const ZykLockGuard guard(ownLock());
         Node *first = head;
         Node *last = nullptr;
         int32_t moved = 0;
@@ -141,7 +141,7 @@ public:
     void clear() {
         Node *chain = nullptr;
         {
-            const Guard guard(*this);
+            const ZykLockGuard guard(ownLock());
             chain = head;
             forget();
         }
@@ -151,7 +151,7 @@ public:
     int32_t size() const { return count; }
 
     // Takes the lock once, so that its monitor exists before threads race for it.
-    void prepareLock() { const Guard guard(*this); }
+    void prepareLock() { const ZykLockGuard guard(ownLock()); }
 
     // A cursor over a list that no other thread shortens meanwhile. `next()` is null at the end.
     class Iterator {
@@ -172,7 +172,7 @@ public:
 
     // Copies up to `most` values from the head, in order, into `room`. Returns how many.
     int32_t copyFirst(T *room, int32_t most) {
-        const Guard guard(*this);
+        const ZykLockGuard guard(ownLock());
         int32_t copied = 0;
         for (const Node *node = head; node != nullptr && copied < most; node = node->next) {
             room[copied++] = node->value;
@@ -181,24 +181,7 @@ public:
     }
 
 private:
-    class Guard {
-    public:
-        explicit Guard(ZykList &guarded) : list(guarded) {
-            if (list.synchronised) {
-                list.lock.lock();
-            }
-        }
-        ~Guard() {
-            if (list.synchronised) {
-                list.lock.unlock();
-            }
-        }
-        Guard(const Guard &) = delete;
-        Guard &operator=(const Guard &) = delete;
-
-    private:
-        ZykList &list;
-    };
+    ZykLock *ownLock() { return synchronised ? &lock : nullptr; }
 
     static void freeChain(Node *chain) {
         while (chain != nullptr) {
@@ -215,7 +198,7 @@ private:
     }
 
     Node *unlinkFirst() {
-        const Guard guard(*this);
+        const ZykLockGuard guard(ownLock());
         Node *node = head;
         if (node != nullptr) {
             takeOut(&head, nullptr);
@@ -224,7 +207,7 @@ private:
     }
 
     Node *unlink(T value) {
-        const Guard guard(*this);
+        const ZykLockGuard guard(ownLock());
         Node *before = nullptr;
         for (Node **link = &head; *link != nullptr; link = &(*link)->next) {
             if ((*link)->value == value) {

@@ -2,6 +2,7 @@
 
 #include "Inside.h"
 #include "ProbeLgKit.h"
+#include "ProbeState.h"
 #include "Relaxed.h"
 #include "platform.h"
 
@@ -13,7 +14,6 @@ namespace {
 Relaxed<void *> globalLock(nullptr);
 char globalLockName[] = "_ZykLockGlobalLock";
 
-constexpr int64_t MICROS_PER_MS = 1000;
 constexpr int64_t SLEEP_INSTEAD_MS = 100;
 } // namespace
 
@@ -51,8 +51,10 @@ bool ZykLock::create() {
         jvm->RawMonitorExit(guard);
     }
     if (made() == nullptr) {
-        fputs("## ERROR: JVMPI could not create a Raw Monitor", stderr);
-        fflush(stderr);
+        if (!vmDeadSeen) { // a dead JVM makes none: that is no error
+            fputs("## ERROR: JVMPI could not create a Raw Monitor", stderr);
+            fflush(stderr);
+        }
         return false;
     }
     return true;

@@ -7,6 +7,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <new>
 
 class ZykLock {
 public:
@@ -58,19 +59,31 @@ private:
     std::atomic<void *> monitor{nullptr};
 };
 
+// A lock of the process: it is never destroyed, since threads may still come while the process ends.
+class StaticZykLock {
+public:
+    StaticZykLock() { new (place) ZykLock(false); }
+    operator ZykLock &() { return *reinterpret_cast<ZykLock *>(place); }
+
+private:
+    alignas(ZykLock) char place[sizeof(ZykLock)];
+};
+
 class ZykLockGuard {
 public:
-    explicit ZykLockGuard(ZykLock &guarded) : held(guarded), entered(held.lock()) {}
+    explicit ZykLockGuard(ZykLock &guarded) : ZykLockGuard(&guarded) {}
+    explicit ZykLockGuard(ZykLock *guarded) // null: nothing is held
+        : held(guarded), entered(held != nullptr && held->lock()) {}
     ~ZykLockGuard() {
         if (entered) { // if not, another thread may have made the monitor since, and hold it
-            held.unlock();
+            held->unlock();
         }
     }
     ZykLockGuard(const ZykLockGuard &) = delete;
     ZykLockGuard &operator=(const ZykLockGuard &) = delete;
 
 private:
-    ZykLock &held;
+    ZykLock *const held;
     const bool entered;
 };
 

@@ -9,6 +9,7 @@ void getCurrentTime(uint32_t *sec, uint32_t *usec);
 
 // Microseconds of a clock that nobody sets: for intervals.
 int64_t monotonicMicros();
+constexpr int64_t MICROS_PER_MS = 1000;
 
 // Sleeps for `ms` milliseconds; returns at once for 0 or less. A signal does not cut it short.
 void thread_sleep(int ms);
