@@ -143,6 +143,9 @@ bool EventAgent::stopThread(int64_t patienceMs) {
 
 // A thread that is only now on its way in finds the place taken.
 void EventAgent::forget() {
+    static EventAgent *last = nullptr; // for whoever looks into the memory of the process
+    forgottenBefore = last;
+    last = this;
     forgotten = true;
     entered = true;
     requestStop();

@@ -41,7 +41,7 @@ public:
     void requestStop();
 
     // Any thread: nobody waits for it any more. Its thread ends without a word when it can, and touches
-    // nothing but itself; the object has to be left in memory.
+    // nothing but itself; the object stays in memory.
     void forget();
 
     bool isAlive() const { return isRunning.load(std::memory_order_acquire); } // any thread
@@ -117,6 +117,7 @@ private:
     std::atomic<bool> keepRunning{false};
     std::atomic<bool> isRunning{false}; // the loop runs
     std::atomic<bool> forgotten{false};
+    EventAgent *forgottenBefore = nullptr;
     const int32_t packetSizeKB;
     std::unique_ptr<char[]> packetBuffer; // null if memory ran out: the agent then refuses to start
     ZykList<Event *> tempList{false};     // what must survive a dropping pass

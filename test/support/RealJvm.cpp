@@ -56,6 +56,7 @@ RealVmSkin::RealVmSkin()
     wrapper.realJvm = RealJvm::vm();
     jvmpiWrapper = &wrapper;
     eventInterface = &wrapper;
+    JVMPIWrapper::learnInterrupt(RealJvm::env());
 }
 
 RealVmSkin::~RealVmSkin() {

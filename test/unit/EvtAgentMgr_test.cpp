@@ -81,6 +81,28 @@ TEST_F(EvtAgentMgrTest, BadIdsAndSecondThreadsComeBackAtOnce) {
     EXPECT_EQ(1, log.messages(1047));
 }
 
+TEST_F(EvtAgentMgrTest, AStuckAgentIsLeftToItself) {
+    startAndWait();
+    FakeJni jni;
+    const ThreadData *td = threadOf(jni);
+    stepper.hold();
+    stepper.awaitArrival();
+    const auto begin = std::chrono::steady_clock::now();
+    pump()->stop();
+    EXPECT_GT(std::chrono::seconds(9), std::chrono::steady_clock::now() - begin);
+    EXPECT_EQ(1, log.count("EventAgent ID: %d still alive after 10 sec wait therefore not deleting"));
+    stepper.release();
+    for (std::thread &thread : threads) {
+        thread.join();
+    }
+    threads.clear();
+    EXPECT_TRUE(td->listed) << "it has touched nothing any more";
+    EXPECT_EQ(0, log.count("Event Agent Thread Stopped.."));
+    pump()->start();
+    runAgent(0);
+    EXPECT_TRUE(eventually([] { return pump()->canTakeThreads(); }));
+}
+
 TEST_F(EvtAgentMgrTest, OneAgentCanBeStoppedAndStartedAgain) {
     properties.set("eventagent.pool.size", "2");
     start();

@@ -1,6 +1,7 @@
 #include "ZykLock.h"
 
 #include "FakeVm.h"
+#include "ProbeState.h"
 #include "RecordedLog.h"
 #include "Threads.h"
 
@@ -82,6 +83,9 @@ TEST(ZykLock, FailedCreationIsToldAndTriedAgain) {
         vm.wrapper.phase = phase;
         EXPECT_EQ(CREATION_FAILED, failingLock()) << phase;
     }
+    vmDeadSeen = true;
+    EXPECT_EQ("", failingLock()) << "nothing is told at the end of the process";
+    vmDeadSeen = false;
     vm.wrapper.phase = JVMTI_PHASE_LIVE;
     EXPECT_TRUE(lock.lock());
     EXPECT_TRUE(lock.unlock());

@@ -140,6 +140,10 @@ private:
             while (connection.fd >= 0 && (got = recv(connection.fd, chunk, sizeof(chunk), 0)) > 0) {
                 connection.received.append(chunk, static_cast<size_t>(got));
             }
+            if (connection.fd >= 0 && got == 0) { // as a receiver does when its collector has ended
+                close(connection.fd);
+                connection.fd = -1;
+            }
         }
     }
 
