@@ -69,7 +69,7 @@ public final class Storm {
         }
         ProbeService.stop();
         for (int i = 0; i < REQUESTERS; i++) {
-            int pause = i % 8 == 0 ? 0 : 1; // a stop has to meet threads that are inside
+            int pause = i % 32 == 0 ? 0 : 3; // a stop has to meet threads that are inside
             start("request-" + i, () -> requestForEver(pause));
         }
         drive(seed, wanted * 3 / 4);
