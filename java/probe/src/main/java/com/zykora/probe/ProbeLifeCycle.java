@@ -62,16 +62,17 @@ class ProbeLifeCycle {
     }
 
     boolean isRunning() {
-        return state == State.RUNNING;
+        return state == State.RUNNING && !closing;
     }
 
-    /** Starts the probe and waits, for some seconds at most, until data can flow. True if it runs then. */
+    /** Starts the probe and waits, for some seconds at most, until data can flow. True if it does then. */
     boolean start() {
         lock.lock();
         try {
             if (state != State.RUNNING && !closing) {
                 bringUp();
             }
+            return isRunning() && natives.isProbeEnabled();
         } catch (LinkageError noAgent) {
             closing = true;
         } catch (Throwable failed) {
@@ -81,7 +82,7 @@ class ProbeLifeCycle {
         } finally {
             lock.unlock();
         }
-        return isRunning();
+        return false;
     }
 
     private void bringUp() {
@@ -101,14 +102,27 @@ class ProbeLifeCycle {
         ProbeSystem.describeServer(files);
         natives.startProbe();
         state = State.RUNNING;
+        boolean whole = false;
+        try {
+            whole = startThreads(files);
+        } finally {
+            if (!whole) { // half a start is taken back
+                halt();
+            }
+        }
+        awaitGate();
+    }
+
+    private boolean startThreads(Map<String, String> files) {
         // A refusal leaves the initial records less complete; requests are collected all the same.
         natives.initializeProbe();
         eventPool.setPriority(ProbeSystem.number(files, "ea.thread.priority", 5));
         networkPool.setPriority(ProbeSystem.number(files, "na.thread.priority", 7));
         if (!eventPool.start() || !networkPool.start()) {
             OperatorNotes.once("The data collector's threads of an earlier start have not ended");
+            return false;
         }
-        awaitGate();
+        return true;
     }
 
     /** A stop right after the start would otherwise overtake threads that are still on their way in. */
@@ -127,18 +141,25 @@ class ProbeLifeCycle {
     void stop() {
         lock.lock();
         try {
-            if (state == State.RUNNING) {
-                natives.stopProbe();
-                state = State.STOPPED;
-                eventPool.join(POOL_END_MILLIS);
-                networkPool.join(POOL_END_MILLIS);
-            }
-        } catch (InterruptedException e) {
-            Thread.currentThread().interrupt();
+            halt();
         } catch (Throwable failed) {
             OperatorNotes.once("The data collector could not be stopped: " + failed);
         } finally {
             lock.unlock();
+        }
+    }
+
+    private void halt() {
+        if (state != State.RUNNING) {
+            return;
+        }
+        natives.stopProbe();
+        state = State.STOPPED;
+        try {
+            eventPool.join(POOL_END_MILLIS);
+            networkPool.join(POOL_END_MILLIS);
+        } catch (InterruptedException e) {
+            Thread.currentThread().interrupt();
         }
     }
 

@@ -97,7 +97,7 @@ class ProbeLifeCycleTest {
         "startService,       false, 0",
         "startThreadManager, false, 1",
         "startProbe,         false, 1",
-        "initializeProbe,    true,  1",
+        "initializeProbe,    false, 1",
         "stopProbe,          true,  1",
         "shutDownService,    true,  1",
     })
