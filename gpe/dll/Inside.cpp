@@ -3,6 +3,7 @@
 #include "PlainLock.h"
 #include "platform.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <linux/membarrier.h>
 #include <mutex>
@@ -13,14 +14,12 @@
 
 namespace {
 
-constexpr int PATIENCE_MS = 10000;
 constexpr int POLL_MS = 1;
 
 // One for each thread that has ever been inside. They are handed on from ended threads to new ones and never
 // freed, so that a walk over them needs no lock.
 struct Slot {
     std::atomic<uint32_t> visits{0}; // odd while the thread is inside; written by it alone
-    std::atomic<uint32_t> stuck{0};  // the visit that was last waited for in vain
     int32_t depth = 0;               // likewise
     Slot *next = nullptr;            // of all slots, newest first; fixed once published
     Slot *nextFree = nullptr;        // guarded by `slotsLock`
@@ -34,6 +33,7 @@ pthread_key_t slotKey; // its destructor hands the slot of an ended thread back
 bool slotKeyMade = false;
 
 thread_local Slot *ownSlot = nullptr;
+thread_local int64_t *sharedPatience = nullptr; // microseconds left, of the outermost that shares
 
 // The thread sanitiser knows neither of the kernel's fence nor of a plain one.
 #if defined(__SANITIZE_THREAD__)
@@ -123,17 +123,14 @@ bool isIn(uint32_t visits) {
     return (visits & 1U) != 0;
 }
 
-// One visit that was under way is waited for, not the ones that follow it, and only once if it does not end:
-// a stop waits for several departures.
-bool awaitEnd(Slot &slot, int &waited) {
+// One visit that was under way is waited for, not the ones that follow it.
+bool awaitEnd(const Slot &slot, int64_t deadline) {
     const uint32_t seen = slot.visits.load(std::memory_order_acquire);
     while (isIn(seen) && slot.visits.load(std::memory_order_acquire) == seen) {
-        if (waited >= PATIENCE_MS || slot.stuck.load(std::memory_order_relaxed) == seen) {
-            slot.stuck.store(seen, std::memory_order_relaxed);
+        if (monotonicMicros() >= deadline) {
             return false;
         }
         thread_sleep(POLL_MS);
-        waited += POLL_MS;
     }
     return true;
 }
@@ -171,11 +168,24 @@ Outside::~Outside() {
     }
 }
 
+SharedPatience::SharedPatience(int64_t ms) : left(ms * MICROS_PER_MS), outer(sharedPatience) {
+    if (outer == nullptr) {
+        sharedPatience = &left;
+    }
+}
+
+SharedPatience::~SharedPatience() {
+    sharedPatience = outer;
+}
+
 bool awaitDeparture() {
-    int waited = 0;
+    int64_t own = DEPARTURE_PATIENCE_MS * MICROS_PER_MS;
+    int64_t &left = sharedPatience != nullptr ? *sharedPatience : own;
+    const int64_t deadline = monotonicMicros() + left;
     bool allLeft = forceFences();
     for (Slot *slot = allSlots.load(std::memory_order_acquire); slot != nullptr; slot = slot->next) {
-        allLeft = (slot == ownSlot || awaitEnd(*slot, waited)) && allLeft;
+        allLeft = (slot == ownSlot || awaitEnd(*slot, deadline)) && allLeft;
     }
+    left = std::max<int64_t>(deadline - monotonicMicros(), 0);
     return allLeft;
 }

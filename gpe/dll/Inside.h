@@ -38,10 +38,26 @@ private:
     int32_t depth;
 };
 
-// Returns once every other thread that is inside has left or stepped out, at most 10 seconds later: then it
-// is false, and what was to be freed has to be left alone. Later calls do not wait for the same visit again.
-// No lock may be held that a thread inside could wait for.
+constexpr int64_t DEPARTURE_PATIENCE_MS = 5000;
+
+// Returns once every other thread that is inside has left or stepped out, at most 5 seconds later: then it
+// is false, and what was to be freed has to be left alone. No lock may be held that a thread inside could
+// wait for.
 bool awaitDeparture();
+
+// While one lives, all that its thread awaits takes no longer than one departure may: a stop frees several
+// things.
+class SharedPatience {
+public:
+    explicit SharedPatience(int64_t ms = DEPARTURE_PATIENCE_MS);
+    ~SharedPatience();
+    SharedPatience(const SharedPatience &) = delete;
+    SharedPatience &operator=(const SharedPatience &) = delete;
+
+private:
+    int64_t left; // microseconds
+    int64_t *const outer;
+};
 
 // Takes an object out of reach and deletes it when nobody can hold it any more.
 template <typename Published>

@@ -2,6 +2,7 @@
 
 #include "EventUtils.h"
 #include "EvtAgentMgr.h"
+#include "Inside.h"
 #include "JVMTIUtils.h"
 #include "LockAgentMgr.h"
 #include "MemoryMonitor.h"
@@ -276,6 +277,7 @@ void ProbeMgr::customServiceShutDown(JNIEnv *env) {
         if (instanceCheck == nullptr) {
             return;
         }
+        const SharedPatience patience;
         probeStop(env);
         destroyManagers();
     }
@@ -362,6 +364,7 @@ void ProbeMgr::probeStop(JNIEnv *) {
         waitOnLocalLock(stopGraceMs);
         traceInfo("Waiting DONE 10 secs");
         stop();
+        const SharedPatience patience;
         stopManagers();
         endStopping();
         probeStopped = true;

@@ -54,6 +54,30 @@ TEST(InsideTest, WhoWaitsGoesOnWhenTheLastHasLeftOrSteppedOut) {
     }
 }
 
+TEST(InsideTest, OnePatienceIsSharedByAllThatIsFreed) {
+    std::promise<void> ready;
+    std::promise<void> go;
+    std::thread stuck([&] {
+        const Inside inside;
+        ready.set_value();
+        go.get_future().wait();
+    });
+    ready.get_future().wait();
+    {
+        const SharedPatience patience(50);
+        const SharedPatience nested;
+        const auto begin = std::chrono::steady_clock::now();
+        for (int thing = 0; thing < 1000; ++thing) {
+            EXPECT_FALSE(awaitDeparture());
+        }
+        EXPECT_LE(std::chrono::milliseconds(50), std::chrono::steady_clock::now() - begin);
+        EXPECT_GT(std::chrono::seconds(20), std::chrono::steady_clock::now() - begin);
+    }
+    go.set_value();
+    stuck.join();
+    EXPECT_TRUE(awaitDeparture());
+}
+
 struct Shared {
     ~Shared() { alive = false; }
     std::atomic<bool> alive{true};
