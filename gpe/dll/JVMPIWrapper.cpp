@@ -280,15 +280,9 @@ void JVMPIWrapper::RawMonitorDestroy(void *lock_id) {
 
 namespace {
 
-// Each event would fail alike.
-void tellOnceOfNoCpuClock(jvmtiError error) {
-    static std::atomic<bool> virtualTold{false};
-    static std::atomic<bool> otherTold{false};
-    if (static_cast<int>(error) != UNSUPPORTED_OPERATION) {
-        if (!otherTold.exchange(true)) {
-            AM_CHECK_JVMTI(error, "GetCurrentThreadCpuTime");
-        }
-    } else if (!virtualTold.exchange(true)) {
+void tellOnceOfNoCpuClock() {
+    static std::atomic<bool> told{false};
+    if (!told.exchange(true)) {
         traceInfo("This JVM has no CPU clock for virtual threads: their events show a CPU time of 0");
     }
 }
@@ -302,11 +296,12 @@ jlong JVMPIWrapper::GetCurrentThreadCpuTime() {
     }
     jlong nanos = 0;
     const jvmtiError result = jvmti->GetCurrentThreadCpuTime(&nanos);
-    if (result == JVMTI_ERROR_NONE) {
-        return nanos;
+    if (static_cast<int>(result) == UNSUPPORTED_OPERATION) {
+        tellOnceOfNoCpuClock();
+        return 0;
     }
-    tellOnceOfNoCpuClock(result);
-    return 0;
+    AM_CHECK_JVMTI(result, "GetCurrentThreadCpuTime");
+    return result == JVMTI_ERROR_NONE ? nanos : 0;
 }
 
 jint JVMPIWrapper::EnableEvent(jint event_type, void *) {

@@ -20,7 +20,8 @@ namespace {
 
 constexpr jint JVMTI_WANTED = 0x30010166; // 1.1.102
 constexpr jint CALLBACK_ENTRIES = 35;     // events 50 to 84
-constexpr int DEATH_WAITS = 60;
+constexpr int64_t DEATH_PATIENCE_MS = 60000;
+constexpr int64_t DEATH_STEP_MS = 1000;
 constexpr int DEBUG_SLEEP_MS = 30000;
 
 jrawMonitorID jvmtiGlobalLock = nullptr; // around the whole of VM init and the end of VM death
@@ -58,7 +59,7 @@ void JNICALL vmInitHandler(jvmtiEnv *jvmti_env, JNIEnv *env, jthread thread) {
         return;
     }
     const GlobalLockGuard guard;
-    JVMTIAgent *agent = jvmtiAgent; // only now: the death of the JVM deletes it under the lock
+    JVMTIAgent *agent = activeAgent(); // only now: the death of the JVM declares it dead under the lock
     if (agent == nullptr) {
         return;
     }
@@ -73,8 +74,9 @@ void waitForProbeMgr() {
     }
     ZykLock local;
     const ZykLockGuard guard(local);
-    for (int i = 0; i < DEATH_WAITS && instanceCheck != nullptr; ++i) {
-        local.wait(1000);
+    const int64_t deadline = monotonicMicros() + DEATH_PATIENCE_MS * MICROS_PER_MS;
+    while (instanceCheck != nullptr && monotonicMicros() < deadline) {
+        local.wait(DEATH_STEP_MS);
     }
     if (instanceCheck != nullptr) {
         fputs("WARNING: Probe Manager is still alive!\n", stderr);
@@ -135,6 +137,24 @@ void readHeapDumpSwitch() {
     }
 }
 
+// Of those that are not to be had together each is asked for by itself: one that the JVM refuses takes none
+// of the others away.
+void addCapabilities(const jvmtiCapabilities &wanted) {
+    const jvmtiError result = jvmti->AddCapabilities(&wanted);
+    AM_CHECK_JVMTI(result, "AddCapabilities");
+    unsigned char bits[sizeof(wanted)];
+    memcpy(bits, &wanted, sizeof(bits));
+    for (size_t bit = 0; result != JVMTI_ERROR_NONE && bit < sizeof(bits) * 8; ++bit) {
+        unsigned char one[sizeof(bits)] = {};
+        one[bit / 8] = static_cast<unsigned char>(bits[bit / 8] & (1U << bit % 8));
+        jvmtiCapabilities single{};
+        memcpy(&single, one, sizeof(single));
+        if (one[bit / 8] != 0) {
+            jvmti->AddCapabilities(&single);
+        }
+    }
+}
+
 void initCapabilities() {
     jvmtiCapabilities wanted{};
     AM_CHECK_JVMTI(jvmti->GetCapabilities(&wanted), "GetCapabilities");
@@ -147,7 +167,7 @@ void initCapabilities() {
     if (heapDumpEnabled) {
         wanted.can_tag_objects = 1;
     }
-    AM_CHECK_JVMTI(jvmti->AddCapabilities(&wanted), "AddCapabilities");
+    addCapabilities(wanted);
 }
 
 void initEventCallbacks() {

@@ -2,7 +2,9 @@
 // operation does nothing.
 #pragma once
 
+#include <atomic>
 #include <cstddef>
+#include <cstdint>
 #include <jvmti.h>
 
 extern jvmtiEnv *jvmti; // null until `Agent_OnLoad` has obtained it
@@ -10,7 +12,26 @@ extern jvmtiEnv *jvmti; // null until `Agent_OnLoad` has obtained it
 // Logs a failed JVMTI result. JVMTI_ERROR_WRONG_PHASE is silent once the JVM is dead: races at shutdown
 // are normal. While `jvmti` is null the failure goes to standard error.
 void checkJvmtiError(jvmtiError error, const char *file, int line, const char *message);
-#define AM_CHECK_JVMTI(error, message) checkJvmtiError(error, __FILE_NAME__, __LINE__, message)
+
+// Tells which failures of one place are worth a line: one that fails at each event tells it ever more rarely.
+class FailureCount {
+public:
+    bool nextIsNews() {
+        const uint32_t number = failures.fetch_add(1, std::memory_order_relaxed) + 1;
+        return (number & (number - 1)) == 0;
+    }
+
+private:
+    std::atomic<uint32_t> failures{0};
+};
+#define AM_CHECK_JVMTI(error, message)                                                                       \
+    do {                                                                                                     \
+        static FailureCount failures_;                                                                       \
+        const jvmtiError error_ = error;                                                                     \
+        if (error_ != JVMTI_ERROR_NONE && failures_.nextIsNews()) {                                          \
+            checkJvmtiError(error_, __FILE_NAME__, __LINE__, message);                                       \
+        }                                                                                                    \
+    } while (false)
 
 // The name of an error as a new copy (freed by the caller with `free`); null with no `jvmti` or on failure.
 char *getErrorName(jvmtiError errNum);

@@ -54,15 +54,18 @@ void LockAgentMgr::stop() {
     AM_TRACE(ccTracer, LGK_DEBUG_MIN, "LockAgentMgr::stop()", "LockAgentMgr stopped");
 }
 
+// Without the memory for that the table stays as it is.
 void LockAgentMgr::clear() {
     char **names = locks.keys();
     ZykLock **values = locks.values();
-    locks.clear();
-    for (char **name = names; name != nullptr && *name != nullptr; ++name) {
-        free(*name);
-    }
-    for (ZykLock **value = values; value != nullptr && *value != nullptr; ++value) {
-        delete *value;
+    if (names != nullptr && values != nullptr) {
+        locks.clear();
+        for (char **name = names; *name != nullptr; ++name) {
+            free(*name);
+        }
+        for (ZykLock **value = values; *value != nullptr; ++value) {
+            delete *value;
+        }
     }
     delete[] names;
     delete[] values;

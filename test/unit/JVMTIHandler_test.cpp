@@ -9,9 +9,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdlib>
 #include <cstring>
+#include <functional>
 #include <thread>
 
 using testing::ElementsAre;
@@ -40,8 +42,13 @@ public:
             return capabilityResult;
         };
         recorded.table.AddCapabilities = [](jvmtiEnv *, const jvmtiCapabilities *in) {
-            added = *in;
-            return capabilityResult;
+            if (capabilityResult != JVMTI_ERROR_NONE && in->can_tag_objects != 0) {
+                return capabilityResult;
+            }
+            const auto *given = reinterpret_cast<const unsigned char *>(in);
+            std::transform(given, given + sizeof(added), reinterpret_cast<unsigned char *>(&added),
+                           reinterpret_cast<unsigned char *>(&added), std::bit_or<unsigned char>());
+            return JVMTI_ERROR_NONE;
         };
         recorded.table.RelinquishCapabilities = [](jvmtiEnv *, const jvmtiCapabilities *in) {
             relinquished = *in;
@@ -184,6 +191,9 @@ TEST(AgentLoad, GoesOnWithoutWhatTheJvmRefuses) {
     jvm.vm.failMonitorCreation(true);
     LoadingJvm::capabilityResult = JVMTI_ERROR_NOT_AVAILABLE;
     EXPECT_EQ(0, jvm.load(""));
+    EXPECT_EQ(1U, LoadingJvm::added.can_get_current_thread_cpu_time);
+    EXPECT_EQ(1U, LoadingJvm::added.can_generate_all_class_hook_events);
+    EXPECT_EQ(0U, LoadingJvm::added.can_tag_objects) << "the one that was refused";
     LoadingJvm::callbacks.VMDeath(jvmti, nullptr);
     EXPECT_TRUE(vmDeadSeen);
     endChild();
