@@ -78,7 +78,7 @@ void EventAgent::startThread(JNIEnv *threadEnv) {
         return;
     }
     const Inside inside;
-    if (!inside || entered.exchange(true)) {
+    if (!inside || forgotten || entered.exchange(true)) {
         return;
     }
     enterLoop(threadEnv);
@@ -86,7 +86,7 @@ void EventAgent::startThread(JNIEnv *threadEnv) {
         runPass();
     }
     leaveLoop();
-    entered = forgotten.load();
+    entered = false;
 }
 
 void EventAgent::enterLoop(JNIEnv *threadEnv) {
@@ -101,7 +101,11 @@ void EventAgent::enterLoop(JNIEnv *threadEnv) {
     }
     drops = {};
     keepRunning = true;
+    if (forgotten) { // meanwhile: nobody would tell it to end any more
+        keepRunning = false;
+    }
     isRunning = true;
+    adoptThreads();
     EvtAgentMgr *manager = evtAgentMgr;
     if (manager != nullptr) {
         manager->notifyEventAgentStatus(this, true);
@@ -141,13 +145,11 @@ bool EventAgent::stopThread(int64_t patienceMs) {
     return !entered;
 }
 
-// A thread that is only now on its way in finds the place taken.
 void EventAgent::forget() {
     static EventAgent *last = nullptr; // for whoever looks into the memory of the process
     forgottenBefore = last;
     last = this;
-    forgotten = true;
-    entered = true;
+    forgotten = true; // first: whoever enters now looks at it last
     requestStop();
 }
 
@@ -275,6 +277,9 @@ bool EventAgent::manageThreadData(ThreadData *thr) {
     if (thr == nullptr) {
         return false;
     }
+    if (thr->listed) {
+        return true;
+    }
     thr->listed = true;
     if (threadList.append(thr) && isAlive()) {
         return true;
@@ -284,11 +289,27 @@ bool EventAgent::manageThreadData(ThreadData *thr) {
     return false;
 }
 
+// Those whose agent has ended and that no other could take.
+void EventAgent::adoptThreads() {
+    ThreadMgr *threads = threadMgr;
+    if (threads != nullptr) {
+        threads->forEachThread([this](ThreadData *thr) {
+            if (thr->acceptsEvents()) {
+                manageThreadData(thr);
+            }
+        });
+    }
+}
+
 // The environment may have its thread listed by another agent, if this Java thread has worked for the
 // application or was seen at its start. Two readers of one queue must not be.
 bool EventAgent::listSpecialThread() {
     ThreadMgr *threads = threadMgr;
-    ThreadData *special = threads != nullptr ? threads->createSpecialEventQueue(env) : nullptr;
+    if (threads == nullptr) {
+        return false;
+    }
+    const ZykLockGuard guard(threads->destructionLock());
+    ThreadData *special = threads->createSpecialEventQueue(env);
     if (special != nullptr && !special->listed) {
         special->listed = threadList.prepend(special);
     }
@@ -321,16 +342,21 @@ void EventAgent::deleteThread(ThreadData *thr) {
     threadMgr->deleteThreadData(thr);
 }
 
-// The living remain with the thread manager, which no longer knows the dead: they end here. Under the lock,
-// since a thread that `manageThreadData` took back just now may be destroyed by its owner.
+// The living go to another agent, or remain with the thread manager until one starts; it no longer knows the
+// dead: they end here. Under the lock, since a thread that `manageThreadData` took back just now may be
+// destroyed by its owner.
 void EventAgent::releaseThreads() {
     ThreadMgr *threads = threadMgr;
+    EvtAgentMgr *manager = evtAgentMgr;
     if (threads != nullptr) {
         const ZykLockGuard guard(threads->destructionLock());
         while (ThreadData *thr = threadList.removeFirst()) {
             if (thr->acceptsEvents()) {
                 thr->listed = false;
                 noteGrowth(-thr->takeReported());
+                if (manager != nullptr) {
+                    manager->manageThreadData(thr);
+                }
             } else {
                 deleteThread(thr);
             }

@@ -46,7 +46,8 @@ public:
 
     bool isAlive() const { return isRunning.load(std::memory_order_acquire); } // any thread
 
-    // Any thread: takes a thread over. False, and not taken, if it is null or the agent does not run.
+    // For the holder of the thread manager's lock: takes over a thread that nobody has. False, and not taken,
+    // if it is null or the agent does not run.
     bool manageThreadData(ThreadData *thr);
 
     // Any thread: whether the next pass shall send the initial data again.
@@ -79,6 +80,7 @@ private:
     void wakeUp();
 
     // The list.
+    void adoptThreads();
     bool listSpecialThread();
     bool unlistEnded(bool (*isDoneWith)(const ThreadData &thr));
     void deleteThread(ThreadData *thr);

@@ -45,9 +45,8 @@ void ThreadStartEventHandler(const JVMPI_Event *event) {
 
 void ThreadEndEventHandler(const JVMPI_Event *event) {
     ThreadMgr *threads = threadMgr;
-    ThreadData *thread = threads != nullptr ? threads->findThreadData(event->env_id) : nullptr;
-    if (thread != nullptr) {
-        thread->resetOnThreadEnd();
+    if (threads != nullptr) {
+        threads->endThread(event->env_id);
     }
 }
 

@@ -145,10 +145,10 @@ void NetworkAgent::release() {
     }
 }
 
-// With both flags so, a thread that is only now on its way in is sent away.
+// A thread that is only now on its way in is sent away, also once the stuck one has left.
 void NetworkAgent::forget() {
     const ZykLockGuard guard(sleepLock_);
-    started_ = true;
+    forgotten_ = true;
     alive_ = false;
     sleepLock_.notifyAll();
 }

@@ -136,8 +136,9 @@ private:
                          const char *failedText);
 
     ZykList<NetworkAgentData *> dataQueue_{true};
-    ZykLock sleepLock_;  // the thread sleeps on it; held only around a wait and a notify
-    bool woken_ = false; // guarded by `sleepLock_`: the next sleep, or the present one, is cut short
+    ZykLock sleepLock_;      // the thread sleeps on it; held only around a wait and a notify
+    bool woken_ = false;     // guarded by `sleepLock_`: the next sleep, or the present one, is cut short
+    bool forgotten_ = false; // guarded by `sleepLock_`: no thread is let in any more
     int32_t socket_ = -1;
     bool opened_ = false;                    // the initial block is out, whole
     int strandedSockets_[MAX_STRANDED] = {}; // opened on the way to a bind address; closed with `socket_`

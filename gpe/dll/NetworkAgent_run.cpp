@@ -36,7 +36,7 @@ void NetworkAgent::runTCPagent(JNIEnv *env) {
 // Under the lock, so that of two threads one is sent away.
 bool NetworkAgent::enterThread(JNIEnv *env) {
     const ZykLockGuard guard(sleepLock_);
-    if (started_) {
+    if (started_ || forgotten_) {
         return false;
     }
     env_ = env;

@@ -275,15 +275,24 @@ ThreadData *ThreadMgr::createThreadData(JNIEnv *env, JNIEnv *key) {
         delete data;
         return nullptr;
     }
-    if (!taker->manageThreadData(data)) {
+    if (!handOver(data, *taker)) {
         AM_TRACE(ccTracer, LGK_DEBUG_MID, SIGNATURE, "Internal Error: EventManager could not manage Thread");
-        discard(data);
         return nullptr;
     }
     if (isVirtualKey(key)) {
         data->chargeRecord();
     }
     return data;
+}
+
+// Under the lock: an agent that starts just now looks for threads that nobody has.
+bool ThreadMgr::handOver(ThreadData *data, ThreadTaker &taker) {
+    const ZykLockGuard guard(threadLock);
+    if (taker.manageThreadData(data)) {
+        return true;
+    }
+    discard(data);
+    return false;
 }
 
 // A thread that comes while the manager is being stopped would be overlooked by the stop: it is refused.
@@ -395,6 +404,30 @@ bool ThreadMgr::updateOnThreadEnd(JNIEnv *tid) {
     return removed;
 }
 
+void ThreadMgr::endThread(JNIEnv *env) {
+    const ZykLockGuard guard(threadLock);
+    ThreadData *data = findThreadData(env);
+    if (data != nullptr) {
+        endRecord(data);
+    } else if (eraseId(env)) {
+        forgetAnswers();
+    }
+}
+
+// Under the lock, so that no agent takes it over or destroys it meanwhile.
+void ThreadMgr::endRecord(ThreadData *data) {
+    const ZykLockGuard guard(threadLock);
+    const bool listed = data->listed;
+    data->resetOnThreadEnd();
+    if (!listed) {
+        delete data;
+    }
+}
+
+ThreadData *ThreadMgr::nextWatchedOf(const ThreadData &data) {
+    return data.nextWatched;
+}
+
 // The walk takes no lock: others only put new records in front, and none goes away but here and in the stop.
 void ThreadMgr::endFinishedVirtualThreads(JNIEnv *env) {
     const ZykLockGuard sweep(sweepLock);
@@ -408,7 +441,7 @@ void ThreadMgr::endFinishedVirtualThreads(JNIEnv *env) {
             deleteThreadData(data);
         } else if (!isVirtualAlive(env, *data)) {
             unwatch(link, data);
-            data->resetOnThreadEnd();
+            endRecord(data);
             anyEnded = true;
         } else {
             link = &data->nextWatched;

@@ -21,7 +21,8 @@ class ThreadData;
 class ThreadTaker {
 public:
     virtual bool canTakeThreads() = 0;
-    virtual bool manageThreadData(ThreadData *thr) = 0; // false: not taken, the caller keeps it
+    // Called with the thread manager's lock held. False: not taken, the caller keeps it.
+    virtual bool manageThreadData(ThreadData *thr) = 0;
 
 protected:
     ~ThreadTaker() = default;
@@ -52,6 +53,18 @@ public:
 
     // An event agent's own queue, for events without a thread: the caller lists it itself. Null on failure.
     ThreadData *createSpecialEventQueue(JNIEnv *env);
+    // The end of a platform thread, on that thread: its number is forgotten, its record is told, and
+    // destroyed if no event agent has it.
+    void endThread(JNIEnv *env);
+    // Calls `visit(data)` for each thread that has not ended.
+    template <typename Visit>
+    void forEachThread(Visit visit) {
+        const ZykLockGuard guard(threadLock);
+        threadTable.forEach(visit);
+        for (ThreadData *data = watched; data != nullptr; data = nextWatchedOf(*data)) {
+            visit(data);
+        }
+    }
     // True if it was destroyed.
     bool deleteThreadData(ThreadData *data);
     // Forgets the environment, whose value the JVM may give to the next thread. False if it was unknown.
@@ -79,12 +92,15 @@ private:
     ThreadData *createThreadData(JNIEnv *env, JNIEnv *key);
     ThreadData *verified(ThreadData *data, JNIEnv *key);
     bool enter(ThreadData *data);
+    bool handOver(ThreadData *data, ThreadTaker &taker);
     void discard(ThreadData *data);
     ThreadData *takeAll();
     static void traceFailedInsertion(const char *signature, const ThreadData &data);
     uint32_t allocateId(JNIEnv *key);
     bool eraseId(JNIEnv *env);
     ThreadData *firstWatched();
+    static ThreadData *nextWatchedOf(const ThreadData &data);
+    void endRecord(ThreadData *data);
     void unwatch(ThreadData **&link, const ThreadData *data);
 
     ZykHashTable<JNIEnv *, ThreadData *> threadTable;

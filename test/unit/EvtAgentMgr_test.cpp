@@ -107,7 +107,14 @@ TEST_F(EvtAgentMgrTest, OneAgentCanBeStoppedAndStartedAgain) {
     properties.set("eventagent.pool.size", "2");
     start();
     ASSERT_TRUE(agentsRun(2));
+    FakeJni first, second, third;
+    const ThreadData *staying = threadOf(first);
+    ThreadData *moving = threadOf(second); // agent 1 has it
+    ASSERT_NE(nullptr, threadOf(third));
     pump()->stopEvtAgent(1);
+    EXPECT_TRUE(moving->listed) << "agent 0 has it now";
+    moving->appendEvent(sqlStart(moving, "x"));
+    EXPECT_EQ(1, pump()->getNumberOfEvents());
     EXPECT_EQ((std::vector<int>{0, 0}), nextIndexes(2));
     EXPECT_TRUE(pump()->canTakeThreads());
     runAgent(1);
@@ -116,6 +123,13 @@ TEST_F(EvtAgentMgrTest, OneAgentCanBeStoppedAndStartedAgain) {
     EXPECT_FALSE(pump()->canTakeThreads());
     EXPECT_FALSE(eventAgentReady);
     EXPECT_EQ(nullptr, pump()->getSpecialThreadData());
+    pump()->stopEvtAgent(1);
+    EXPECT_FALSE(staying->listed) << "nobody is there";
+    threadMgr.get()->endThread(third.get()); // goes with its record
+    EXPECT_FALSE(pump()->canTakeThreads());
+    runAgent(0);
+    ASSERT_TRUE(agentsRun(4));
+    EXPECT_TRUE(staying->listed && moving->listed);
 }
 
 TEST_F(EvtAgentMgrTest, CountsWhatIsQueued) {

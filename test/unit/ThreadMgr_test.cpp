@@ -34,6 +34,7 @@ public:
         return takes;
     }
     void destroyEnded() {
+        const ZykLockGuard outer(threadMgr.get()->destructionLock());
         const std::lock_guard<std::mutex> guard(mutex);
         listed.erase(std::remove_if(listed.begin(), listed.end(),
                                     [](ThreadData *thr) {
@@ -147,6 +148,10 @@ TEST_F(ThreadMgrTest, AnEndedThreadIsForgottenByEveryThread) {
     EXPECT_EQ(1, threads()->getThreadCount());
     EXPECT_FALSE(threads()->updateOnThreadEnd(fakeEnv(8)));
     EXPECT_EQ(1, log.count("[%.90s (%.90s@%d)] %.90s \n")) << "no number to erase";
+    const uint32_t refused = threads()->getThreadId(fakeEnv(9)); // of one that has no record
+    EXPECT_EQ(fakeEnv(9), threads()->getEnv(refused));
+    threads()->endThread(fakeEnv(9));
+    EXPECT_EQ(nullptr, threads()->getEnv(refused));
 }
 
 TEST_F(ThreadMgrTest, TheSpecialQueueIsOnePerEnvironmentAndNotHandedOut) {
