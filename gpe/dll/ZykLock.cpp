@@ -51,8 +51,7 @@ bool ZykLock::create() {
         jvm->RawMonitorExit(guard);
     }
     if (made() == nullptr) {
-        static std::atomic<bool> told{false};      // each event would come here again
-        if (!vmDeadSeen && !told.exchange(true)) { // a dead JVM makes none: that is no error
+        if (!vmDeadSeen) { // a dead JVM makes none: that is no error
             fputs("## ERROR: JVMPI could not create a Raw Monitor", stderr);
             fflush(stderr);
         }

@@ -62,7 +62,7 @@ TEST(ZykLock, IsASilentNoOpUntilThereIsAnInterface) {
     eager.reset();
 }
 
-TEST(ZykLock, FailedCreationIsToldOnceAndTriedAgain) {
+TEST(ZykLock, FailedCreationIsToldAndTriedAgain) {
     FakeVm vm;
     ZykLock lock(false);
     const auto failingLock = [&] {
@@ -72,20 +72,20 @@ TEST(ZykLock, FailedCreationIsToldOnceAndTriedAgain) {
         return testing::internal::GetCapturedStderr();
     };
     vm.failMonitorCreation(true);
-    vmDeadSeen = true;
-    EXPECT_EQ("", failingLock()) << "nothing is told at the end of the process";
-    vmDeadSeen = false;
     EXPECT_EQ(CREATION_FAILED, failingLock());
     // What waits in a loop does not spin, and a guard does not open what another thread has locked since.
     EXPECT_GE(millisecondsOf([&] { lock.wait(20); }), 20);
     testing::internal::CaptureStderr();
     EXPECT_GE(millisecondsOf([] { waitOnLocalLock(250); }), 250);
-    EXPECT_EQ("", testing::internal::GetCapturedStderr());
+    EXPECT_EQ(CREATION_FAILED, testing::internal::GetCapturedStderr());
     vm.failMonitorCreation(false);
     for (const uint32_t phase : {JVMTI_PHASE_PRIMORDIAL, JVMTI_PHASE_START, JVMTI_PHASE_DEAD}) {
         vm.wrapper.phase = phase;
-        EXPECT_EQ("", failingLock()) << phase;
+        EXPECT_EQ(CREATION_FAILED, failingLock()) << phase;
     }
+    vmDeadSeen = true;
+    EXPECT_EQ("", failingLock()) << "nothing is told at the end of the process";
+    vmDeadSeen = false;
     vm.wrapper.phase = JVMTI_PHASE_LIVE;
     EXPECT_TRUE(lock.lock());
     EXPECT_TRUE(lock.unlock());
