@@ -27,12 +27,14 @@ import java.util.concurrent.locks.ReentrantReadWriteLock;
  * been stopped N times. Nothing may be thrown into a request, and after a stop the collector stays off until it is
  * started again, whoever enters meanwhile. Then, on the word of whoever reads along, it is started once more and reports
  * pages that must arrive. In a last part the service is shut down too, which takes its settings with it, so that nothing
- * is sent any more. Ends with status 5 in the midst of requests.
+ * is sent any more. Waits once more, stopped, and ends with status 5 in the midst of requests.
  *
  * <pre>
  *   amtest.Storm STOPS SEED
+ *   stop             one line each
  *   calm             waits for a line on standard input
  *   told N           N pages have been reported; likewise
+ *   over             likewise
  *   stops N requests N faults N back true
  * </pre>
  */
@@ -40,7 +42,7 @@ public final class Storm {
     private static final int REQUESTERS = 64;
     private static final int DRIVERS = 8;
     private static final int PAGES = 20; // of the proof that it works: a short queue holds them
-    private static final int BURST = 200; // of setters, so that two of them meet
+    private static final int BURST = 200; // of setters, so that two of them meet, and of requests
     private static final String[] WORK = {
         "+sql -sql", "+sql +driver -driver -sql", "+wrapper -wrapper", "+jca -jca", "+jndi -jndi", "+mail -mail",
         "+jdo -jdo", "+jms3 -jms3", "+xq -xqToken", "+ejb +sql -sql -ejb", "+iiopClient -iiopClient",
@@ -69,14 +71,15 @@ public final class Storm {
         }
         ProbeService.stop();
         for (int i = 0; i < REQUESTERS; i++) {
-            int pause = i % 32 == 0 ? 0 : 3; // a stop has to meet threads that are inside
-            start("request-" + i, () -> requestForEver(pause));
+            boolean busy = i % 32 == 0; // a stop has to meet threads that are inside
+            start("request-" + i, () -> requestForEver(busy));
         }
         drive(seed, wanted * 3 / 4);
         proveWork();
         last = true;
         drive(seed + DRIVERS, wanted);
         ProbeController.stopNativeProbe();
+        await("over");
         boolean back = ProbeService.start();
         System.out.println("stops " + stops + " requests " + requests.sum() + " faults " + faults + " back " + back);
         System.exit(5);
@@ -136,12 +139,12 @@ public final class Storm {
 
     // ---------------------------------------------------------------- requests
 
-    private static void requestForEver(int pause) {
+    private static void requestForEver(boolean busy) {
         Random random = ThreadLocalRandom.current();
         for (;;) {
             request(random);
             do {
-                pause(calm ? 1 : pause);
+                pause(busy && !calm && random.nextInt(BURST) != 0 ? 0 : 3);
             } while (calm);
         }
     }
@@ -251,6 +254,9 @@ public final class Storm {
         for (int i = random.nextInt(2); i >= 0; i--) {
             enter(0);
         }
+        for (int i = random.nextInt(2000); i > 0 && !ProbeController.isNativeProbeEnabled(); i--) {
+            pause(1);
+        }
         pause(random.nextInt(random.nextInt(8) == 0 ? 500 : 60));
     }
 
@@ -265,6 +271,7 @@ public final class Storm {
         ProbeController.stopNativeProbe();
         if (wasOn) {
             stops.incrementAndGet();
+            System.out.println("stop");
         }
     }
 
