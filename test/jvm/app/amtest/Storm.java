@@ -279,10 +279,14 @@ public final class Storm {
     private static void checkedCycle(Random random) {
         turn.writeLock().lock();
         try {
-            if (random.nextBoolean()) {
-                bringUp(random);
-            } else {
+            if (random.nextInt(3) == 0) {
                 switchOn(); // its agents come only while it is being stopped
+            } else {
+                bringUp(random);
+            }
+            if (random.nextBoolean()) { // then nothing holds the stop up, and requests are under way when it frees
+                NativeEventAgentImpl.stopThreadNative(0);
+                NativeNetworkAgentImpl.stopThreadNative(0);
             }
             Thread late = start("late", () -> {
                 pause(5);
