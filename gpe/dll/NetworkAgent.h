@@ -13,6 +13,7 @@
 #include "ZykList.h"
 #include "ZykLock.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cstdint>
 #include <jni.h>
@@ -67,7 +68,8 @@ public:
 
     int id() const { return id_; }
     int32_t queueCount() const { return dataQueue_.size(); }
-    int32_t bytesQueued() const { return queuedBytes_ - sentBytes_; }
+    // Not below 0 where one of the two words is already settled or flushed and the other is not.
+    int32_t bytesQueued() const { return std::max(queuedBytes_ - sentBytes_, 0); }
 
     // State that other threads read, and some of it the manager writes.
     Relaxed<int32_t> sleepTime_{500}; // base pause of the loop, ms
@@ -117,6 +119,7 @@ private:
 
     // Exact losses; without them these do nothing.
     bool hungUp(bool afterOwnEnd = false);
+    bool isBehind();
     void endStream();
     void accountForSent();
     void relieveMemory();

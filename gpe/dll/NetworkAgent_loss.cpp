@@ -46,6 +46,11 @@ bool NetworkAgent::hungUp(bool afterOwnEnd) {
     return ended;
 }
 
+// What has not arrived would have to be told as lost if the stream were ended now.
+bool NetworkAgent::isBehind() {
+    return exactDrops_ && !hungUp() && !sent_.allAcknowledged();
+}
+
 // Ends the present stream in order: what was written is given a second to arrive.
 void NetworkAgent::endStream() {
     if (!exactDrops_ || socket_ < 0) {
@@ -88,9 +93,17 @@ void NetworkAgent::relieveMemory() {
     }
 }
 
-// What is known to be lost, as the last packet of a stream that is whole. Nobody waits for it.
+// What is known to be lost, as the last packet of a stream that is whole. Nobody waits for it. A connection
+// that has died unnoticed takes none; what was under way on it is told after the next start.
 void NetworkAgent::sayFarewell() {
-    if (!exactDrops_ || !connected_ || !opened_ || hungUp() || lossAccount.isEmpty()) {
+    if (!exactDrops_ || !connected_ || !opened_) {
+        return;
+    }
+    if (hungUp()) {
+        accountForSent();
+        return;
+    }
+    if (lossAccount.isEmpty()) {
         return;
     }
     char area[FAREWELL_AREA];

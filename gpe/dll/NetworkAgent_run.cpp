@@ -11,6 +11,7 @@
 namespace {
 
 constexpr int64_t RECONNECT_STEP_MS = 1000;
+constexpr int64_t RENEWAL_PATIENCE_S = 60;
 constexpr int SILENT_AFTER_FAILURES = 6;
 
 int64_t monotonicSeconds() {
@@ -107,8 +108,12 @@ void NetworkAgent::connectionLost() {
     networkAgentMgr.get()->notifyConnectionListeners(this);
 }
 
+// A receiver that is behind gets some time more.
 void NetworkAgent::resetConnectionOnExpiry(int64_t now) {
     if (resetSeconds_ < 1 || connectTime_ == NONE || now - connectTime_ < resetSeconds_) {
+        return;
+    }
+    if (now - connectTime_ < resetSeconds_ + RENEWAL_PATIENCE_S && isBehind()) {
         return;
     }
     AM_TRACE(naTracer, LGK_DEBUG_MID, "NetworkAgent::resetConnectionOnExpiry()",

@@ -1,4 +1,5 @@
 #include "SentPackets.h"
+#include "platform.h"
 #include "pump_test_support.h"
 
 #include <gtest/gtest.h>
@@ -228,6 +229,39 @@ TEST_F(ExactDrops, ConnectionsThatAreRenewedByTime) {
     }
 }
 
+// A minute at most.
+TEST_F(ExactDrops, ARenewalWaitsForAReceiverThatIsBehind) {
+    properties.set("networkagent.socket.resettime", "1000"); // 300 seconds at least
+    for (const bool goesOn : {true, false}) {
+        begun = 0;
+        startConnected(true);
+        NetworkAgent *agent = mgr->getNetworkAgent(&probe);
+        begin(threadOf(jni), 50, 1000);
+        ASSERT_TRUE(eventually([&] { return threadOf(jni)->queueSize() == 0 && agent->bytesQueued() == 0; }));
+        mgr->stopNetworkAgent(nullptr, 0); // its steps are this thread's now
+        agent->alive_ = true;
+        const int64_t due = monotonicMicros() / 1000000 + 300;
+        agent->resetConnectionOnExpiry(due + 50);
+        EXPECT_TRUE(agent->connected_);
+        if (goesOn) {
+            server->resume();
+            EXPECT_TRUE(eventually([&] {
+                agent->resetConnectionOnExpiry(due + 50);
+                return !agent->connected_;
+            }));
+            EXPECT_TRUE(lossAccount.isEmpty());
+            NetworkTest::runAgent(0);
+            expectAllDecoded();
+        } else {
+            agent->resetConnectionOnExpiry(due + 61);
+            EXPECT_FALSE(agent->connected_);
+        }
+        stop();
+        NetworkAgentMgr::destroy();
+        delete evtAgentMgr.get();
+    }
+}
+
 TEST_F(ExactDrops, EventsOfAnOutage) {
     properties.set("internal.probe.event.queue.size.limit", "50");
     startAndWait();
@@ -249,6 +283,22 @@ TEST_F(ExactDrops, WhatAStopDestroysIsToldAfterTheNextStart) {
     startConnected();
     expectBalance();
     EXPECT_EQ(700u, told);
+}
+
+// The agent sleeps meanwhile and learns of it only on its way out.
+TEST_F(ExactDrops, WhatWasUnderWayWhenAConnectionDiedAheadOfAStop) {
+    startConnected(true);
+    begin(threadOf(jni), 300);
+    NetworkAgent *agent = mgr->getNetworkAgent(&probe);
+    ASSERT_TRUE(eventually([&] { return threadOf(jni)->queueSize() == 0 && agent->bytesQueued() == 0; }));
+    agent->setSleepTime(20000);
+    server->resetAll();
+    stop();
+    NetworkAgentMgr::destroy();
+    delete evtAgentMgr.get();
+    startConnected();
+    expectBalance();
+    EXPECT_EQ(300u, told);
 }
 
 // What was under way may be told although it arrived, but nothing is missing.
