@@ -310,8 +310,9 @@ bool EventAgent::listSpecialThread() {
     }
     const ZykLockGuard guard(threads->destructionLock());
     ThreadData *special = threads->createSpecialEventQueue(env);
-    if (special != nullptr && !special->listed) {
-        special->listed = threadList.prepend(special);
+    if (special != nullptr) {
+        special->isShared = true;
+        special->listed = special->listed || threadList.prepend(special);
     }
     specialThreadData = special != nullptr && special->listed ? special : nullptr;
     return specialThreadData != nullptr;

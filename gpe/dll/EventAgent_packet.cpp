@@ -118,7 +118,9 @@ int32_t EventAgent::processQueueAux(ZykList<Event *> &queue, ProtocolVisitor &vi
         }
         if (added) {
             ++count;
-            inPacket.countLoss(*evt);
+            if (exactDrops) {
+                inPacket.countLoss(*evt);
+            }
             consume(*currentThread, evt);
         } else {
             lose(*currentThread, evt);

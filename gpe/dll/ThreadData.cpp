@@ -28,6 +28,12 @@ int32_t queueLimit() {
     return limit;
 }
 
+// Several threads write to a special queue: one at a time, since the counters have one writer.
+ZykLock &sharedLock() {
+    static StaticZykLock lock;
+    return lock;
+}
+
 } // namespace
 
 bool isProtectedType(const Event &evt) {
@@ -75,6 +81,7 @@ void ThreadData::initialize() {
 }
 
 bool ThreadData::appendEvent(Event *evt) {
+    const ZykLockGuard writer(isShared ? &sharedLock() : nullptr);
     if (evt == nullptr || eventQueue == nullptr || !acceptsEvents()) {
         reportRefusal(evt);
         lose(evt);

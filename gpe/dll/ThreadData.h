@@ -95,6 +95,7 @@ public:
     bool acceptingNewRequests = true;       // false while turbo mode refuses new requests
     std::atomic<bool> isAlive{true};        // its release at thread end hands the object to the agent
     Relaxed<bool> listed{false};            // an event agent has it in its list
+    Relaxed<bool> isShared{false};          // a special queue: other threads append too
     jweak virtualThread = nullptr;          // whose it is, for a virtual thread; owned
     ThreadData *nextInBucket = nullptr;     // of the table of virtual threads
     ThreadData *nextWatched = nullptr;      // of the thread manager

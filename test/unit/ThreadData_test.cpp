@@ -77,6 +77,25 @@ TEST_F(ThreadDataTest, ANewOverflowGetsANewMarker) {
     EXPECT_EQ(LIMIT + 1, td.queueSize());
 }
 
+TEST_F(ThreadDataTest, ASpecialQueueHasSeveralWriters) {
+    constexpr int WRITERS = 4;
+    td.isShared = true;
+    std::vector<std::thread> writers;
+    for (int i = 0; i < WRITERS; ++i) {
+        writers.emplace_back([this] {
+            for (int number = 0; number < LIMIT; ++number) {
+                appendSql();
+            }
+        });
+    }
+    for (std::thread &writer : writers) {
+        writer.join();
+    }
+    EXPECT_EQ(LIMIT + 1, td.queueSize());
+    EXPECT_EQ(static_cast<uint64_t>((WRITERS - 1) * LIMIT), td.takeRefused().sum());
+    EXPECT_EQ(LIMIT * sizeof(SQLEvent) + sizeof(DroppedEvent), td.bytesQueued());
+}
+
 TEST_F(ThreadDataTest, AnEndedThreadTakesNothingMore) {
     fill(2);
     td.requestDepth = 3;
