@@ -5,6 +5,7 @@
 
 #include "Event.h"
 #include "EventUtils.h"
+#include "LossAccount.h"
 #include "MemoryMonitor.h"
 #include "ThreadData.h"
 #include "jnihelp.h"
@@ -80,11 +81,13 @@ void addWeight(Event &event, int64_t bytes);
 void addUnweighed(Event &event, int64_t bytes);
 
 // A new event with the thread's number, and its depth for classes that carry one. Null when memory is out:
-// the call is then an event less, and counts and nests as any other.
+// the call is then an event less, told as lost, and counts and nests as any other.
 template <typename E, typename... Args>
 E *newThreadEvent(const ThreadData *td, Args... args) {
     E *event = new E(args...);
-    if (event != nullptr && td != nullptr) {
+    if (event == nullptr) {
+        lossAccount.enter(E(args...));
+    } else if (td != nullptr) {
         event->threadId = td->threadId;
     }
     return event;

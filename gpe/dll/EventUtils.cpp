@@ -55,6 +55,9 @@ bool assembly::askListeners(JNIEnv *env, const Event &event, bool &recordStands)
     const ThreadData *before = callingThread(env);
     const bool agreed = listenersAgree(env, *target, event);
     recordStands = !probeDisabled && callingThread(env) == before;
+    if (agreed && !recordStands) {
+        lossAccount.enter(event);
+    }
     return agreed && recordStands;
 }
 
@@ -105,9 +108,10 @@ bool appendRequestEvent(JNIEnv *env, ThreadData *thr, Event *request) {
 
 namespace {
 
-bool hasStorage(const ThreadData *storage, const char *signature) {
+bool hasStorage(const ThreadData *storage, const Event &request, const char *signature) {
     if (storage == nullptr) {
         AM_TRACE(ccTracer, LGK_DEBUG_MAX, signature, "thread local storage is NULL");
+        lossAccount.enter(request);
     }
     return storage != nullptr;
 }
@@ -147,7 +151,7 @@ void copyNames(JNIEnv *env, RequestEvent &request, jstring requestName, jstring 
 
 bool sendRequest(JNIEnv *env, ThreadData *storage, RequestEvent *request, jstring requestName,
                  jstring applicationName, jstring url) {
-    if (request == nullptr || !hasStorage(storage, "sendRequest()")) {
+    if (request == nullptr || !hasStorage(storage, *request, "sendRequest()")) {
         delete request;
         return true;
     }
@@ -162,7 +166,7 @@ bool sendRequest(JNIEnv *env, ThreadData *storage, RequestEvent *request, jstrin
 }
 
 void sendEJBRequest(JNIEnv *env, ThreadData *storage, EJBEvent *request) {
-    if (request == nullptr || !hasStorage(storage, "sendEJBRequest()")) {
+    if (request == nullptr || !hasStorage(storage, *request, "sendEJBRequest()")) {
         delete request;
         return;
     }
