@@ -123,10 +123,12 @@ ThreadData *ThreadMgr::takeAll() {
     const ZykLockGuard guard(threadLock);
     started = false;
     ThreadData *all = std::exchange(watched, nullptr);
-    threadTable.forEach([&all](ThreadData *data) {
-        data->nextWatched = all;
-        all = data;
-    });
+    const auto chain = [&all](ThreadData *data) { data->nextWatched = std::exchange(all, data); };
+    while (ThreadData *data = leftOver) {
+        leftOver = data->nextWatched;
+        chain(data);
+    }
+    threadTable.forEach(chain);
     threadTable.clear();
     virtualTable.clear();
     threadIdMap.clear();
@@ -414,13 +416,14 @@ void ThreadMgr::endThread(JNIEnv *env) {
     }
 }
 
-// Under the lock, so that no agent takes it over or destroys it meanwhile.
+// Under the lock, so that no agent takes it over or destroys it meanwhile. One that no agent lists may still
+// be held by somebody who appends to it as to the special queue.
 void ThreadMgr::endRecord(ThreadData *data) {
     const ZykLockGuard guard(threadLock);
     const bool listed = data->listed;
     data->resetOnThreadEnd();
     if (!listed) {
-        delete data;
+        data->nextWatched = std::exchange(leftOver, data);
     }
 }
 

@@ -106,6 +106,8 @@ private:
     ZykHashTable<JNIEnv *, ThreadData *> threadTable;
     VirtualThreadTable virtualTable;
     ThreadData *watched = nullptr; // virtual threads not known to have ended, newest first
+    ThreadData *leftOver =
+        nullptr; // ended, in no agent's list, for the next stop; chained as the watched are
     ZykHashTable<uint32_t, JNIEnv *>
         threadIdMap; // of platform threads; guarded by `threadLock`, as its inverse
     ZykHashTable<JNIEnv *, uint32_t> envNumbers;
