@@ -71,19 +71,19 @@ void EvtAgentMgr::start() {
 }
 
 bool EvtAgentMgr::createData() {
-    agents.reset(new (std::nothrow) std::unique_ptr<EventAgent>[static_cast<size_t>(poolSize)]);
-    for (int32_t id = 0; agents != nullptr && id < poolSize; ++id) {
-        agents[id].reset(new (std::nothrow) EventAgent(id));
-        if (agents[id] == nullptr) {
+    for (int32_t id = 0; id < poolSize; ++id) {
+        EventAgent *agent = new (std::nothrow) EventAgent(id);
+        if (agent == nullptr) {
             break;
         }
-        agents[id]->prepareLocks();
+        agent->prepareLocks();
+        agents[id] = agent;
         agentCount = id + 1;
     }
     if (agentCount == 0) {
         return false;
     }
-    leaderAgent = agents[0].get();
+    leaderAgent = agents[0];
     const ZykLockGuard guard(roundRobinLock); // makes its monitor before threads race for it
     return true;
 }
@@ -133,7 +133,7 @@ bool EvtAgentMgr::stopAgents() {
     }
 }
 
-// What somebody may still touch stays in memory.
+// What somebody may still touch stays in memory, and in its place until the next start.
 void EvtAgentMgr::forgetAgents() {
     for (int32_t id = 0; id < agentCount; ++id) {
         if (agents[id]->isAlive()) {
@@ -141,14 +141,14 @@ void EvtAgentMgr::forgetAgents() {
                      "EventAgent ID: %d still alive after 10 sec wait therefore not deleting", id);
         }
         agents[id]->forget();
-        static_cast<void>(agents[id].release());
     }
-    static_cast<void>(agents.release());
+    agentCount = 0;
 }
 
 void EvtAgentMgr::deleteData() {
-    agents.reset();
-    agentCount = 0;
+    while (agentCount > 0) {
+        delete agents[--agentCount];
+    }
     roundRobinIndex = 0;
     leaderAlive = false;
     leaderResent = true;
@@ -230,7 +230,7 @@ void EvtAgentMgr::notifySocketStatus() {
     leaderResent = false;
     for (int32_t id = 0; id < agentCount; ++id) {
         if (poolSize == 1 || agents[id]->isAlive()) {
-            agents[id]->notifyPSReconnect(isLeader(agents[id].get()));
+            agents[id]->notifyPSReconnect(isLeader(agents[id]));
         }
     }
 }

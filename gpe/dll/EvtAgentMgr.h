@@ -16,7 +16,6 @@
 
 #include <cstdint>
 #include <jni.h>
-#include <memory>
 
 class EvtAgentMgr : public virtual NamedObject,
                     public NetworkAgentMgrConnInitListener,
@@ -68,8 +67,6 @@ public:
     bool setThreadPriority(JNIEnv *env, int prio) override;
 
 private:
-    using Agents = std::unique_ptr<std::unique_ptr<EventAgent>[]>;
-
     bool createData();
     bool stopAgents();
     void forgetAgents();
@@ -82,9 +79,9 @@ private:
 
     CallGate gate; // open from start to stop
     const int32_t poolSize;
-    Agents agents;               // there while the gate is open or a call inside
-    int32_t agentCount = 0;      // of `agents`: `poolSize`, or as many as memory allowed
-    int32_t roundRobinIndex = 0; // guarded by `roundRobinLock`
+    EventAgent *agents[MAX_POOL_SIZE] = {}; // owned; there while the gate is open or a call inside
+    int32_t agentCount = 0;                 // of `agents`: `poolSize`, or as many as memory allowed
+    int32_t roundRobinIndex = 0;            // guarded by `roundRobinLock`
     Relaxed<bool> leaderAlive{false};
     ZykLock roundRobinLock;
     Relaxed<bool> leaderResent{true};           // the initial data are out
