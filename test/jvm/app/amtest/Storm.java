@@ -71,7 +71,8 @@ public final class Storm {
         }
         ProbeService.stop();
         for (int i = 0; i < REQUESTERS; i++) {
-            boolean busy = i % 32 == 0; // a stop has to meet threads that are inside
+            // A long storm's stops have to meet threads that are inside; beside a short one others want to work.
+            boolean busy = wanted >= 100 && i % 32 == 0;
             start("request-" + i, () -> requestForEver(busy));
         }
         drive(seed, wanted * 3 / 4);
