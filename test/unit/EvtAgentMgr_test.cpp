@@ -125,7 +125,9 @@ TEST_F(EvtAgentMgrTest, OneAgentCanBeStoppedAndStartedAgain) {
     EXPECT_EQ(nullptr, pump()->getSpecialThreadData());
     pump()->stopEvtAgent(1);
     EXPECT_FALSE(staying->listed) << "nobody is there";
-    threadMgr.get()->endThread(third.get()); // goes with its record
+    ThreadData *held = threadMgr.get()->findThreadData(third.get()); // by somebody inside
+    threadMgr.get()->endThread(third.get());
+    EXPECT_FALSE(held->appendEvent(sqlStart(held, "x")));
     EXPECT_FALSE(pump()->canTakeThreads());
     runAgent(0);
     ASSERT_TRUE(agentsRun(4));
