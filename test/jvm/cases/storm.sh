@@ -81,7 +81,7 @@ judge_storm() {
     [ "$status" -eq 5 ] || fail "exit status $status: $(head -n 3 server.err)"
     [[ $seen =~ ^stops\ [0-9]+\ requests\ [0-9]+\ faults\ 0\ back\ true$ ]] || fail "$seen"
     [ ! -s server.err ] || fail "on standard error: $(head -n 3 server.err)"
-    [ -n "${preset:-}" ] || [ $((memory[2] - memory[1])) -lt $((8000 + 8 * stops)) ] || fail "it keeps memory: ${memory[*]} KB"
+    [ -n "${preset:-}" ] || [ $((memory[2] - memory[1])) -lt $((8000 + 4 * stops)) ] || fail "it keeps memory: ${memory[*]} KB"
 }
 
 case_storm() { storm 40 "$RANDOM" 300; }
