@@ -235,12 +235,12 @@ TEST_F(ExactDrops, ARenewalWaitsForAReceiverThatIsBehind) {
     for (const bool goesOn : {true, false}) {
         begun = 0;
         startConnected(true);
+        const int64_t due = monotonicMicros() / 1000000 + 300;
         NetworkAgent *agent = mgr->getNetworkAgent(&probe);
         begin(threadOf(jni), 50, 1000);
         ASSERT_TRUE(eventually([&] { return threadOf(jni)->queueSize() == 0 && agent->bytesQueued() == 0; }));
         mgr->stopNetworkAgent(nullptr, 0); // its steps are this thread's now
         agent->alive_ = true;
-        const int64_t due = monotonicMicros() / 1000000 + 300;
         agent->resetConnectionOnExpiry(due + 50);
         EXPECT_TRUE(agent->connected_);
         if (goesOn) {
