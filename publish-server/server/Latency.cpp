@@ -63,8 +63,9 @@ Latency &LatencyTable::at(std::string_view key) {
 }
 
 Latency &LatencyTable::add(std::string key) {
-    keyBytes_ += key.size();
-    return entries_.emplace_back(std::move(key));
+    Latency &added = entries_.emplace_back(std::move(key));
+    keyBytes_ += added.key().size();
+    return added;
 }
 
 std::vector<const Latency *> LatencyTable::top(std::size_t count) const {

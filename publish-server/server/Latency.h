@@ -7,9 +7,9 @@
 #include <array>
 #include <cstdint>
 #include <deque>
+#include <map>
 #include <string>
 #include <string_view>
-#include <unordered_map>
 #include <vector>
 
 namespace ps {
@@ -40,7 +40,7 @@ private:
     std::uint64_t ends_ = 0;
     std::uint64_t failures_ = 0;
     std::uint64_t totalMicroseconds_ = 0;
-    std::array<std::uint32_t, kCells> histogram_{};
+    std::array<std::uint64_t, kCells> histogram_{};
 };
 
 class LatencyTable {
@@ -58,7 +58,7 @@ private:
     Latency &add(std::string key);
 
     std::deque<Latency> entries_;
-    std::unordered_map<std::string_view, Latency *> byKey_; // views into the entries' own keys
+    std::map<std::string_view, Latency *> byKey_; // views into the keys; ordered: a sender chooses them
     std::size_t keyBytes_ = 0;
     Latency *other_ = nullptr;
 };

@@ -64,6 +64,9 @@ PairMatcher::Unmatched PairMatcher::takeUnmatched(bool closing) {
 void PairMatcher::cutTo(Thread &thread, std::size_t size) {
     open_ -= thread.stack.size() - size;
     thread.stack.resize(size);
+    if (thread.stack.capacity() > std::max(kSpareOpen, 4 * size)) {
+        thread.stack.shrink_to_fit(); // or each thread would keep its deepest stack
+    }
 }
 
 void PairMatcher::forgetSilentHalf() {

@@ -1,14 +1,15 @@
 // Finds the begin record of an end record, for one connection: a stack of open begins per thread, ordered by
 // depth. Nothing that arrives is an error: ends without a begin and begins that never end are counted.
 // Only threads with something open are kept. Bounded: at kMaxThreads of them or kMaxOpen open begins, the
-// half that was silent longest is forgotten. One thread.
+// half that was silent longest is forgotten. Ordered by thread, because a sender chooses the ids and could
+// make a hash table of them one long list. One thread.
 #pragma once
 
 #include "decoder/Record.h"
 
 #include <cstdint>
+#include <map>
 #include <optional>
-#include <unordered_map>
 #include <vector>
 
 namespace ps {
@@ -36,6 +37,8 @@ public:
     };
     Unmatched takeUnmatched(bool closing);
     std::size_t open() const { return open_; }
+    // About what it holds; exact enough for a bound.
+    std::size_t heldBytes() const { return threads_.size() * kThreadBytes + open_ * kOpenBytes; }
 
 private:
     struct Open {
@@ -44,15 +47,20 @@ private:
         std::uint8_t depth;
         std::uint8_t pair;
     };
+    static constexpr std::size_t kSpareOpen = 8;
     struct Thread {
         std::vector<Open> stack; // depth strictly rising, so never more than 256
         std::uint64_t lastSeen = 0;
     };
 
+    // With the allocator's own need, and the room that a stack may keep unused.
+    static constexpr std::size_t kThreadBytes = sizeof(Thread) + 64 + kSpareOpen * sizeof(Open);
+    static constexpr std::size_t kOpenBytes = 4 * sizeof(Open);
+
     void cutTo(Thread &thread, std::size_t size);
     void forgetSilentHalf();
 
-    std::unordered_map<std::uint32_t, Thread> threads_;
+    std::map<std::uint32_t, Thread> threads_;
     std::uint64_t clock_ = 0;
     std::size_t open_ = 0;
     Unmatched unmatched_{0, 0};

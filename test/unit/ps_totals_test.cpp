@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include <ctime>
+
 using namespace pstest;
 
 namespace {
@@ -110,6 +112,18 @@ TEST_F(PsTotals, manyThatWaitAndShortOnesBesideThemAreExact) {
     EXPECT_EQ(json["unmatchedBegins"].get<int>() + json["unmatchedEnds"].get<int>(), 0);
     EXPECT_EQ(json["urls"][0]["ended"], 20000);
     EXPECT_EQ(json["urls"][1]["ended"], 10000);
+}
+
+TEST_F(PsTotals, chosenThreadIdsCostNoMoreThanOthers) {
+    ps::PairMatcher pairs;
+    ps::Record record;
+    record.spec = ps::findSpec(4);
+    const std::clock_t before = std::clock();
+    for (std::uint32_t i = 0; i < 50000; ++i) {
+        record.threadId = i * 85229; // one bucket of the hash table that 50000 would have
+        pairs.begin(record, nullptr);
+    }
+    EXPECT_LT(std::clock() - before, CLOCKS_PER_SEC);
 }
 
 TEST_F(PsTotals, openBeginsAreBounded) {
