@@ -69,7 +69,7 @@ std::optional<Options> parseCommandLine(int argc, const char *const *argv, int &
     decode->check(CLI::ExistingFile);
     app.add_option("--stats-file", options.statsFile, "JSON totals of all connections, written at the end");
     app.add_option("--seconds", options.seconds, "end after so many seconds; 0: run until a signal")
-        ->check(CLI::NonNegativeNumber);
+        ->check(CLI::Range(0.0, 1e9));
     app.add_option("--max-connections", options.maxConnections, "open connections; more are closed at once")
         ->check(CLI::Range(1, 100000))
         ->capture_default_str();
@@ -81,10 +81,13 @@ std::optional<Options> parseCommandLine(int argc, const char *const *argv, int &
                    "seconds within which a connection has to send its initial block")
         ->check(CLI::Range(0.1, 3600.0))
         ->capture_default_str();
-    app.add_option("--max-record", options.maxRecordBytes,
-                   "bytes of the longest record, which bounds the memory "
-                   "of a connection")
+    app.add_option("--max-record", options.maxRecordBytes, "bytes of the longest record")
         ->check(CLI::Range(1 << 10, 1 << 30))
+        ->capture_default_str();
+    app.add_option("--max-memory", options.maxMemoryBytes,
+                   "bytes that all connections together may hold; over it, one that holds more than "
+                   "its share is closed")
+        ->check(CLI::Range(std::size_t{1} << 20, std::size_t{1} << 40))
         ->capture_default_str();
     try {
         app.parse(argc, argv);

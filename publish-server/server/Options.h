@@ -22,6 +22,7 @@ struct Options {
     std::size_t maxPerAddress = 2000;
     double initSeconds = 30; // a connection that has not sent its initial block by then goes
     std::size_t maxRecordBytes = 4u << 20;
+    std::size_t maxMemoryBytes = 1u << 30; // of all connections together
 };
 
 // "HOST:PORT", "[V6]:PORT", ":PORT" or "PORT" (the last two: loopback); false if it is none of these.

@@ -36,10 +36,23 @@ std::string peerOf(const tcp::socket &socket) {
 std::string addressOf(const tcp::socket &socket) {
     ErrorCode error;
     const tcp::endpoint peer = socket.remote_endpoint(error);
-    return error ? std::string() : peer.address().to_string();
+    return error ? std::string() : originOf(peer.address());
 }
 
 } // namespace
+
+std::string originOf(const boost::asio::ip::address &address) {
+    if (address.is_v4()) {
+        return address.to_string();
+    }
+    auto v6 = address.to_v6();
+    if (v6.is_v4_mapped()) {
+        return boost::asio::ip::make_address_v4(boost::asio::ip::v4_mapped, v6).to_string();
+    }
+    auto bytes = v6.to_bytes();
+    std::fill(bytes.begin() + 8, bytes.end(), 0);
+    return boost::asio::ip::address_v6(bytes).to_string() + "/64";
+}
 
 // Owned by the server's list and by its own pending read.
 class Connection : public std::enable_shared_from_this<Connection> {
@@ -61,17 +74,22 @@ public:
     }
 
     const std::string &address() const { return address_; }
-    bool inTime(Server::Clock::time_point since) const { return session_.isOpen() || since_ > since; }
+    std::size_t heldBytes() const { return held_; }
+    // Bytes that wait to be read may be its initial block, late because of this server.
+    bool inTime(Server::Clock::time_point since) const {
+        ErrorCode ignored;
+        return session_.isOpen() || since_ > since || socket_.available(ignored) > 0;
+    }
 
     void end(const char *how) noexcept {
         if (!finished_) {
-            finish(how);
+            finish(how, server_.tellsEnd(address_));
             server_.closed(*this);
         }
     }
 
     // Once; where memory is out nothing but the telling suffers.
-    void finish(const char *how) noexcept {
+    void finish(const char *how, bool told) noexcept {
         if (std::exchange(finished_, true)) {
             return;
         }
@@ -80,8 +98,11 @@ public:
         session_.close();
         server_.totals_.capturesLost += capture_.lost() ? 1 : 0;
         try {
-            const std::string text = summaryText(session_.finish(how));
-            std::fwrite(text.data(), 1, text.size(), stderr);
+            const Summary summary = session_.finish(how);
+            if (told) {
+                const std::string text = summaryText(summary);
+                std::fwrite(text.data(), 1, text.size(), stderr);
+            }
             server_.output_.flush();
         } catch (const std::bad_alloc &) {
             std::fputs("memory is out: a connection has ended without its summary\n", stderr);
@@ -96,7 +117,14 @@ private:
         session_.wake(server_.spare_);
         const bool more = take(error);
         session_.rest(server_.spare_);
-        if (more) {
+        const std::size_t before = std::exchange(held_, session_.heldBytes());
+        if (!more) {
+            return;
+        }
+        server_.holds(held_, before);
+        if (server_.overShare(held_)) {
+            end("it holds too much of the memory of all");
+        } else {
             read();
         }
     }
@@ -127,6 +155,7 @@ private:
     const Server::Clock::time_point since_ = Server::Clock::now();
     Session session_;
     Capture capture_;
+    std::size_t held_ = 0; // as the server knows it
     bool finished_ = false;
 };
 
@@ -182,7 +211,7 @@ void Server::run() {
         }
     }
     for (const auto &connection : connections_) {
-        connection->finish("receiver ended");
+        connection->finish("receiver ended", true);
     }
     connections_.clear();
 }
@@ -260,12 +289,35 @@ void Server::refuse(const std::string &address, const char *why, std::size_t lim
     }
 }
 
+bool Server::overShare(std::size_t held) const {
+    return heldBytes_ > options_.maxMemoryBytes && held > options_.maxMemoryBytes / connections_.size();
+}
+
+// Whoever connects and goes, again and again, does not fill the log.
+bool Server::tellsEnd(const std::string &address) noexcept {
+    const auto found = origins_.find(address);
+    if (found == origins_.end()) {
+        return true;
+    }
+    Origin &origin = found->second;
+    const Clock::time_point now = Clock::now();
+    if (origin.ends == 0 || now - origin.endsSince >= kTellAgain) {
+        origin.endsSince = now;
+        origin.ends = 0;
+    }
+    if (++origin.ends == kEndsTold + 1) {
+        std::fprintf(stderr, "%zu connections from %s have ended within a minute: the others are not told\n",
+                     kEndsTold, address.c_str());
+    }
+    return origin.ends <= kEndsTold;
+}
+
 void Server::closed(const Connection &connection) noexcept {
     const auto found = origins_.find(connection.address());
-    if (found != origins_.end() && --found->second.connections == 0 &&
-        (found->second.toldAt == Clock::time_point() || origins_.size() > kMaxOrigins)) {
+    if (found != origins_.end() && --found->second.connections == 0 && origins_.size() > kMaxOrigins) {
         origins_.erase(found);
     }
+    heldBytes_ -= connection.heldBytes();
     connections_.erase(std::remove_if(connections_.begin(), connections_.end(),
                                       [&](const auto &each) { return each.get() == &connection; }),
                        connections_.end());
@@ -285,7 +337,8 @@ void Server::lookAfterConnections() {
         connection->end("no initial block in time");
     }
     for (auto at = origins_.begin(); at != origins_.end();) {
-        const bool idle = at->second.connections == 0 && now - at->second.toldAt >= kTellAgain;
+        const Clock::time_point told = std::max(at->second.toldAt, at->second.endsSince);
+        const bool idle = at->second.connections == 0 && now - told >= kTellAgain;
         at = idle ? origins_.erase(at) : std::next(at);
     }
 }

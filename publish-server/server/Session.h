@@ -32,7 +32,8 @@ public:
     // close(), and what there is to tell. `how`: what ended the stream; a decoding error takes its place.
     Summary finish(const std::string &how);
 
-    std::size_t capacity() const { return decoder_.capacity(); }
+    // Memory for bytes that wait and begins that are open.
+    std::size_t heldBytes() const { return decoder_.capacity() + pairs_.heldBytes(); }
     bool isOpen() const { return decoder_.isOpen(); } // the initial block has come
     void wake(std::vector<char> &spare) { decoder_.wake(spare); }
     void rest(std::vector<char> &spare) { decoder_.rest(spare); }

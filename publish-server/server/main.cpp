@@ -91,6 +91,7 @@ bool writeStats(const std::string &path, const ps::Totals &totals) {
     }
     const std::string unfinished = path + ".tmp";
     std::ofstream file(unfinished, std::ios::trunc);
+    const bool made = file.is_open();
     file << text;
     file.close();
     error.clear();
@@ -99,7 +100,9 @@ bool writeStats(const std::string &path, const ps::Totals &totals) {
     }
     if (!file || error) {
         std::fprintf(stderr, "cannot write %s\n", path.c_str());
-        std::filesystem::remove(unfinished, error); // leaves nothing behind
+        if (made) {
+            std::filesystem::remove(unfinished, error); // leaves nothing behind
+        }
         return false;
     }
     return true;
