@@ -85,6 +85,8 @@ public:
         }
         return sent;
     }
+    // Ends the stream and waits until the server has taken all of it.
+    bool readToTheEnd() { return ::shutdown(socket_, SHUT_WR) == 0 && closedByServer(60000); }
     void reset() {
         const linger at_once{1, 0};
         ::setsockopt(socket_, SOL_SOCKET, SO_LINGER, &at_once, sizeof at_once);
@@ -239,6 +241,7 @@ TEST_F(PsServer, oneBadConnectionHarmsNoOther) {
             for (int n = 0; n < kPackets; ++n) {
                 ASSERT_TRUE(client.send(pairPacket(static_cast<std::uint32_t>(i)) + kAlive));
             }
+            EXPECT_TRUE(client.readToTheEnd());
         });
     }
     Client bad(port);
@@ -329,6 +332,10 @@ TEST_F(PsServer, captureThatCannotBeWrittenIsCounted) {
 }
 
 TEST_F(PsServer, withoutDescriptorsCollectorsWait) {
+#ifdef __SANITIZE_ADDRESS__
+    GTEST_SKIP()
+        << "the check of virtual tables looks at memory through a pipe, and takes its absence for a fault";
+#endif
     start();
     Client client;
     Told told;
