@@ -79,11 +79,12 @@ TEST_F(ThreadDataTest, ANewOverflowGetsANewMarker) {
 
 TEST_F(ThreadDataTest, ASpecialQueueHasSeveralWriters) {
     constexpr int WRITERS = 4;
+    constexpr int EACH = 10 * LIMIT;
     td.isShared = true;
     std::vector<std::thread> writers;
     for (int i = 0; i < WRITERS; ++i) {
         writers.emplace_back([this] {
-            for (int number = 0; number < LIMIT; ++number) {
+            for (int number = 0; number < EACH; ++number) {
                 appendSql();
             }
         });
@@ -92,7 +93,7 @@ TEST_F(ThreadDataTest, ASpecialQueueHasSeveralWriters) {
         writer.join();
     }
     EXPECT_EQ(LIMIT + 1, td.queueSize());
-    EXPECT_EQ(static_cast<uint64_t>((WRITERS - 1) * LIMIT), td.takeRefused().sum());
+    EXPECT_EQ(static_cast<uint64_t>(WRITERS * EACH - LIMIT), td.takeRefused().sum());
     EXPECT_EQ(LIMIT * sizeof(SQLEvent) + sizeof(DroppedEvent), td.bytesQueued());
 }
 
