@@ -105,6 +105,14 @@ protected:
         }
         begun += static_cast<uint64_t>(events);
     }
+    // Until all events of the thread are on the connection.
+    void awaitWritten(const NetworkAgent &agent) {
+        ASSERT_TRUE(eventually([this] { return threadOf(jni)->queueSize() == 0; }));
+        stepper.hold();
+        stepper.step(); // the last packet is made at the end of a pass
+        stepper.release();
+        ASSERT_TRUE(eventually([&] { return agent.bytesQueued() == 0; }));
+    }
     // A new thread with so many events, which ends behind them.
     void beginAndEnd(int events) {
         FakeJni jni;
@@ -238,7 +246,7 @@ TEST_F(ExactDrops, ARenewalWaitsForAReceiverThatIsBehind) {
         const int64_t due = monotonicMicros() / 1000000 + 300;
         NetworkAgent *agent = mgr->getNetworkAgent(&probe);
         begin(threadOf(jni), 50, 1000);
-        ASSERT_TRUE(eventually([&] { return threadOf(jni)->queueSize() == 0 && agent->bytesQueued() == 0; }));
+        awaitWritten(*agent);
         mgr->stopNetworkAgent(nullptr, 0); // its steps are this thread's now
         agent->alive_ = true;
         agent->resetConnectionOnExpiry(due + 50);
@@ -290,7 +298,7 @@ TEST_F(ExactDrops, WhatWasUnderWayWhenAConnectionDiedAheadOfAStop) {
     startConnected(true);
     begin(threadOf(jni), 300);
     NetworkAgent *agent = mgr->getNetworkAgent(&probe);
-    ASSERT_TRUE(eventually([&] { return threadOf(jni)->queueSize() == 0 && agent->bytesQueued() == 0; }));
+    awaitWritten(*agent);
     agent->setSleepTime(20000);
     server->resetAll();
     stop();
