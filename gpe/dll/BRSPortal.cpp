@@ -11,34 +11,34 @@ using namespace assembly;
 
 namespace {
 
-RequestEvent *newPortalRequest(Event::EventType type, Event::EventSubType subType) {
-    switch (type) {
-    case Event::TYPE_PORTAL_PAGE:
-        return new PortalPageEvent(subType);
-    case Event::TYPE_PORTAL_PORTLET:
-        return new PortalPortletEvent(subType);
-    default:
-        return new RequestEvent(type, subType);
-    }
+template <typename E, typename... Args>
+void appendPortalRequest(JNIEnv *env, jstring requestName, jstring className, jstring url, jstring userId,
+                         Args... args) {
+    ThreadData *td = callingThread(env);
+    NestedDraft<E> draft(td, args...);
+    counted(td, draft->subType, [&] {
+        draft->requestDepth = td != nullptr ? td->requestDepth : 0;
+        if (draft->subType == Event::SUB_START) {
+            fillAndCharge(env, draft, [=](E &event, Texts &texts) { texts.copy(event.userId, userId); });
+        }
+        return sendRequest(env, td, draft, requestName, className, url);
+    });
 }
 
 } // namespace
 
 void appendPortalRequestEvent(JNIEnv *env, Event::EventType type, Event::EventSubType subType,
                               jstring request_name, jstring className, jstring url, jstring userid) {
-    ThreadData *td = callingThread(env);
-    counted(td, subType, [=] {
-        RequestEvent *event = newPortalRequest(type, subType);
-        if (event == nullptr) {
-            return true;
-        }
-        event->requestDepth = td != nullptr ? td->requestDepth : 0;
-        if (subType == Event::SUB_START) {
-            fillAndCharge(env, *event,
-                          [=](RequestEvent &target, Texts &texts) { texts.copy(target.userId, userid); });
-        }
-        return sendRequest(env, td, event, request_name, className, url);
-    });
+    switch (type) {
+    case Event::TYPE_PORTAL_PAGE:
+        appendPortalRequest<PortalPageEvent>(env, request_name, className, url, userid, subType);
+        break;
+    case Event::TYPE_PORTAL_PORTLET:
+        appendPortalRequest<PortalPortletEvent>(env, request_name, className, url, userid, subType);
+        break;
+    default:
+        appendPortalRequest<RequestEvent>(env, request_name, className, url, userid, type, subType);
+    }
 }
 
 // ---------------------------------------------------------------- phases
@@ -86,8 +86,7 @@ void appendPortalGatewayServletRequestEvent(JNIEnv *env, Event::EventSubType sub
     const char *pageName = td != nullptr ? td->pageName : nullptr;
     const auto name = [=](PortalGatewayServletEvent &event, Texts &texts) {
         if (event.subType == Event::SUB_END && pageName != nullptr) {
-            event.pageName = strdup(pageName);
-            texts.hold(static_cast<int64_t>(strlen(pageName)));
+            texts.hold(event.pageName, pageName, strlen(pageName));
         }
     };
     countedRequest<PortalGatewayServletEvent>(env, subType, name);

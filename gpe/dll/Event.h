@@ -1,21 +1,37 @@
-// One fact observed in the JVM. It is built on the application's thread, waits in a queue, and is written
-// and destroyed by an event agent: one owner at a time, so no field needs a lock.
-// A `char *` is a NUL-terminated heap copy from malloc, null if absent. It and every other pointer belong
-// to the event and are freed by its destructor, unless the field says otherwise.
+// One fact observed in the JVM. A native makes it on the stack of its thread (`EventDraft.h`), the queue keeps
+// it as one block with its texts (`EventQueue.h`), an event agent writes it from there: one owner at a time, so
+// no field needs a lock.
 #pragma once
 
-#include <algorithm>
 #include <cstdint>
-#include <cstdlib>
 #include <jni.h>
 
 class ProtocolVisitor;
 struct jclass_t;
 
-template <typename... T>
-void freeAll(T *...pointers) {
-    (free(pointers), ...);
-}
+// A text or an array of an event. Its bytes stand behind the event in the same block and are found by their
+// distance from here, so that the block can be moved as it is; nobody frees them. A text is in modified UTF-8
+// and has a NUL behind it.
+class alignas(8) Text {
+public:
+    Text() = default;
+    Text(const Text &) = delete; // it would point elsewhere
+    Text &operator=(const Text &) = delete;
+
+    bool isNull() const { return distance == 0; }
+    uint32_t length() const { return bytes; } // the NUL not counted
+    const char *data() const { return isNull() ? nullptr : reinterpret_cast<const char *>(this) + distance; }
+    // For arrays, which stand aligned to 8 bytes.
+    template <typename T>
+    const T *array() const {
+        return reinterpret_cast<const T *>(data());
+    }
+
+private:
+    friend class EventDraft;
+    uint32_t distance = 0;
+    uint32_t bytes = 0;
+};
 
 class Event {
 public:
@@ -91,11 +107,8 @@ public:
     // What a messaging call does; the first two can carry a selector.
     enum JMS_ACTION : int32_t { JMS_ACTION_1 = 1, JMS_ACTION_2 = 2, JMS_ACTION_3 = 3, JMS_ACTION_4 = 4 };
 
+    // Frees what stands outside of the event's block.
     virtual ~Event();
-
-    // Null when memory is out: whoever makes an event has to ask.
-    static void *operator new(size_t bytes) noexcept { return malloc(bytes); }
-    static void operator delete(void *block) { free(block); }
 
     // Writes one record. False, with nothing written, if `visitor` is null or no record is defined for `type`
     // (then a warning is logged too). Whether the record did fit only the visitor can tell.
@@ -127,12 +140,11 @@ class RequestEvent : public Event {
 public:
     RequestEvent(EventType eventType, EventSubType eventSubType, size_t ownSize = sizeof(RequestEvent))
         : Event(eventType, eventSubType, ownSize) {}
-    ~RequestEvent() override { freeAll(requestName, applicationName, url, userId); }
 
-    char *requestName = nullptr;
-    char *applicationName = nullptr;
-    char *url = nullptr;
-    char *userId = nullptr;
+    Text requestName;
+    Text applicationName;
+    Text url;
+    Text userId;
     int32_t requestDepth = 0;
 };
 
@@ -160,91 +172,82 @@ public:
 class EJBEvent : public Event {
 public:
     explicit EJBEvent(EventSubType sub) : Event(TYPE_EJB, sub, sizeof(EJBEvent)) {}
-    ~EJBEvent() override { free(data); }
 
     int32_t requestDepth = 0;
-    int8_t *data = nullptr; // `count` bytes as the Java side composed them
+    Text data; // `count` bytes as the Java side composed them
     int32_t count = 0;
 };
 
 class SQLEvent : public Event {
 public:
     explicit SQLEvent(EventSubType sub) : Event(TYPE_SQL, sub, sizeof(SQLEvent)) {}
-    ~SQLEvent() override { freeAll(dataSourceName, sql); }
 
-    char *dataSourceName = nullptr;
-    char *sql = nullptr;
+    Text dataSourceName;
+    Text sql;
     int32_t requestDepth = 0;
 };
 
 class JMSEvent : public Event {
 public:
     explicit JMSEvent(EventSubType sub) : Event(TYPE_JMS, sub, sizeof(JMSEvent)) {}
-    ~JMSEvent() override { freeAll(server, queue, selector); }
 
     int32_t requestDepth = 0;
     JMS_ACTION action = JMS_ACTION_3;
-    char *server = nullptr;
-    char *queue = nullptr;
-    char *selector = nullptr;
+    Text server;
+    Text queue;
+    Text selector;
 };
 
 class JCAEvent : public Event {
 public:
     explicit JCAEvent(EventSubType sub) : Event(TYPE_JCA, sub, sizeof(JCAEvent)) {}
-    ~JCAEvent() override { free(eis); }
 
     int32_t requestDepth = 0;
-    char *eis = nullptr;
+    Text eis;
 };
 
 class JNDIEvent : public Event {
 public:
     explicit JNDIEvent(EventSubType sub) : Event(TYPE_JNDI, sub, sizeof(JNDIEvent)) {}
-    ~JNDIEvent() override { freeAll(url, lookup); }
 
     int32_t requestDepth = 0;
-    char *url = nullptr;
-    char *lookup = nullptr;
+    Text url;
+    Text lookup;
 };
 
 class JDOEvent : public Event {
 public:
     explicit JDOEvent(EventSubType sub) : Event(TYPE_JDO, sub, sizeof(JDOEvent)) {}
-    ~JDOEvent() override { freeAll(className, methodName, argumentString); }
 
     int32_t requestDepth = 0;
-    char *className = nullptr;
-    char *methodName = nullptr;
-    char *argumentString = nullptr;
+    Text className;
+    Text methodName;
+    Text argumentString;
 };
 
 class MailEvent : public Event {
 public:
     explicit MailEvent(EventSubType sub) : Event(TYPE_MAIL, sub, sizeof(MailEvent)) {}
-    ~MailEvent() override { freeAll(url, subject); }
 
     int32_t requestDepth = 0;
-    char *url = nullptr;
-    char *subject = nullptr;
+    Text url;
+    Text subject;
 };
 
 // A call of the message queueing interface; its depth is the one of `RequestEvent`.
 class XQEvent : public RequestEvent {
 public:
     explicit XQEvent(EventSubType sub) : RequestEvent(TYPE_XQ, sub, sizeof(XQEvent)) {}
-    ~XQEvent() override { freeAll(queueName, queueMgrName); }
 
     int32_t action = 0;
-    char *queueName = nullptr;
-    char *queueMgrName = nullptr;
+    Text queueName;
+    Text queueMgrName;
 };
 
 // An IIOP client's call, and the root of events that write their record themselves.
 class CommonEvent : public Event {
 public:
     explicit CommonEvent(EventSubType sub) : CommonEvent(TYPE_IIOP_CLIENT, sub, OWN_SIZE) {}
-    ~CommonEvent() override { freeAll(className, methodName); }
 
     bool addToBuffer(ProtocolVisitor *visitor) override;
 
@@ -254,8 +257,8 @@ public:
     virtual bool prepare(JNIEnv *, int64_t /*value*/) { return true; }
     virtual bool isNameCachedByType() { return false; }
 
-    char *className = nullptr;
-    char *methodName = nullptr;
+    Text className;
+    Text methodName;
     int32_t requestDepth = 0;
 
 protected:
@@ -289,42 +292,26 @@ public:
 class WSFaultEvent : public Event {
 public:
     explicit WSFaultEvent(EventSubType sub) : Event(TYPE_WS_FAULT, sub, sizeof(WSFaultEvent)) {}
-    ~WSFaultEvent() override { freeAll(faultCode, faultString, appName); }
 
-    char *faultCode = nullptr;
-    char *faultString = nullptr;
-    char *appName = nullptr;
+    Text faultCode;
+    Text faultString;
+    Text appName;
     int32_t requestDepth = 0;
 };
 
-// A list of texts whose entries may be null: `nCtxProps` of them, all null at first. A negative number
-// counts as 0.
+// A list of texts whose entries may be null: `nCtxProps` of them, an array of `Text`.
 struct ContextValues {
-    explicit ContextValues(int32_t wanted)
-        : nCtxProps(std::max(wanted, 0)),
-          ctxValues(static_cast<char **>(calloc(static_cast<size_t>(nCtxProps), sizeof(char *)))) {
-        if (ctxValues == nullptr) {
-            nCtxProps = 0;
-        }
-    }
-    ~ContextValues() {
-        for (int32_t i = 0; i < nCtxProps; ++i) {
-            free(ctxValues[i]);
-        }
-        free(ctxValues);
-    }
-    ContextValues(const ContextValues &) = delete;
-    ContextValues &operator=(const ContextValues &) = delete;
+    int32_t nCtxProps = 0;
+    Text ctxValues;
 
-    int32_t nCtxProps;
-    char **ctxValues;
+    const Text &value(int32_t index) const { return ctxValues.array<Text>()[index]; }
 };
 
 class GenericEvent : public Event, public ContextValues {
 public:
     // `eventType` is TYPE_GENERIC_START or TYPE_GENERIC_STOP.
-    GenericEvent(EventType eventType, int32_t eventId, int32_t propCount)
-        : Event(eventType, SUB_ALONE, sizeof(GenericEvent)), ContextValues(propCount), id(eventId) {}
+    GenericEvent(EventType eventType, int32_t eventId)
+        : Event(eventType, SUB_ALONE, sizeof(GenericEvent)), id(eventId) {}
 
     int32_t requestDepth = 0;
     int32_t id;
@@ -332,9 +319,8 @@ public:
 
 class GenericExceptionEvent : public Event, public ContextValues {
 public:
-    GenericExceptionEvent(int32_t eventId, int32_t propCount)
-        : Event(TYPE_GENERIC_EXCEPTION, SUB_ALONE, sizeof(GenericExceptionEvent)), ContextValues(propCount),
-          id(eventId) {}
+    explicit GenericExceptionEvent(int32_t eventId)
+        : Event(TYPE_GENERIC_EXCEPTION, SUB_ALONE, sizeof(GenericExceptionEvent)), id(eventId) {}
 
     int32_t id;
 };
@@ -345,9 +331,8 @@ public:
 class GPSEvent : public RequestEvent {
 public:
     explicit GPSEvent(EventSubType sub) : RequestEvent(TYPE_GPS, sub, sizeof(GPSEvent)) {}
-    ~GPSEvent() override { free(gateway); }
 
-    char *gateway = nullptr;
+    Text gateway;
     int32_t tokenLength = 0;
 };
 
@@ -355,10 +340,9 @@ public:
 class GPSXQEvent : public RequestEvent {
 public:
     explicit GPSXQEvent(EventSubType sub) : RequestEvent(TYPE_GPS_XQ, sub, sizeof(GPSXQEvent)) {}
-    ~GPSXQEvent() override { freeAll(queueName, gpsToken); }
 
-    char *queueName = nullptr;
-    int8_t *gpsToken = nullptr; // `tokenLength` bytes
+    Text queueName;
+    Text gpsToken; // `tokenLength` bytes
     int32_t action = 0;
     int32_t tokenLength = 0;
 };
@@ -387,21 +371,19 @@ class PSStatusEvent : public Event {
 public:
     explicit PSStatusEvent(EventSubType sub = SUB_ALONE)
         : Event(TYPE_PS_STATUS, sub, sizeof(PSStatusEvent)) {}
-    ~PSStatusEvent() override { free(message); }
 
-    char *message = nullptr;
+    Text message;
 };
 
 class ExceptionEvent : public Event {
 public:
     explicit ExceptionEvent(EventSubType sub = SUB_ALONE)
         : Event(TYPE_EXCEPTION, sub, sizeof(ExceptionEvent)) {}
-    ~ExceptionEvent() override { freeAll(exception, className, methodName, stackTrace); }
 
-    char *exception = nullptr;
-    char *className = nullptr;
-    char *methodName = nullptr;
-    char *stackTrace = nullptr;
+    Text exception;
+    Text className;
+    Text methodName;
+    Text stackTrace;
 };
 
 class GCEvent : public Event {
@@ -416,11 +398,10 @@ public:
 class GWXEvent : public Event {
 public:
     explicit GWXEvent(EventSubType sub = SUB_ALONE) : Event(TYPE_GWX, sub, sizeof(GWXEvent)) {}
-    ~GWXEvent() override { freeAll(gatewayName, serverName, progName); }
 
-    char *gatewayName = nullptr;
-    char *serverName = nullptr;
-    char *progName = nullptr;
+    Text gatewayName;
+    Text serverName;
+    Text progName;
     int64_t snapShotTime = 0;
     int32_t count = 0;
     int64_t avgTimeTaken = 0;
@@ -429,14 +410,13 @@ public:
 class XQIEvent : public Event {
 public:
     explicit XQIEvent(EventSubType sub = SUB_ALONE) : Event(TYPE_XQI, sub, sizeof(XQIEvent)) {}
-    ~XQIEvent() override { freeAll(mgrName, queueName, types, counts, avgTimes); }
 
-    char *mgrName = nullptr;
-    char *queueName = nullptr;
+    Text mgrName;
+    Text queueName;
     int64_t snapShotTime = 0;
-    int8_t *types = nullptr; // this and the next two: `arrLength` elements each, from malloc
-    int32_t *counts = nullptr;
-    int64_t *avgTimes = nullptr;
+    Text types;    // this and the next two: arrays of `arrLength` elements each; of 8 bits,
+    Text counts;   // of 32
+    Text avgTimes; // and of 64
     int32_t arrLength = 0;
 };
 
@@ -456,30 +436,27 @@ private:
 class MethodEvent : public Event {
 public:
     explicit MethodEvent(EventSubType sub) : Event(TYPE_METHOD, sub, sizeof(MethodEvent)) {}
-    ~MethodEvent() override { free(detail); }
 
     int32_t methodId = 0;
     int32_t detailKind = 0; // has no producer
-    char *detail = nullptr; // has no producer
+    Text detail; // has no producer
 };
 
 class HeapEvent : public Event {
 public:
     explicit HeapEvent(EventSubType sub) : Event(TYPE_HEAP, sub, sizeof(HeapEvent)) {}
-    ~HeapEvent() override { free(instantiatedClassName); }
 
     int32_t allocatingMethodId = 0;
-    char *instantiatedClassName = nullptr;
+    Text instantiatedClassName;
     int32_t allocatingLineNumber = 0; // stays 0: the producers do not keep it
     int32_t requestDepth = 0;
 };
 
 class LockEvent : public Event {
 public:
-    ~LockEvent() override { free(lockedClassName); }
 
     int32_t lockingMethodId = 0;
-    char *lockedClassName = nullptr;
+    Text lockedClassName;
     int32_t requestDepth = 0;
 
 protected:
@@ -496,11 +473,10 @@ class LockContentionEvent : public LockEvent {
 public:
     explicit LockContentionEvent(EventSubType sub)
         : LockEvent(TYPE_LOCK_CONTENTION, sub, sizeof(LockContentionEvent)) {}
-    ~LockContentionEvent() override { freeAll(owningRequestName, owningApplicationName); }
 
     int8_t owningRequestType = 0;
-    char *owningRequestName = nullptr;
-    char *owningApplicationName = nullptr;
+    Text owningRequestName;
+    Text owningApplicationName;
     int32_t owningMethodId = 0;
 };
 
@@ -606,10 +582,9 @@ class PortalGatewayServletEvent : public Event {
 public:
     explicit PortalGatewayServletEvent(EventSubType sub)
         : Event(TYPE_PORTAL_GATEWAY_SERVLET, sub, sizeof(PortalGatewayServletEvent)) {}
-    ~PortalGatewayServletEvent() override { free(pageName); }
 
     int32_t requestDepth = 0;
-    char *pageName = nullptr;
+    Text pageName;
 };
 
 class PortalMethodConstantEvent : public Event {

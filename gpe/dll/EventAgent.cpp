@@ -94,7 +94,6 @@ void EventAgent::enterLoop(JNIEnv *threadEnv) {
     env = threadEnv;
     psDownIterations = 0;
     threadList.clear();
-    tempList.clear();
     ProtocolVisitor::clearCommonNameCache();
     if (!listSpecialThread()) {
         AM_TRACE(eaTracer, LGK_DEBUG_MIN, SIGNATURE, "Special Queue was not created.");
@@ -418,8 +417,8 @@ bool EventAgent::resendInitialData() {
                  "Event Queue NULL for Special Event Queue Thread, TID: %d", special->threadId.get());
         return false;
     }
-    while (Event *evt = special->eventQueue->removeFirst()) {
-        lose(*special, evt); // it was meant for the old connection
+    while (special->eventQueue->first() != nullptr) {
+        loseFirst(*special); // it was meant for the old connection
     }
     ProtocolVisitor::clearCommonNameCache();
     callSendAllClassEvents();

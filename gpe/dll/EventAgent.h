@@ -19,6 +19,7 @@
 #include <memory>
 
 class Event;
+class EventQueue;
 class ProtocolVisitor;
 class ThreadData;
 
@@ -95,11 +96,10 @@ private:
     int32_t prepare2send();
     int32_t walkRound(ProtocolVisitor &visitor);
     int32_t processThread(ProtocolVisitor &visitor);
-    int32_t processQueue(ZykList<Event *> &queue, ProtocolVisitor &visitor);
-    int32_t processQueueAux(ZykList<Event *> &queue, ProtocolVisitor &visitor);
+    int32_t processQueue(EventQueue &queue, ProtocolVisitor &visitor);
     bool addEventToBuffer(Event &evt, ProtocolVisitor &visitor);
-    void consume(ThreadData &thr, Event *evt);
-    void lose(ThreadData &thr, Event *evt);
+    void consumeFirst(ThreadData &thr);
+    void loseFirst(ThreadData &thr);
 
     // Dropping.
     int32_t dropRecordsFromQueue(ThreadData *thrData, bool addDropRec, ProtocolVisitor *visitor);
@@ -122,8 +122,6 @@ private:
     EventAgent *forgottenBefore = nullptr;
     const int32_t packetSizeKB;
     std::unique_ptr<char[]> packetBuffer; // null if memory ran out: the agent then refuses to start
-    ZykList<Event *> tempList{false};     // what must survive a dropping pass
-    ZykList<Event *> batch{false};        // cut off a queue to be written
     Relaxed<ThreadData *> specialThreadData{nullptr};
     JNIEnv *env = nullptr;
     const int32_t queueLimit;
@@ -133,7 +131,7 @@ private:
     const int32_t psDownIterationLimit; // passes in about 30 seconds
     const bool noSleep;
     ThreadData *currentThread = nullptr; // where the round continues
-    const int32_t popSize;
+    const int32_t popSize; // a batch of events; as nothing is taken out before it is written, without effect
     const bool exactDrops; // losses of any kind are told
     DropFigures drops;     // of the present dropping pass
     DropFigures inPacket;  // what is lost with the present packet

@@ -8,7 +8,6 @@
 #include "ThreadData.h"
 
 #include <algorithm>
-#include <memory>
 
 namespace {
 
@@ -30,10 +29,9 @@ int32_t EventAgent::dropRecordsFromQueue(ThreadData *thrData, bool addDropRec, P
         return 0;
     }
     drops = {};
-    tempList.clear();
     const int32_t dropped =
         dropOldest(*thrData, length - (addDropRec ? queueLimit : keptWithoutPS()), addDropRec);
-    thrData->eventQueue->prependAll(&tempList);
+    thrData->eventQueue->putBack();
     if (addDropRec && visitor != nullptr && drops.sum() > 0) {
         addDroppedEvent(*thrData, *visitor);
     }
@@ -41,23 +39,24 @@ int32_t EventAgent::dropRecordsFromQueue(ThreadData *thrData, bool addDropRec, P
 }
 
 int32_t EventAgent::dropOldest(ThreadData &thrData, int32_t lookAt, bool countDrops) {
+    EventQueue &queue = *thrData.eventQueue;
     int32_t dropped = 0;
     for (int32_t looked = 0; looked < lookAt; ++looked) {
-        Event *evt = thrData.eventQueue->removeFirst();
+        const Event *evt = queue.first();
         if (evt == nullptr) {
             break;
         }
         if (isProtectedType(*evt)) {
-            if (!tempList.append(evt)) {
-                lose(thrData, evt);
+            if (!queue.setAside()) {
+                loseFirst(thrData);
             }
             continue;
         }
         if (countDrops) {
             updateDropRecordCounters(*evt);
-            consume(thrData, evt);
+            consumeFirst(thrData);
         } else {
-            lose(thrData, evt);
+            loseFirst(thrData);
         }
         ++dropped;
     }
@@ -74,25 +73,21 @@ void EventAgent::updateDropRecordCounters(const Event &evt) {
 
 // If the packet has no room for it, it opens the next one: at the head of the queue, and not yet charged.
 void EventAgent::addDroppedEvent(ThreadData &thrData, ProtocolVisitor &visitor) {
-    std::unique_ptr<DroppedEvent> evt(new DroppedEvent(Event::SUB_ALONE));
-    if (evt == nullptr) {
-        lossAccount.enter(drops);
-        return;
-    }
-    evt->threadId = thrData.threadId;
-    drops.fill(*evt);
+    Draft<DroppedEvent> draft(Event::SUB_ALONE);
+    draft->threadId = thrData.threadId;
+    drops.fill(*draft);
     char *mark = visitor.getCursor();
-    evt->addToBuffer(&visitor);
+    draft->addToBuffer(&visitor);
     if (!visitor.hasOverflowed()) {
         inPacket.add(drops);
         return;
     }
     visitor.setCursor(mark);
-    if (!thrData.eventQueue->prepend(evt.get())) {
+    if (!thrData.eventQueue->prepend(draft)) {
         lossAccount.enter(drops);
         return;
     }
-    thrData.takeBackConsumed(*evt.release());
+    thrData.takeBackConsumed(*draft);
 }
 
 // On the special queue: what the account holds was lost on the way, from whichever thread it came.
@@ -101,12 +96,10 @@ void EventAgent::tellLosses() {
         return;
     }
     ThreadData *special = specialThreadData;
-    DroppedEvent *evt = new DroppedEvent(Event::SUB_ALONE);
-    if (evt != nullptr) {
-        evt->threadId = special->threadId;
-        lossAccount.take().fill(*evt);
-        special->appendEvent(evt);
-    }
+    Draft<DroppedEvent> draft(Event::SUB_ALONE);
+    draft->threadId = special->threadId;
+    lossAccount.take().fill(*draft);
+    special->appendEvent(&draft);
 }
 
 // In turbo mode application threads wait until memory is low again: with nobody to send to, only dropping

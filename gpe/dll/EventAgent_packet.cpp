@@ -89,29 +89,12 @@ int32_t EventAgent::processThread(ProtocolVisitor &visitor) {
     return dropRecords + processQueue(*thr.eventQueue, visitor);
 }
 
-int32_t EventAgent::processQueue(ZykList<Event *> &queue, ProtocolVisitor &visitor) {
-    if (popSize == 1) {
-        return processQueueAux(queue, visitor);
-    }
-    int32_t total = 0;
-    while (queue.cutFirst(popSize, batch) > 0) {
-        total += processQueueAux(batch, visitor);
-        if (visitor.hasOverflowed()) {
-            queue.prependAll(&batch);
-            break;
-        }
-    }
-    return total;
-}
-
-int32_t EventAgent::processQueueAux(ZykList<Event *> &queue, ProtocolVisitor &visitor) {
+// An event that does not fit stays where it is.
+int32_t EventAgent::processQueue(EventQueue &queue, ProtocolVisitor &visitor) {
     int32_t count = 0;
-    while (Event *evt = queue.removeFirst()) {
+    while (Event *evt = queue.first()) {
         const bool added = addEventToBuffer(*evt, visitor);
         if (visitor.hasOverflowed()) {
-            if (!queue.prepend(evt)) {
-                lose(*currentThread, evt);
-            }
             AM_TRACE(eaTracer, LGK_DEBUG_MAX, "EventAgent::processQueueAux( queue, visitor )",
                      "overflow exit with %d", count);
             return count;
@@ -121,9 +104,9 @@ int32_t EventAgent::processQueueAux(ZykList<Event *> &queue, ProtocolVisitor &vi
             if (exactDrops) {
                 inPacket.countLoss(*evt);
             }
-            consume(*currentThread, evt);
+            consumeFirst(*currentThread);
         } else {
-            lose(*currentThread, evt);
+            loseFirst(*currentThread);
         }
     }
     return count;
@@ -147,13 +130,14 @@ bool EventAgent::addEventToBuffer(Event &evt, ProtocolVisitor &visitor) {
     return false;
 }
 
-void EventAgent::consume(ThreadData &thr, Event *evt) {
-    thr.addToConsumed(*evt);
-    delete evt;
+// Of the thread's queue.
+void EventAgent::consumeFirst(ThreadData &thr) {
+    thr.addToConsumed(*thr.eventQueue->first());
+    thr.eventQueue->removeFirst();
 }
 
 // It is destroyed unsent.
-void EventAgent::lose(ThreadData &thr, Event *evt) {
-    lossAccount.enter(*evt);
-    consume(thr, evt);
+void EventAgent::loseFirst(ThreadData &thr) {
+    lossAccount.enter(*thr.eventQueue->first());
+    consumeFirst(thr);
 }

@@ -84,15 +84,41 @@ void takeClocks(Event &event, ThreadData *td, Clocks order) {
     }
 }
 
-int32_t Texts::take(char *&target, jstring text) {
-    int32_t kept = 1; // the NUL
-    target = jniStringCopyLimited(env, text, WIRE_TEXT_LIMIT, CutAt::Character, &kept);
-    return kept - 1;
+int32_t Texts::cut(Text &target, jstring text, int32_t limit, CutAt where) {
+    if (text == nullptr) {
+        draft.put(target, "", 0);
+        return 0;
+    }
+    const jsize chars = charsWithin(env, text, limit);
+    char *place = draft.room(utf8Room(chars));
+    if (place == nullptr) {
+        return 0;
+    }
+    const int32_t length = utf8Region(env, text, chars, place, limit, where);
+    draft.keep(target, static_cast<size_t>(length));
+    return length + 1;
 }
 
-void Texts::charge(Event &event) const {
-    addWeight(event, weighed);
-    addUnweighed(event, unweighed);
+int32_t Texts::take(Text &target, jstring text) {
+    return std::max(cut(target, text, WIRE_TEXT_LIMIT, CutAt::Character) - 1, 0);
+}
+
+// The list may move when room is made: so that comes first.
+void Texts::weighInList(const Text &list, int32_t index, jstring text) {
+    if (draft.room(utf8Room(charsWithin(env, text, WIRE_TEXT_LIMIT))) != nullptr) {
+        weigh(draft.textAt(list, index), text);
+    }
+}
+
+void Texts::hold(Text &target, const void *bytes, size_t count, size_t alignment) {
+    if (draft.put(target, bytes, count, alignment)) {
+        unweighed += static_cast<int64_t>(count);
+    }
+}
+
+void Texts::charge() const {
+    addWeight(draft.event(), weighed);
+    addUnweighed(draft.event(), unweighed);
 }
 
 namespace {

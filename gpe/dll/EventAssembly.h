@@ -3,7 +3,7 @@
 // A rule that finds no `ThreadData` lets the event be built without one: the append then tries once more.
 #pragma once
 
-#include "Event.h"
+#include "EventDraft.h"
 #include "EventUtils.h"
 #include "LossAccount.h"
 #include "MemoryMonitor.h"
@@ -56,21 +56,40 @@ int64_t threadCpuTime(ThreadData *td);
 constexpr int32_t WIRE_TEXT_LIMIT = 65535 + 1;
 
 // Copies the strings of an event, as far as the wire can carry them, and adds up their lengths: of those that
-// count in the event's size, and of the others.
+// count in the event's size, and of the others. A text for which there is no memory stays null.
 class Texts {
 public:
-    explicit Texts(JNIEnv *jniEnv) : env(jniEnv) {}
-    void copy(char *&target, jstring text) { unweighed += take(target, text); }
-    void weigh(char *&target, jstring text) { weighed += take(target, text); }
-    // Bytes that the event holds beside its strings.
-    void hold(int64_t bytes) { unweighed += bytes; }
+    Texts(JNIEnv *jniEnv, EventDraft &eventDraft) : env(jniEnv), draft(eventDraft) {}
+    void copy(Text &target, jstring text) { unweighed += take(target, text); }
+    void weigh(Text &target, jstring text) { weighed += take(target, text); }
+    // As `copy`, but cut at `limit` bytes, the NUL included, and weighing nothing. Gives the bytes kept, the NUL
+    // included; 0 if there was none to copy.
+    int32_t cut(Text &target, jstring text, int32_t limit, CutAt where);
+    // A list of `count` null texts, and one of them.
+    void list(Text &target, int32_t count) { draft.putTexts(target, count); }
+    void weighInList(const Text &list, int32_t index, jstring text);
+    // Bytes from elsewhere.
+    void hold(Text &target, const void *bytes, size_t count, size_t alignment = 1);
+    // The same from a Java array: `count` elements, which it has.
+    template <typename T, typename Array>
+    void hold(Text &target, Array array, jsize count, void (JNIEnv::*getRegion)(Array, jsize, jsize, T *)) {
+        const size_t bytes = static_cast<size_t>(count) * sizeof(T);
+        if (char *place = draft.room(bytes, alignof(T))) {
+            (env->*getRegion)(array, 0, count, reinterpret_cast<T *>(place));
+            draft.keep(target, bytes);
+            unweighed += static_cast<int64_t>(bytes);
+        }
+    }
+    // What a field of the event tells of.
+    const char *text(const Text &field) const { return draft.text(field); }
     // Charges the event for all of them.
-    void charge(Event &event) const;
+    void charge() const;
 
 private:
-    int32_t take(char *&target, jstring text);
+    int32_t take(Text &target, jstring text);
 
     JNIEnv *env;
+    EventDraft &draft;
     int64_t weighed = 0;
     int64_t unweighed = 0;
 };
@@ -80,45 +99,44 @@ void addWeight(Event &event, int64_t bytes);
 // What the size does not cover by its fixed part or its averages: nothing for usual lengths.
 void addUnweighed(Event &event, int64_t bytes);
 
-// A new event with the thread's number, and its depth for classes that carry one. Null when memory is out:
-// the call is then an event less, told as lost, and counts and nests as any other.
-template <typename E, typename... Args>
-E *newThreadEvent(const ThreadData *td, Args... args) {
-    E *event = new E(args...);
-    if (event == nullptr) {
-        lossAccount.enter(E(args...));
-    } else if (td != nullptr) {
-        event->threadId = td->threadId;
+// A new event with the thread's number, and one with its depth too.
+template <typename E>
+class ThreadDraft : public Draft<E> {
+public:
+    template <typename... Args>
+    explicit ThreadDraft(const ThreadData *td, Args... args) : Draft<E>(args...) {
+        if (td != nullptr) {
+            (*this)->threadId = td->threadId;
+        }
     }
-    return event;
-}
-template <typename E, typename... Args>
-E *newEvent(const ThreadData *td, Args... args) {
-    E *event = newThreadEvent<E>(td, args...);
-    if (event != nullptr && td != nullptr) {
-        event->requestDepth = td->requestDepth;
+};
+
+template <typename E>
+class NestedDraft : public ThreadDraft<E> {
+public:
+    template <typename... Args>
+    explicit NestedDraft(const ThreadData *td, Args... args) : ThreadDraft<E>(td, args...) {
+        if (td != nullptr) {
+            (*this)->requestDepth = td->requestDepth;
+        }
     }
-    return event;
-}
+};
 
 // Strings and what they weigh.
 template <typename E, typename Fill>
-void fillAndCharge(JNIEnv *env, E &event, Fill fill) {
-    Texts texts(env);
-    fill(event, texts);
-    texts.charge(event);
+void fillAndCharge(JNIEnv *env, Draft<E> &draft, Fill fill) {
+    Texts texts(env, draft);
+    fill(*draft, texts);
+    texts.charge();
 }
 
 // Clocks, strings, weight, queue: what every begin and end has in common. The result as of
-// `appendRequestEvent`. Nothing for null.
+// `appendRequestEvent`.
 template <typename E, typename Fill>
-bool completeAndAppend(JNIEnv *env, ThreadData *td, E *event, Clocks order, Fill fill) {
-    if (event == nullptr) {
-        return true;
-    }
-    takeClocks(*event, td, order);
-    fillAndCharge(env, *event, fill);
-    return appendRequestEvent(env, td, event);
+bool completeAndAppend(JNIEnv *env, ThreadData *td, Draft<E> &draft, Clocks order, Fill fill) {
+    takeClocks(*draft, td, order);
+    fillAndCharge(env, draft, fill);
+    return appendRequestEvent(env, td, draft);
 }
 
 // A begin that opens a level and an end that closes it. False if it is not recorded.
@@ -128,7 +146,8 @@ bool beginRequest(JNIEnv *env, Rule rule, Fill fill) {
     if (!enter(td, rule)) {
         return false;
     }
-    completeAndAppend(env, td, newEvent<E>(td, Event::SUB_START), Clocks::WallFirst, fill);
+    NestedDraft<E> draft(td, Event::SUB_START);
+    completeAndAppend(env, td, draft, Clocks::WallFirst, fill);
     return true;
 }
 
@@ -138,7 +157,8 @@ bool endRequest(JNIEnv *env, Rule rule, Fill fill) {
     if (!mayEnd(td, rule)) {
         return false;
     }
-    if (completeAndAppend(env, td, newEvent<E>(td, Event::SUB_END), Clocks::CpuFirst, fill)) {
+    NestedDraft<E> draft(td, Event::SUB_END);
+    if (completeAndAppend(env, td, draft, Clocks::CpuFirst, fill)) {
         leave(td);
     }
     return true;
@@ -160,25 +180,21 @@ void counted(ThreadData *td, Event::EventSubType subType, Record record) {
 template <typename E, typename Fill>
 void countedRequest(JNIEnv *env, Event::EventSubType subType, Fill fill) {
     ThreadData *td = callingThread(env);
-    counted(td, subType,
-            [=] { return completeAndAppend(env, td, newEvent<E>(td, subType), Clocks::WallFirst, fill); });
+    counted(td, subType, [=] {
+        NestedDraft<E> draft(td, subType);
+        return completeAndAppend(env, td, draft, Clocks::WallFirst, fill);
+    });
 }
 
-// A record of the calling thread that stands alone, without clocks; false, with nothing done, if the thread
-// has no data or memory is out.
+// A record of the calling thread that stands alone, without clocks; nothing if the thread has no data.
 template <typename E, typename Fill, typename... Args>
-bool appendSingle(JNIEnv *env, Fill fill, Args... args) {
+void appendSingle(JNIEnv *env, Fill fill, Args... args) {
     ThreadData *td = callingThread(env);
-    if (td == nullptr) {
-        return false;
+    if (td != nullptr) {
+        ThreadDraft<E> draft(td, args...);
+        fillAndCharge(env, draft, fill);
+        appendRequestEvent(env, td, draft);
     }
-    E *event = newThreadEvent<E>(td, args...);
-    if (event == nullptr) {
-        return false;
-    }
-    fillAndCharge(env, *event, fill);
-    appendRequestEvent(env, td, event);
-    return true;
 }
 
 } // namespace assembly

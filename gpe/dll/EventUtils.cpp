@@ -85,10 +85,9 @@ void setEntryExitNotification(bool on) {
     notificationOn = on;
 }
 
-bool appendRequestEvent(JNIEnv *env, ThreadData *thr, Event *request) {
+bool appendRequestEvent(JNIEnv *env, ThreadData *thr, EventDraft &request) {
     bool recordStands;
-    if (!askListeners(env, *request, recordStands)) {
-        delete request;
+    if (!askListeners(env, request.event(), recordStands)) {
         return recordStands;
     }
     if (thr == nullptr) {
@@ -96,11 +95,10 @@ bool appendRequestEvent(JNIEnv *env, ThreadData *thr, Event *request) {
     }
     if (thr == nullptr) {
         messageWarn(1045, "ThreadData creation failed");
-        lossAccount.enter(*request);
-        delete request;
+        lossAccount.enter(request.event());
         return true;
     }
-    thr->appendEvent(request);
+    thr->appendEvent(&request);
     return true;
 }
 
@@ -116,23 +114,21 @@ bool hasStorage(const ThreadData *storage, const Event &request, const char *sig
     return storage != nullptr;
 }
 
-char *nameCopy(JNIEnv *env, jstring name, int32_t *kept = nullptr) {
-    return jniStringCopyLimited(env, name, std::min<int32_t>(urlLimit, WIRE_TEXT_LIMIT), CutAt::AnyByte,
-                                kept);
+int32_t copyName(Texts &texts, Text &target, jstring name) {
+    return texts.cut(target, name, std::min<int32_t>(urlLimit, WIRE_TEXT_LIMIT), CutAt::AnyByte);
 }
 
 // Names of an end stay null: nothing of them goes out.
-void copyNames(JNIEnv *env, RequestEvent &request, jstring requestName, jstring applicationName,
-               jstring url) {
+void copyNames(JNIEnv *env, EventDraft &draft, jstring requestName, jstring applicationName, jstring url) {
     constexpr char signature[] = "sendRequest( JNIEnv *env, ThreadData *storage, RequestEvent *request )";
-    if (requestName != nullptr || request.requestName == nullptr) {
-        request.requestName = nameCopy(env, requestName);
+    auto &request = static_cast<RequestEvent &>(draft.event());
+    Texts texts(env, draft);
+    if (requestName != nullptr || request.requestName.isNull()) {
+        copyName(texts, request.requestName, requestName);
     }
-    request.applicationName = nameCopy(env, applicationName);
+    copyName(texts, request.applicationName, applicationName);
     if (url != nullptr) {
-        int32_t kept = 0;
-        request.url = nameCopy(env, url, &kept);
-        urlSamples.add(kept);
+        urlSamples.add(copyName(texts, request.url, url));
     } else {
         AM_TRACE(ccTracer, LGK_DEBUG_MAX, signature, "url is null");
     }
@@ -142,32 +138,31 @@ void copyNames(JNIEnv *env, RequestEvent &request, jstring requestName, jstring 
     if (applicationName == nullptr) {
         AM_TRACE(ccTracer, LGK_DEBUG_MAX, signature, "application name is null");
     }
-    if (request.userId == nullptr) {
-        request.userId = jniStringCopy(env, nullptr);
+    if (request.userId.isNull()) {
+        texts.copy(request.userId, nullptr);
     }
 }
 
 } // namespace
 
-bool sendRequest(JNIEnv *env, ThreadData *storage, RequestEvent *request, jstring requestName,
+bool sendRequest(JNIEnv *env, ThreadData *storage, EventDraft &request, jstring requestName,
                  jstring applicationName, jstring url) {
-    if (request == nullptr || !hasStorage(storage, *request, "sendRequest()")) {
-        delete request;
+    if (!hasStorage(storage, request.event(), "sendRequest()")) {
         return true;
     }
-    request->threadId = storage->threadId;
-    takeClocks(*request, storage, clocksOf(request->subType));
-    if (request->subType != Event::SUB_END) {
-        copyNames(env, *request, requestName, applicationName, url);
+    Event &event = request.event();
+    event.threadId = storage->threadId;
+    takeClocks(event, storage, clocksOf(event.subType));
+    if (event.subType != Event::SUB_END) {
+        copyNames(env, request, requestName, applicationName, url);
     }
-    request->size = sizeof(RequestEvent);
-    addWeight(*request, averageUrlLength);
+    event.size = sizeof(RequestEvent);
+    addWeight(event, averageUrlLength);
     return appendRequestEvent(env, storage, request);
 }
 
-void sendEJBRequest(JNIEnv *env, ThreadData *storage, EJBEvent *request) {
-    if (request == nullptr || !hasStorage(storage, *request, "sendEJBRequest()")) {
-        delete request;
+void sendEJBRequest(JNIEnv *env, ThreadData *storage, Draft<EJBEvent> &request) {
+    if (!hasStorage(storage, *request, "sendEJBRequest()")) {
         return;
     }
     request->threadId = storage->threadId;
@@ -183,7 +178,6 @@ void sendEJBRequest(JNIEnv *env, ThreadData *storage, EJBEvent *request) {
         storage->lastEjbTimeUSec = request->timeUSec;
     }
     addWeight(*request, averageUrlLength);
-    addUnweighed(*request, request->count);
     appendRequestEvent(env, storage, request);
 }
 
@@ -191,20 +185,19 @@ void sendEJBRequest(JNIEnv *env, ThreadData *storage, EJBEvent *request) {
 
 namespace {
 
-void copyStatement(JNIEnv *env, SQLEvent &event, Texts &texts, jstring sql, jstring dataSrcName) {
+void copyStatement(SQLEvent &event, Texts &texts, jstring sql, jstring dataSrcName) {
     constexpr char signature[] = "beginInternalSQLRequest( JNIEnv *env, jstring sql, jstring dataSrcName )";
     texts.copy(event.dataSourceName, dataSrcName);
     if (dataSrcName == nullptr) {
         AM_TRACE(ccTracer, LGK_DEBUG_MAX, signature, "data source name is null");
     }
-    int32_t kept = 0;
-    event.sql =
-        jniStringCopyLimited(env, sql, std::min<int32_t>(sqlLimit, WIRE_TEXT_LIMIT), CutAt::Character, &kept);
+    const int32_t kept =
+        texts.cut(event.sql, sql, std::min<int32_t>(sqlLimit, WIRE_TEXT_LIMIT), CutAt::Character);
     if (sql != nullptr) {
         sqlSamples.add(kept);
     }
     AM_TRACE(ccTracer, LGK_DEBUG_MAX, signature, "Data Source Name:%s, SQL:%s",
-             static_cast<const char *>(event.dataSourceName), static_cast<const char *>(event.sql));
+             texts.text(event.dataSourceName), texts.text(event.sql));
 }
 
 // An end is charged as its begin, though it has no strings: measuring text would cost more than it tells.
@@ -212,15 +205,16 @@ void beginInternalSQLRequest(JNIEnv *env, ThreadData *td, jstring sql, jstring d
     if (td != nullptr) {
         ++td->requestDepth;
     }
-    completeAndAppend(env, td, newEvent<SQLEvent>(td, Event::SUB_START), Clocks::WallFirst,
-                      [=](SQLEvent &event, Texts &texts) {
-                          copyStatement(env, event, texts, sql, dataSrcName);
-                          addWeight(event, averageSqlLength);
-                      });
+    NestedDraft<SQLEvent> draft(td, Event::SUB_START);
+    completeAndAppend(env, td, draft, Clocks::WallFirst, [=](SQLEvent &event, Texts &texts) {
+        copyStatement(event, texts, sql, dataSrcName);
+        addWeight(event, averageSqlLength);
+    });
 }
 
 void endInternalSQLRequest(JNIEnv *env, ThreadData *td) {
-    if (completeAndAppend(env, td, newEvent<SQLEvent>(td, Event::SUB_END), Clocks::CpuFirst,
+    NestedDraft<SQLEvent> draft(td, Event::SUB_END);
+    if (completeAndAppend(env, td, draft, Clocks::CpuFirst,
                           [](SQLEvent &event, Texts &) { addWeight(event, averageSqlLength); })) {
         leave(td);
     }
@@ -359,8 +353,8 @@ void endXQRequest(JNIEnv *env, jstring queueName, jstring queueMgrName, jint act
 void beginJDORequest(JNIEnv *env, jstring className, jstring methodName, jstring argumentString) {
     ThreadData *td = callingThread(env);
     if (enter(td, Rule::Any) && (td == nullptr || td->requestDepth > 1)) {
-        completeAndAppend(env, td, newEvent<JDOEvent>(td, Event::SUB_START), Clocks::WallFirst,
-                          jdoTexts(className, methodName, argumentString));
+        NestedDraft<JDOEvent> draft(td, Event::SUB_START);
+        completeAndAppend(env, td, draft, Clocks::WallFirst, jdoTexts(className, methodName, argumentString));
     }
 }
 
@@ -370,7 +364,8 @@ void endJDORequest(JNIEnv *env, jstring className, jstring methodName, jstring a
         return;
     }
     const bool recorded = td == nullptr || td->requestDepth > 1;
-    if (!recorded || completeAndAppend(env, td, newEvent<JDOEvent>(td, Event::SUB_END), Clocks::CpuFirst,
+    NestedDraft<JDOEvent> draft(td, Event::SUB_END);
+    if (!recorded || completeAndAppend(env, td, draft, Clocks::CpuFirst,
                                        jdoTexts(className, methodName, argumentString))) {
         leave(td);
     }
@@ -386,58 +381,91 @@ bool hasCorrelationRecord(jint act) {
 } // namespace
 
 // Both records carry the raised depth. The pair is made after the call, so both take the CPU clock first.
-void processGpsXQRequest(JNIEnv *env, jstring queueName, jstring, jint act, int8_t *gpsToken, int32_t len) {
+void processGpsXQRequest(JNIEnv *env, jstring queueName, jstring, jint act, jbyteArray gpsToken) {
     ThreadData *td = callingThread(env);
     if ((td != nullptr && td->requestDepth == 0) || !hasCorrelationRecord(act)) {
-        free(gpsToken);
         return;
     }
     if (td != nullptr) {
         ++td->requestDepth;
     }
-    GPSXQEvent *beginning = newEvent<GPSXQEvent>(td, Event::SUB_START);
-    if (beginning == nullptr) {
-        free(gpsToken);
-    }
+    const jsize given = gpsToken != nullptr ? env->GetArrayLength(gpsToken) : 0;
     const auto begin = [=](GPSXQEvent &event, Texts &texts) {
         event.action = act;
         texts.copy(event.queueName, queueName);
-        event.gpsToken = gpsToken;
-        event.tokenLength = gpsToken != nullptr ? len : 0;
-        texts.hold(event.tokenLength);
+        if (given > 0 && given <= UINT16_MAX) {
+            texts.hold<jbyte>(event.gpsToken, gpsToken, given, &JNIEnv::GetByteArrayRegion);
+        }
+        event.tokenLength = static_cast<int32_t>(event.gpsToken.length());
     };
     const auto end = [=](GPSXQEvent &event, Texts &) { event.action = act; };
+    NestedDraft<GPSXQEvent> beginning(td, Event::SUB_START);
+    NestedDraft<GPSXQEvent> ending(td, Event::SUB_END);
     if (completeAndAppend(env, td, beginning, Clocks::CpuFirst, begin) &&
-        completeAndAppend(env, td, newEvent<GPSXQEvent>(td, Event::SUB_END), Clocks::CpuFirst, end)) {
+        completeAndAppend(env, td, ending, Clocks::CpuFirst, end)) {
         leave(td);
     }
 }
 
 // ---------------------------------------------------------------- requests of the server
 
-// Without data, since memory was out, the call is only counted.
-void beginBeanRequest(JNIEnv *env, jclass, int8_t *data, int32_t count) {
+namespace {
+
+// Payload without usable data, so that a receiver can still walk the record: the length of what follows, then
+// three empty strings.
+constexpr int8_t EMPTY_BEAN[] = {0, 6, 0, 0, 0, 0, 0, 0};
+
+uint32_t lengthAt(const int8_t *bytes) {
+    return static_cast<uint32_t>(static_cast<uint8_t>(bytes[0])) << 8 | static_cast<uint8_t>(bytes[1]);
+}
+
+// The length of all that follows, then three strings that fill it exactly.
+bool isBean(const int8_t *data, uint32_t count) {
+    if (count < sizeof(EMPTY_BEAN) || lengthAt(data) != count - 2) {
+        return false;
+    }
+    uint32_t at = 2;
+    for (int i = 0; i < 3; ++i) {
+        if (at + 2 > count) {
+            return false;
+        }
+        at += 2 + lengthAt(data + at);
+    }
+    return at == count;
+}
+
+void copyBean(JNIEnv *env, Draft<EJBEvent> &draft, jbyteArray data, jint count) {
+    constexpr jint MOST = 65535 + 2;
+    if (data != nullptr && count > 0 && count <= MOST && env->GetArrayLength(data) >= count) {
+        fillAndCharge(env, draft, [=](EJBEvent &event, Texts &texts) {
+            texts.hold<jbyte>(event.data, data, count, &JNIEnv::GetByteArrayRegion);
+        });
+    }
+    const char *copied = draft.text(draft->data);
+    if (copied == nullptr || !isBean(reinterpret_cast<const int8_t *>(copied), draft->data.length())) {
+        draft.put(draft->data, EMPTY_BEAN, sizeof(EMPTY_BEAN));
+    }
+    draft->count = static_cast<int32_t>(draft->data.length());
+}
+
+} // namespace
+
+void beginBeanRequest(JNIEnv *env, jclass, jbyteArray data, jint count) {
     ThreadData *td = callingThread(env);
-    EJBEvent *event = nullptr;
-    if (enter(td, Rule::Any) && data != nullptr) {
-        event = newEvent<EJBEvent>(td, Event::SUB_START);
+    if (enter(td, Rule::Any)) {
+        NestedDraft<EJBEvent> draft(td, Event::SUB_START);
+        copyBean(env, draft, data, count);
+        sendEJBRequest(env, td, draft);
     }
-    if (event == nullptr) {
-        free(data);
-        return;
-    }
-    event->data = data;
-    event->count = count;
-    sendEJBRequest(env, td, event);
 }
 
 // The event carries the depth of the level that it closes.
 void endBeanRequest(JNIEnv *env, jclass) {
     ThreadData *td = callingThread(env);
     if (mayEnd(td, Rule::Any)) {
-        EJBEvent *event = newEvent<EJBEvent>(td, Event::SUB_END);
+        NestedDraft<EJBEvent> draft(td, Event::SUB_END);
         leave(td);
-        sendEJBRequest(env, td, event);
+        sendEJBRequest(env, td, draft);
     }
 }
 
@@ -484,18 +512,18 @@ jclass stringClass(JNIEnv *env) {
     return first;
 }
 
-void copyContextValues(JNIEnv *env, jobjectArray source, ContextValues &target, Texts &texts) {
+void copyContextValues(JNIEnv *env, jint nCtxProps, jobjectArray source, ContextValues &target,
+                       Texts &texts) {
     const jclass strings = stringClass(env);
-    if (strings == nullptr) {
-        return;
-    }
-    for (int32_t i = 0; i < target.nCtxProps; ++i) {
+    texts.list(target.ctxValues, usableValues(env, nCtxProps, source));
+    target.nCtxProps = static_cast<int32_t>(target.ctxValues.length() / sizeof(Text));
+    for (int32_t i = 0; i < target.nCtxProps && strings != nullptr; ++i) {
         const LocalRef<jobject> value(env, env->GetObjectArrayElement(source, i));
         if (clearException(env)) {
             return;
         }
         if (value && env->IsInstanceOf(value.get(), strings) == JNI_TRUE) {
-            texts.weigh(target.ctxValues[i], static_cast<jstring>(value.get()));
+            texts.weighInList(target.ctxValues, i, static_cast<jstring>(value.get()));
         }
     }
 }
@@ -510,10 +538,9 @@ void beginGenericEvent(JNIEnv *env, jint id, jint nCtxProps, jobjectArray ctxVal
     if (!enter(td, Rule::Any)) {
         return;
     }
-    GenericEvent *event =
-        newEvent<GenericEvent>(td, Event::TYPE_GENERIC_START, id, usableValues(env, nCtxProps, ctxValues));
-    completeAndAppend(env, td, event, Clocks::WallFirst, [=](GenericEvent &target, Texts &texts) {
-        copyContextValues(env, ctxValues, target, texts);
+    NestedDraft<GenericEvent> draft(td, Event::TYPE_GENERIC_START, id);
+    completeAndAppend(env, td, draft, Clocks::WallFirst, [=](GenericEvent &event, Texts &texts) {
+        copyContextValues(env, nCtxProps, ctxValues, event, texts);
     });
 }
 
@@ -523,25 +550,17 @@ void endGenericEvent(JNIEnv *env, jint id) {
     if (!mayEnd(td, Rule::Any)) {
         return;
     }
-    GenericEvent *event = newEvent<GenericEvent>(td, Event::TYPE_GENERIC_STOP, id, 0);
-    if (event != nullptr) {
-        takeClocks(*event, td, Clocks::WallFirst);
-    }
+    NestedDraft<GenericEvent> draft(td, Event::TYPE_GENERIC_STOP, id);
+    takeClocks(*draft, td, Clocks::WallFirst);
     leave(td);
-    if (event != nullptr) {
-        appendRequestEvent(env, td, event);
-    }
+    appendRequestEvent(env, td, draft);
 }
 
 void exceptionGenericEvent(JNIEnv *env, jint id, jint nCtxProps, jobjectArray ctxValues) {
     ThreadData *td = callingThread(env);
-    GenericExceptionEvent *event =
-        newThreadEvent<GenericExceptionEvent>(td, id, usableValues(env, nCtxProps, ctxValues));
-    if (event == nullptr) {
-        return;
-    }
-    fillAndCharge(env, *event, [=](GenericExceptionEvent &target, Texts &texts) {
-        copyContextValues(env, ctxValues, target, texts);
+    ThreadDraft<GenericExceptionEvent> draft(td, id);
+    fillAndCharge(env, draft, [=](GenericExceptionEvent &event, Texts &texts) {
+        copyContextValues(env, nCtxProps, ctxValues, event, texts);
     });
-    appendRequestEvent(env, td, event);
+    appendRequestEvent(env, td, draft);
 }

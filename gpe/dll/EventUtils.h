@@ -4,24 +4,23 @@
 // into Java or reports to it: every failure is an event less. A null string is an empty string.
 #pragma once
 
-#include "Event.h"
+#include "EventDraft.h"
 
 #include <cstdint>
 #include <jni.h>
 
 class ThreadData;
 
-// Hands an event to its thread's queue, unless a Java listener refuses its type. Takes ownership in every
-// case. A null `thr` is replaced by the calling thread's data. False if the collector was stopped meanwhile:
+// Hands an event to its thread's queue, unless a Java listener refuses its type. A null `thr` is replaced by the calling thread's data. False if the collector was stopped meanwhile:
 // no `ThreadData` looked up before may then be touched.
-bool appendRequestEvent(JNIEnv *env, ThreadData *thr, Event *request);
+bool appendRequestEvent(JNIEnv *env, ThreadData *thr, EventDraft &request);
 
-// Complete a request event (names, clocks, weight) and append it; with a null `storage` it is destroyed.
-// Names are cut at `urlLimit` bytes. The result as of `appendRequestEvent`.
-bool sendRequest(JNIEnv *env, ThreadData *storage, RequestEvent *request, jstring requestName,
+// Complete a request event (names, clocks, weight) and append it; nothing with a null `storage`. Names are cut
+// at `urlLimit` bytes. The draft's event is a `RequestEvent`. The result as of `appendRequestEvent`.
+bool sendRequest(JNIEnv *env, ThreadData *storage, EventDraft &request, jstring requestName,
                  jstring applicationName, jstring url);
 // Two events of a thread within the same millisecond share their clocks.
-void sendEJBRequest(JNIEnv *env, ThreadData *storage, EJBEvent *request);
+void sendEJBRequest(JNIEnv *env, ThreadData *storage, Draft<EJBEvent> &request);
 
 // Statements. The wrapper's pair is recorded in and outside requests; the driver's pair only where no
 // wrapper has reported the statement already. `sql` is cut at `sqlLimit` bytes, before a broken character.
@@ -43,10 +42,9 @@ void beginJavaMailRequest(JNIEnv *env, jstring url, jstring subject);
 void endJavaMailRequest(JNIEnv *env, jstring url, jstring subject);
 void beginXQRequest(JNIEnv *env, jstring queueName, jstring queueMgrName, jint act);
 void endXQRequest(JNIEnv *env, jstring queueName, jstring queueMgrName, jint act);
-// A correlated message as a begin and end pair. Takes over `gpsToken` (`len` bytes from malloc, may be null,
-// 65,535 at most).
-void processGpsXQRequest(JNIEnv *env, jstring queueName, jstring queueMgrName, jint act, int8_t *gpsToken,
-                         int32_t len);
+// A correlated message as a begin and end pair. A token that is null, or longer than the 16 bits of its length
+// on the wire, counts as empty.
+void processGpsXQRequest(JNIEnv *env, jstring queueName, jstring queueMgrName, jint act, jbyteArray gpsToken);
 
 // Work inside a request that no native reports at its usual level: objects made, and monitors entered. The
 // results say whether it was recorded. Of an allocation the line is not kept.
@@ -67,8 +65,9 @@ bool endLockContention(JNIEnv *env, jint lockingMethodId, jstring lockedClassNam
                        jint waitingThreadId);
 
 // Requests of the server itself; recorded everywhere.
-// Takes over `data` (`count` bytes from malloc): the record's payload as it goes out.
-void beginBeanRequest(JNIEnv *env, jclass thisClass, int8_t *data, int32_t count);
+// `data` is the payload as it goes out: a length of 16 bits, then three strings with such a length each. A null
+// array, a `count` that it does not hold, or bytes of another form count as three empty strings.
+void beginBeanRequest(JNIEnv *env, jclass thisClass, jbyteArray data, jint count);
 void endBeanRequest(JNIEnv *env, jclass thisClass);
 // Nothing for no values or a null array; values that are no strings count as null.
 void beginGenericEvent(JNIEnv *env, jint id, jint nCtxProps, jobjectArray ctxValues);
@@ -83,9 +82,9 @@ void appendExceptionEvent(JNIEnv *env, jstring exception, jstring class_name, js
                           jstring stacktrace);
 void appendGWXEvent(JNIEnv *env, jstring gatewayName, jstring serverName, jstring progName,
                     jlong snapShotTime, jint count, jlong avgTimeTaken);
-// Takes the three arrays over (`arrLength` elements each, from malloc).
-void appendXQIEvent(JNIEnv *env, jstring mgrName, jstring queueName, jlong snapShotTime, int8_t *type,
-                    int32_t *count, int64_t *avgTimeTaken, int32_t arrLength);
+// Nothing unless all arrays have `arrLength` elements or more.
+void appendXQIEvent(JNIEnv *env, jstring mgrName, jstring queueName, jlong snapShotTime, jbyteArray type,
+                    jintArray count, jlongArray avgTimeTaken, jint arrLength);
 void appendDroppedRecEvent(JNIEnv *env);
 
 // Records without a thread of their own: they go to the special queue of the first event agent.

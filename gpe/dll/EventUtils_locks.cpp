@@ -91,47 +91,36 @@ bool recordOwn(JNIEnv *env, Event::EventSubType subType, const Contention &conte
     if (!(start ? enter(td, Rule::Plain) : mayEnd(td, Rule::Plain))) {
         return false;
     }
-    const bool recordStands =
-        completeAndAppend(env, td, newEvent<LockContentionEvent>(td, subType), Clocks::WallFirst, contention);
+    NestedDraft<LockContentionEvent> draft(td, subType);
+    const bool recordStands = completeAndAppend(env, td, draft, Clocks::WallFirst, contention);
     if (recordStands && !start) {
         leave(td);
     }
     return true;
 }
 
-// Null when memory is out.
-LockContentionEvent *newContention(JNIEnv *env, Event::EventSubType subType, const Contention &contention) {
-    LockContentionEvent *event = new LockContentionEvent(subType);
-    if (event != nullptr) {
-        getCurrentTime(&event->timeSec, &event->timeUSec);
-        fillAndCharge(env, *event, contention);
-    }
-    return event;
-}
-
 // The other thread waits for the monitor and does nothing meanwhile; the lock keeps its record from being
 // destroyed, so listeners are asked before. Its CPU clock cannot be read from here.
 bool recordOther(JNIEnv *env, jint waitingThreadId, Event::EventSubType subType,
                  const Contention &contention) {
-    LockContentionEvent *event = newContention(env, subType, contention);
+    Draft<LockContentionEvent> draft(subType);
+    getCurrentTime(&draft->timeSec, &draft->timeUSec);
+    fillAndCharge(env, draft, contention);
     bool recordStands;
-    const bool agreed = event != nullptr && askListeners(env, *event, recordStands);
+    const bool agreed = askListeners(env, *draft, recordStands);
     ThreadMgr *threads = threadMgr;
     const ZykLockGuard guard(threads->destructionLock());
     JNIEnv *waiting = otherThread(env, waitingThreadId); // once more: it may have ended meanwhile
     ThreadData *td = waiting != nullptr ? threads->findThreadData(waiting) : nullptr;
     const bool start = subType == Event::SUB_START;
     if (td == nullptr || !(start ? enter(td, Rule::Plain) : mayEnd(td, Rule::Plain))) {
-        delete event;
         return false;
     }
     if (agreed) {
-        event->threadId = td->threadId;
-        event->requestDepth = td->requestDepth;
-        event->cpuTime = td->lastCpuTime;
-        td->appendEvent(event);
-    } else {
-        delete event;
+        draft->threadId = td->threadId;
+        draft->requestDepth = td->requestDepth;
+        draft->cpuTime = td->lastCpuTime;
+        td->appendEvent(&draft);
     }
     if (!start) {
         leave(td);

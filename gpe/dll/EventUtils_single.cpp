@@ -19,13 +19,11 @@ ThreadData *specialQueue() {
     return agents != nullptr ? agents->getSpecialThreadData() : nullptr;
 }
 
-// To the special queue, past listeners and gate; takes ownership in every case.
-void appendSpecial(Event *event) {
+// To the special queue, past listeners and gate; nothing without one.
+void appendSpecial(EventDraft &draft) {
     ThreadData *special = specialQueue();
     if (special != nullptr) {
-        special->appendEvent(event);
-    } else {
-        delete event;
+        special->appendEvent(&draft);
     }
 }
 
@@ -53,23 +51,23 @@ void appendGWXEvent(JNIEnv *env, jstring gatewayName, jstring serverName, jstrin
     });
 }
 
-void appendXQIEvent(JNIEnv *env, jstring mgrName, jstring queueName, jlong snapShotTime, int8_t *type,
-                    int32_t *count, int64_t *avgTimeTaken, int32_t arrLength) {
-    const bool made = appendSingle<XQIEvent>(env, [=](XQIEvent &event, Texts &texts) {
+void appendXQIEvent(JNIEnv *env, jstring mgrName, jstring queueName, jlong snapShotTime, jbyteArray type,
+                    jintArray count, jlongArray avgTimeTaken, jint arrLength) {
+    for (const jarray array : {static_cast<jarray>(type), static_cast<jarray>(count),
+                               static_cast<jarray>(avgTimeTaken)}) {
+        if (array == nullptr || env->GetArrayLength(array) < arrLength) {
+            return;
+        }
+    }
+    appendSingle<XQIEvent>(env, [=](XQIEvent &event, Texts &texts) {
         texts.weigh(event.mgrName, mgrName);
         texts.weigh(event.queueName, queueName);
         event.snapShotTime = snapShotTime;
-        event.types = type;
-        event.counts = count;
-        event.avgTimes = avgTimeTaken;
+        texts.hold<jbyte>(event.types, type, arrLength, &JNIEnv::GetByteArrayRegion);
+        texts.hold<jint>(event.counts, count, arrLength, &JNIEnv::GetIntArrayRegion);
+        texts.hold<jlong>(event.avgTimes, avgTimeTaken, arrLength, &JNIEnv::GetLongArrayRegion);
         event.arrLength = arrLength;
-        texts.hold(int64_t{arrLength} * (sizeof(*type) + sizeof(*count) + sizeof(*avgTimeTaken)));
     });
-    if (!made) {
-        free(type);
-        free(count);
-        free(avgTimeTaken);
-    }
 }
 
 void appendDroppedRecEvent(JNIEnv *env) {
@@ -77,38 +75,25 @@ void appendDroppedRecEvent(JNIEnv *env) {
 }
 
 void appendSamplingRateEvent(JNIEnv *env, const int32_t *levels, int32_t useDefault) {
-    ThreadData *td = callingThread(env);
-    SamplingEvent *event = newThreadEvent<SamplingEvent>(td, Event::SUB_ALONE);
-    if (event == nullptr) {
-        return;
-    }
-    getCurrentTime(&event->timeSec, &event->timeUSec);
-    memcpy(event->levels, levels, sizeof(event->levels));
-    event->useDefault = useDefault;
-    appendSpecial(event);
+    ThreadDraft<SamplingEvent> draft(callingThread(env), Event::SUB_ALONE);
+    getCurrentTime(&draft->timeSec, &draft->timeUSec);
+    memcpy(draft->levels, levels, sizeof(draft->levels));
+    draft->useDefault = useDefault;
+    appendSpecial(draft);
 }
 
 void appendPSStatusRecEvent(JNIEnv *env, jstring mesg) {
-    PSStatusEvent *event = new PSStatusEvent(Event::SUB_ALONE);
-    if (event == nullptr) {
-        return;
-    }
-    fillAndCharge(env, *event,
-                  [=](PSStatusEvent &target, Texts &texts) { texts.weigh(target.message, mesg); });
-    appendSpecial(event);
+    Draft<PSStatusEvent> draft(Event::SUB_ALONE);
+    fillAndCharge(env, draft,
+                  [=](PSStatusEvent &event, Texts &texts) { texts.weigh(event.message, mesg); });
+    appendSpecial(draft);
 }
 
 namespace {
 
-// Null when memory is out.
-GCEvent *newCollection(const ThreadData &special, Event::EventSubType subType, jlong millis) {
-    GCEvent *event = newThreadEvent<GCEvent>(&special, subType);
-    if (event == nullptr) {
-        return nullptr;
-    }
-    event->timeSec = static_cast<uint32_t>(millis / 1000);
-    event->timeUSec = static_cast<uint32_t>(millis % 1000 * 1000);
-    return event;
+void setTime(GCEvent &event, jlong millis) {
+    event.timeSec = static_cast<uint32_t>(millis / 1000);
+    event.timeUSec = static_cast<uint32_t>(millis % 1000 * 1000);
 }
 
 } // namespace
@@ -119,18 +104,15 @@ void appendGCEvent(JNIEnv *, jlong startTime, jlong endTime, jlong usedObjects, 
     if (special == nullptr) {
         return;
     }
-    GCEvent *start = newCollection(*special, Event::SUB_START, startTime);
-    GCEvent *end = newCollection(*special, Event::SUB_END, endTime);
-    if (start == nullptr || end == nullptr) {
-        delete start;
-        delete end;
-        return;
-    }
-    special->appendEvent(start);
+    ThreadDraft<GCEvent> start(special, Event::SUB_START);
+    ThreadDraft<GCEvent> end(special, Event::SUB_END);
+    setTime(*start, startTime);
+    setTime(*end, endTime);
     end->usedObjects = static_cast<uint64_t>(usedObjects);
     end->usedObjectSpace = static_cast<uint64_t>(usedObjectSpace);
     end->totalObjectSpace = static_cast<uint64_t>(totalObjectSpace);
-    special->appendEvent(end);
+    special->appendEvent(&start);
+    special->appendEvent(&end);
 }
 
 void storeSamplingRates(const int32_t *levels, int32_t useDefault) {

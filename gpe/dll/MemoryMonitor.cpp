@@ -81,12 +81,9 @@ int32_t portionFor(uint32_t threadCount) {
 
 // False when memory is out.
 bool appendMarker(ThreadData *td) {
-    DroppedEvent *marker = new DroppedEvent(Event::SUB_ALONE);
-    if (marker == nullptr) {
-        return false;
-    }
+    Draft<DroppedEvent> marker(Event::SUB_ALONE);
     marker->threadId = td->threadId;
-    return td->appendEvent(marker);
+    return td->appendEvent(&marker);
 }
 
 } // namespace

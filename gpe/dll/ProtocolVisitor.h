@@ -95,6 +95,7 @@ public:
     void addString(const char *text) {
         addBlob(text, text != nullptr ? static_cast<int64_t>(strlen(text)) : 0);
     }
+    void addString(const Text &text) { addBlob(text.data(), text.length()); }
     void addLevel() { addU8(probeLevel); }
     void addEndOfRecord() { addU16(0x7F7F); }
 
@@ -138,8 +139,8 @@ private:
         addU64(static_cast<uint64_t>(event.cpuTime));
     }
 
-    template <typename... Text>
-    void addStrings(Text... texts) {
+    template <typename... T>
+    void addStrings(const T &...texts) {
         (addString(texts), ...);
     }
 
@@ -175,8 +176,8 @@ private:
     }
 
     // Prefix, then the texts in a begin record only, then level and end: the usual record.
-    template <typename E, typename... Text>
-    void addPlainRecord(int beginType, const E &event, Text... texts) {
+    template <typename E, typename... T>
+    void addPlainRecord(int beginType, const E &event, const T &...texts) {
         const Record record = open(recordType(beginType, event), event);
         if (begins(event)) {
             addStrings(texts...);
@@ -185,8 +186,8 @@ private:
     }
 
     // The same with the level in front of the texts.
-    template <typename E, typename... Text>
-    void addLevelFirstRecord(int beginType, const E &event, Text... texts) {
+    template <typename E, typename... T>
+    void addLevelFirstRecord(int beginType, const E &event, const T &...texts) {
         const Record record = open(recordType(beginType, event), event);
         addLevel();
         if (begins(event)) {

@@ -52,7 +52,7 @@ bool CommonEvent::addToBuffer(ProtocolVisitor *visitor) {
         const bool nameKnown = cached && ProtocolVisitor::isCommonNameSent(type);
         visitor->addString(className);
         visitor->addU32(cached ? type : 0);
-        visitor->addString(nameKnown ? nullptr : methodName);
+        visitor->addBlob(methodName.data(), nameKnown ? 0 : methodName.length());
         addExtraFields(visitor);
     }
     visitor->addLevel();

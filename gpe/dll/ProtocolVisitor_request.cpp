@@ -25,18 +25,14 @@ constexpr int GENERIC_STOP = 100;
 constexpr int GENERIC_EXCEPTION = 108;
 constexpr int NO_VALID_RECORD = 0; // of subtypes and actions that no caller produces
 
-const char *orEmpty(const char *text) {
-    return text != nullptr ? text : "";
+bool isEqual(const Text &one, const Text &other) {
+    return one.length() == other.length() &&
+           (one.length() == 0 || memcmp(one.data(), other.data(), one.length()) == 0);
 }
 
-// Whether both names are the URL once more, so that only the URL need go out. Compares with a private copy;
-// with no memory for it the names go out.
+// Whether both names are the URL once more, so that only the URL need go out.
 bool namesEqualUrl(const RequestEvent &req) {
-    char *url = strdup(orEmpty(req.url));
-    const bool equal = url != nullptr && strcmp(orEmpty(req.requestName), url) == 0 &&
-                       strcmp(orEmpty(req.applicationName), url) == 0;
-    free(url);
-    return equal;
+    return isEqual(req.requestName, req.url) && isEqual(req.applicationName, req.url);
 }
 
 int httpRecordType(Event::EventSubType subType) {
@@ -75,8 +71,11 @@ bool hasSelector(Event::JMS_ACTION action) {
 void ProtocolVisitor::addNames(const RequestEvent &req) {
     const bool omitted = namesEqualUrl(req);
     addU8(omitted ? 0 : 1);
-    addString(omitted ? nullptr : req.requestName);
-    addString(omitted ? nullptr : req.applicationName);
+    if (omitted) {
+        addU32(0); // two empty texts
+    } else {
+        addStrings(req.requestName, req.applicationName);
+    }
     addString(req.url);
 }
 
@@ -115,8 +114,8 @@ void ProtocolVisitor::addToBuffer(TraceEvent *req) {
 
 void ProtocolVisitor::addToBuffer(EJBEvent *ejb_record) {
     const Record record = open(ejbRecordType(ejb_record->subType), *ejb_record);
-    if (begins(*ejb_record) && ejb_record->data != nullptr && ejb_record->count > 0) {
-        addBytes(ejb_record->data, static_cast<size_t>(ejb_record->count));
+    if (begins(*ejb_record) && !ejb_record->data.isNull()) {
+        addBytes(ejb_record->data.data(), ejb_record->data.length());
     }
     closeWithLevel(record);
 }
@@ -186,7 +185,8 @@ void ProtocolVisitor::addToBuffer(GenericEvent *evt) {
         addU8(evt->nCtxProps);
         for (int32_t i = 0; i < evt->nCtxProps; ++i) {
             // A receiver tells a value that was null, one blank, from an empty one.
-            addString(evt->ctxValues[i] != nullptr ? evt->ctxValues[i] : " ");
+            const Text &value = evt->value(i);
+            addBlob(value.isNull() ? " " : value.data(), value.isNull() ? 1 : value.length());
         }
     }
     closeWithLevel(record);
@@ -198,7 +198,7 @@ void ProtocolVisitor::addToBuffer(GenericExceptionEvent *evt) {
     addU32(evt->threadId);
     addU8(evt->nCtxProps);
     for (int32_t i = 0; i < evt->nCtxProps; ++i) {
-        addString(evt->ctxValues[i]);
+        addString(evt->value(i));
     }
     closeWithLevel(record);
 }

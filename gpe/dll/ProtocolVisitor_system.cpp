@@ -3,6 +3,8 @@
 
 #include "ProbeLgKit.h"
 
+#include <algorithm>
+
 namespace {
 
 constexpr int GPS_INVOCATION_START = 51;
@@ -65,14 +67,14 @@ void ProtocolVisitor::addToBuffer(GPSEvent *req) {
     const int type = gpsRecordType(req->subType);
     if (type == GPS_TM_INVOCATION) {
         AM_TRACE(eaTracer, LGK_DEBUG_MAX, "ProtocolVisitor::addToBuffer( GPSEvent *req )", "gateway=%s",
-                 req->gateway);
+                 req->gateway.data());
     }
     addPrefix(type, *req, req->requestDepth);
     if (type == GPS_TM_INVOCATION) {
         addString(req->gateway);
     }
     if (carriesToken(type)) {
-        addBlob(req->requestName, req->tokenLength);
+        addBlob(req->requestName.data(), req->tokenLength);
     }
     addLevel();
     addEndOfRecord();
@@ -83,7 +85,7 @@ void ProtocolVisitor::addToBuffer(GPSXQEvent *gpsxq_record) {
     const Record record = open(recordType(beginType, *gpsxq_record), *gpsxq_record);
     if (begins(*gpsxq_record)) {
         addString(gpsxq_record->queueName);
-        addBlob(gpsxq_record->gpsToken, gpsxq_record->tokenLength);
+        addString(gpsxq_record->gpsToken);
         addU8(gpsxq_record->action == XQ_ACTION_FLAGGED ? 1 : 0);
     }
     closeWithLevel(record);
@@ -146,16 +148,16 @@ void ProtocolVisitor::addToBuffer(GWXEvent *req) {
 
 void ProtocolVisitor::addToBuffer(XQIEvent *req) {
     // A receiver must find as many entries as the count says.
-    const bool complete = req->types != nullptr && req->counts != nullptr && req->avgTimes != nullptr;
+    const bool complete = !req->types.isNull() && !req->counts.isNull() && !req->avgTimes.isNull();
     const int32_t entries = complete ? std::max(req->arrLength, 0) : 0;
     const Record record = openBare(XQI);
     addStrings(req->mgrName, req->queueName);
     addU64(req->snapShotTime);
     addU32(entries);
     for (int32_t i = 0; i < entries; ++i) {
-        addU8(req->types[i]);
-        addU32(req->counts[i]);
-        addU64(req->avgTimes[i]);
+        addU8(req->types.array<int8_t>()[i]);
+        addU32(req->counts.array<int32_t>()[i]);
+        addU64(req->avgTimes.array<int64_t>()[i]);
     }
     close(record);
 }

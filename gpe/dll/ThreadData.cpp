@@ -62,55 +62,55 @@ ThreadData::~ThreadData() {
         }
         deleteInFlightData();
     }
-    while (Event *evt = eventQueue != nullptr ? eventQueue->removeFirst() : nullptr) {
-        lose(evt);
+    while (const Event *evt = eventQueue != nullptr ? eventQueue->first() : nullptr) {
+        lossAccount.enter(*evt);
+        eventQueue->removeFirst();
     }
     lossAccount.enter(takeRefused());
     delete eventQueue;
     releaseVirtual(*this);
-    freeAll(threadName.load(), groupName.load(), pageName);
+    free(threadName.load());
+    free(groupName.load());
+    free(pageName);
 }
 
 void ThreadData::initialize() {
     if (eventQueue == nullptr) {
-        eventQueue = new (std::nothrow) ZykList<Event *>(true);
+        eventQueue = new (std::nothrow) EventQueue;
     }
     memoryLimitMarkerSent = false;
     acceptingNewRequests = true;
     isAlive = true;
 }
 
-bool ThreadData::appendEvent(Event *evt) {
+bool ThreadData::appendEvent(EventDraft *evt) {
     const ZykLockGuard writer(isShared ? &sharedLock() : nullptr);
     if (evt == nullptr || eventQueue == nullptr || !acceptsEvents()) {
         reportRefusal(evt);
-        lose(evt);
+        if (evt != nullptr) {
+            lossAccount.enter(evt->event());
+        }
         return false;
     }
+    const Event &event = evt->event();
     const int32_t limit = queueLimit();
-    if (eventQueue->size() >= limit && !isProtectedType(*evt)) {
-        refuse(evt);
+    const int32_t size = eventQueue->size();
+    if (size >= limit && !isProtectedType(event)) {
+        refuse(event);
         return false;
     }
-    if (eventQueue->size() < limit) {
+    if (size < limit) {
         droppedMarkerSent = false;
     }
-    addToProduced(*evt);
-    reportGrowth(evt->charge());
-    if (eventQueue->append(evt)) {
+    addToProduced(event);
+    reportGrowth(event.charge());
+    if (eventQueue->append(*evt)) {
         return true;
     }
-    takeBackProduced(*evt);
-    reportGrowth(-evt->charge());
-    lose(evt);
+    takeBackProduced(event);
+    reportGrowth(-event.charge());
+    lossAccount.enter(event);
     return false;
-}
-
-void ThreadData::lose(Event *evt) {
-    if (evt != nullptr) {
-        lossAccount.enter(*evt);
-        delete evt;
-    }
 }
 
 // In portions, so that the common word is touched once in many events. The agent may take `unreportedBytes`
@@ -135,15 +135,15 @@ void ThreadData::chargeRecord() {
 }
 
 // The marker tells the receiver that data is missing here; the agent tells how much.
-void ThreadData::refuse(Event *evt) {
+void ThreadData::refuse(const Event &evt) {
     droppedAtAppend += 1;
-    const DropFigures::Kind kind = lossKind(*evt);
+    const DropFigures::Kind kind = lossKind(evt);
     if (kind != DropFigures::KINDS) {
         refused[kind] += 1;
     }
-    delete evt;
     if (!droppedMarkerSent) {
-        droppedMarkerSent = appendEvent(new DroppedEvent(Event::SUB_ALONE));
+        Draft<DroppedEvent> marker(Event::SUB_ALONE);
+        droppedMarkerSent = appendEvent(&marker);
     }
 }
 
@@ -157,14 +157,14 @@ DropFigures ThreadData::takeRefused() {
     return figures;
 }
 
-void ThreadData::reportRefusal(const Event *evt) const {
+void ThreadData::reportRefusal(const EventDraft *evt) const {
     if (eventQueue == nullptr) {
         traceWarn("Append Event failed evtQueue is NULL ");
     } else if (evt == nullptr) {
         traceWarn("Append Event failed Evt is NULL ");
     } else {
         traceWarn("Append Event Thread is dead: %d, EvtType: %d Evt SubType: %d TID: %d", acceptsEvents(),
-                  static_cast<int>(evt->type), static_cast<int>(evt->subType), threadId.get());
+                  static_cast<int>(evt->event().type), static_cast<int>(evt->event().subType), threadId.get());
     }
 }
 
@@ -177,7 +177,8 @@ void ThreadData::resetOnThreadEnd() {
 }
 
 void ThreadData::deleteInFlightData() {
-    freeAll(inFlightBuffer1, inFlightBuffer2);
+    free(inFlightBuffer1);
+    free(inFlightBuffer2);
     inFlightBuffer1 = nullptr;
     inFlightBuffer2 = nullptr;
     threadSuspendedFlag = false;

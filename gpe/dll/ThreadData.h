@@ -4,10 +4,10 @@
 // types that the receiver cannot do without.
 #pragma once
 
+#include "EventQueue.h"
 #include "LossAccount.h"
 #include "NamedObject.h"
 #include "Relaxed.h"
-#include "ZykList.h"
 
 #include <atomic>
 #include <cstdint>
@@ -19,8 +19,8 @@ public:
     // Destroys what is still queued. Only the owning event agent, or the thread manager on its stop, does so.
     ~ThreadData() override;
 
-    // Takes ownership of `evt` in every case; true if it stands in the queue. Null gives false.
-    bool appendEvent(Event *evt);
+    // Any thread; true if the event stands in the queue, else it stays with its draft. Null gives false.
+    bool appendEvent(EventDraft *evt);
 
     // The highest of `t` and all earlier values, nanoseconds: a thread's CPU time never runs backwards.
     long long monotonicCpuTime(long long t) {
@@ -90,7 +90,7 @@ public:
     Relaxed<uint32_t> bytesConsumedClassMethod{0};
     Relaxed<int32_t> unreportedBytes{0};    // added since the memory monitor was last told
     std::atomic<int64_t> reportedBytes{0};  // what it was told since the agent last summed up its queues
-    ZykList<Event *> *eventQueue = nullptr; // owned, synchronised; null only if memory ran out
+    EventQueue *eventQueue = nullptr;       // owned; null only if memory ran out
     bool memoryLimitMarkerSent = false;     // a marker was queued for the present memory-limit state
     bool acceptingNewRequests = true;       // false while turbo mode refuses new requests
     std::atomic<bool> isAlive{true};        // its release at thread end hands the object to the agent
@@ -104,10 +104,9 @@ public:
 
 private:
     void initialize();
-    void refuse(Event *evt);
-    void lose(Event *evt);
+    void refuse(const Event &evt);
     void reportGrowth(int32_t bytes);
-    void reportRefusal(const Event *evt) const;
+    void reportRefusal(const EventDraft *evt) const;
 };
 
 // Types that may exceed the limit of a queue and survive the dropping of old events.

@@ -11,7 +11,6 @@
 namespace {
 
 constexpr int32_t STACK_TEXT = 1024;
-constexpr int MAX_UTF8_PER_CHAR = 3;
 constexpr int SYSTEM_CLASS_TRIES = 11;
 constexpr char SYSTEM_CLASS[] = "java/lang/System";
 constexpr char CC_TOOLS_CLASS[] = "com/qel/morvex/norak/toolkit/ai/bcm/utility/CcTools";
@@ -30,12 +29,6 @@ int32_t trimToCharacter(const char *text, int32_t size) {
         --size;
     }
     return size;
-}
-
-// Of a text of `chars` characters. One byte each is the usual case, and cheaper to see than to count: the JVM
-// has stored the bytes one by one just now, and reading them back in one sweep waits for all of them.
-int32_t textLength(const char *text, jsize chars) {
-    return text[chars] == '\0' ? chars : static_cast<int32_t>(strlen(text));
 }
 
 char *heapText(const char *bytes, int32_t size) {
@@ -77,30 +70,35 @@ bool clearException(JNIEnv *env) {
     return true;
 }
 
-char *jniStringCopyLimited(JNIEnv *env, jstring text, int32_t limit, CutAt cut, int32_t *kept) {
+jsize charsWithin(JNIEnv *env, jstring text, int32_t limit) {
+    return std::min<jsize>(env->GetStringLength(text), std::max(limit, 1)); // of at least one byte each
+}
+
+// The JVM need not put a NUL behind what it copies. The range is valid, so there is no exception either.
+int32_t utf8Region(JNIEnv *env, jstring text, jsize chars, char *room, int32_t limit, CutAt cut) {
+    memset(room + chars, 0, utf8Room(chars) - static_cast<size_t>(chars));
+    env->GetStringUTFRegion(text, 0, chars, room);
+    // One byte for each character is the usual case, and cheap to see.
+    const int32_t length = chars + static_cast<int32_t>(strlen(room + chars));
     limit = std::max(limit, 1);
+    if (length < limit) {
+        return length;
+    }
+    const int32_t size = cut == CutAt::Character ? trimToCharacter(room, limit) : limit;
+    room[size - 1] = '\0';
+    return size - 1;
+}
+
+char *jniStringCopyLimited(JNIEnv *env, jstring text, int32_t limit, CutAt cut, int32_t *kept) {
     if (text == nullptr) {
         return emptyCopy();
     }
-    // Each character takes at least one byte, so no more than `limit` of them can matter.
-    const jsize chars = std::min<jsize>(env->GetStringLength(text), limit);
-    const Scratch scratch(static_cast<size_t>(chars) * MAX_UTF8_PER_CHAR + 1);
+    const jsize chars = charsWithin(env, text, limit);
+    const Scratch scratch(utf8Room(chars));
     if (scratch.get() == nullptr) {
         return emptyCopy();
     }
-    scratch.get()[0] = '\0';
-    scratch.get()[chars] = '\0';
-    env->GetStringUTFRegion(text, 0, chars, scratch.get());
-    if (clearException(env)) {
-        return emptyCopy();
-    }
-    scratch.get()[static_cast<size_t>(chars) * MAX_UTF8_PER_CHAR] = '\0';
-    int32_t size = textLength(scratch.get(), chars) + 1;
-    const bool tooLong = size > limit;
-    size = std::min(size, limit);
-    if (tooLong && cut == CutAt::Character) {
-        size = trimToCharacter(scratch.get(), size);
-    }
+    const int32_t size = utf8Region(env, text, chars, scratch.get(), limit, cut) + 1;
     if (kept != nullptr) {
         *kept = size;
     }
@@ -108,7 +106,7 @@ char *jniStringCopyLimited(JNIEnv *env, jstring text, int32_t limit, CutAt cut, 
 }
 
 char *jniStringCopy(JNIEnv *env, jstring text) {
-    constexpr int32_t NO_LIMIT = INT32_MAX / (2 * MAX_UTF8_PER_CHAR);
+    constexpr int32_t NO_LIMIT = INT32_MAX / 8;
     return jniStringCopyLimited(env, text, NO_LIMIT, CutAt::AnyByte, nullptr);
 }
 

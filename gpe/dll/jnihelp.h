@@ -27,6 +27,16 @@ enum class CutAt { AnyByte, Character };
 // as 1. Only the part that can be kept is taken from the JVM.
 char *jniStringCopyLimited(JNIEnv *env, jstring text, int32_t limit, CutAt cut, int32_t *kept);
 
+// The same without the heap, in steps: how many characters of `text` (not null) can matter within `limit` bytes,
+// the NUL included; what room these may take; and their copy into such a room, terminated and cut like above.
+// The last gives the bytes kept, without the NUL.
+jsize charsWithin(JNIEnv *env, jstring text, int32_t limit);
+constexpr size_t utf8Room(jsize chars) {
+    constexpr size_t MOST_BYTES_PER_CHAR = 3;
+    return static_cast<size_t>(chars) * MOST_BYTES_PER_CHAR + 1;
+}
+int32_t utf8Region(JNIEnv *env, jstring text, jsize chars, char *room, int32_t limit, CutAt cut);
+
 // Copies a Java string into a fixed buffer, at most `room - 1` bytes, terminated. A null string changes
 // nothing.
 void jniStringToBuffer(JNIEnv *env, jstring text, char *buffer, size_t room);

@@ -61,62 +61,6 @@ jint gatedWithId(JNIEnv *env, Action action) {
     return td != nullptr ? static_cast<jint>(td->threadId.get()) : lookedUpId(env);
 }
 
-// ---------------------------------------------------------------- arrays
-
-// A malloc'ed copy of `count` elements; null if the array is null, shorter, or memory is out.
-template <typename T, typename Array>
-T *copyArray(JNIEnv *env, Array array, jint count, void (JNIEnv::*getRegion)(Array, jsize, jsize, T *)) {
-    if (array == nullptr || count <= 0 || env->GetArrayLength(array) < count) {
-        return nullptr;
-    }
-    T *copy = static_cast<T *>(malloc(static_cast<size_t>(count) * sizeof(T)));
-    if (copy != nullptr) {
-        (env->*getRegion)(array, 0, count, copy);
-    }
-    return copy;
-}
-
-int8_t *copyBytes(JNIEnv *env, jbyteArray bytes, jint count) {
-    return copyArray<jbyte>(env, bytes, count, &JNIEnv::GetByteArrayRegion);
-}
-
-// Payload of a bean request without usable data, so that a receiver can still walk the record: the length of
-// what follows, then three empty strings.
-constexpr int8_t EMPTY_BEAN[] = {0, 6, 0, 0, 0, 0, 0, 0};
-
-uint32_t lengthAt(const int8_t *bytes) {
-    return static_cast<uint32_t>(static_cast<uint8_t>(bytes[0])) << 8 | static_cast<uint8_t>(bytes[1]);
-}
-
-// The length of all that follows, then three strings that fill it exactly.
-bool isBean(const int8_t *data, uint32_t count) {
-    if (count < sizeof(EMPTY_BEAN) || lengthAt(data) != count - 2) {
-        return false;
-    }
-    uint32_t at = 2;
-    for (int i = 0; i < 3; ++i) {
-        if (at + 2 > count) {
-            return false;
-        }
-        at += 2 + lengthAt(data + at);
-    }
-    return at == count;
-}
-
-int8_t *copyBean(JNIEnv *env, jbyteArray data, jint *count) {
-    int8_t *copy = copyBytes(env, data, *count);
-    if (copy != nullptr && isBean(copy, static_cast<uint32_t>(*count))) {
-        return copy;
-    }
-    free(copy);
-    *count = sizeof(EMPTY_BEAN);
-    copy = static_cast<int8_t *>(malloc(sizeof(EMPTY_BEAN)));
-    if (copy != nullptr) {
-        memcpy(copy, EMPTY_BEAN, sizeof(EMPTY_BEAN));
-    }
-    return copy;
-}
-
 // ---------------------------------------------------------------- HTTP
 
 void startHttp(JNIEnv *env, jstring requestName, jstring applicationName, jstring url, jstring userId) {
@@ -128,24 +72,18 @@ void startHttp(JNIEnv *env, jstring requestName, jstring applicationName, jstrin
         }
         ++td->requestDepth;
     }
-    HttpEvent *event = assembly::newEvent<HttpEvent>(td, Event::SUB_START);
-    if (event == nullptr) {
-        return;
-    }
+    assembly::NestedDraft<HttpEvent> draft(td, Event::SUB_START);
     assembly::fillAndCharge(
-        env, *event, [=](HttpEvent &target, assembly::Texts &texts) { texts.copy(target.userId, userId); });
-    sendRequest(env, td, event, requestName, applicationName, url);
+        env, draft, [=](HttpEvent &event, assembly::Texts &texts) { texts.copy(event.userId, userId); });
+    sendRequest(env, td, draft, requestName, applicationName, url);
 }
 
 // Both ends carry the depth of the level that they close, also where no level was open.
 void endHttp(JNIEnv *env, ThreadData *td, Event::EventSubType subType, jstring requestName,
              jstring applicationName, jstring url) {
-    HttpEvent *event = assembly::newEvent<HttpEvent>(td, subType);
-    if (event == nullptr) {
-        return;
-    }
-    ++event->requestDepth;
-    sendRequest(env, td, event, requestName, applicationName, url);
+    assembly::NestedDraft<HttpEvent> draft(td, subType);
+    ++draft->requestDepth;
+    sendRequest(env, td, draft, requestName, applicationName, url);
 }
 
 bool isCancelledPage(JNIEnv *env, jstring requestName) {
@@ -277,26 +215,8 @@ void issueTraceRequest(JNIEnv *env) {
         return;
     }
     ThreadData *td = callingThread(env);
-    sendRequest(env, td, assembly::newEvent<TraceEvent>(td, Event::SUB_ALONE), name.get(), application.get(),
-                url.get());
-}
-
-struct XqiArrays {
-    int8_t *types;
-    int32_t *counts;
-    int64_t *avgTimes;
-};
-
-void sendXqi(JNIEnv *env, jstring mgrName, jstring queueName, jlong snapShotTime, XqiArrays arrays,
-             jint arrLength) {
-    if (arrays.types != nullptr && arrays.counts != nullptr && arrays.avgTimes != nullptr) {
-        appendXQIEvent(env, mgrName, queueName, snapShotTime, arrays.types, arrays.counts, arrays.avgTimes,
-                       arrLength);
-        return;
-    }
-    free(arrays.types);
-    free(arrays.counts);
-    free(arrays.avgTimes);
+    assembly::NestedDraft<TraceEvent> draft(td, Event::SUB_ALONE);
+    sendRequest(env, td, draft, name.get(), application.get(), url.get());
 }
 
 } // namespace
@@ -418,8 +338,7 @@ JNIEXPORT void JNICALL EVENT_AGENT(beginXQRequestNative)(JNIEnv *env, jclass, js
     }
 }
 
-// With `gpsSend` a correlated pair follows. A null token then has the length 0, and so has one that is longer
-// than the 16 bits of its length on the wire.
+// With `gpsSend` a correlated pair follows.
 JNIEXPORT void JNICALL EVENT_AGENT(endXQRequestNative)(JNIEnv *env, jclass, jstring queueMgr,
                                                        jstring queueName, jint type, jbyteArray gpsToken,
                                                        jboolean gpsSend) {
@@ -429,23 +348,15 @@ JNIEXPORT void JNICALL EVENT_AGENT(endXQRequestNative)(JNIEnv *env, jclass, jstr
     }
     endXQRequest(env, queueName, queueMgr, type);
     if (gpsSend == JNI_TRUE) {
-        const jsize given = gpsToken != nullptr ? env->GetArrayLength(gpsToken) : 0;
-        const jsize length = given <= UINT16_MAX ? given : 0;
-        processGpsXQRequest(env, queueName, queueMgr, type, copyBytes(env, gpsToken, length), length);
+        processGpsXQRequest(env, queueName, queueMgr, type, gpsToken);
     }
 }
 
 // ---------------------------------------------------------------- requests of the server
 
-// `data` is the payload as it goes out: a length of 16 bits, then three strings with such a length each. A
-// null array, a `count` that it does not hold, or bytes of another form count as three empty strings.
 JNIEXPORT jint JNICALL EVENT_AGENT(beginEJBRequestNative)(JNIEnv *env, jclass cls, jbyteArray data,
                                                           jint count) {
-    return gatedWithId(env, [=] {
-        jint length = count;
-        int8_t *copy = copyBean(env, data, &length);
-        beginBeanRequest(env, cls, copy, length);
-    });
+    return gatedWithId(env, [=] { beginBeanRequest(env, cls, data, count); });
 }
 
 JNIEXPORT jint JNICALL EVENT_AGENT(endEJBRequestNative)(JNIEnv *env, jclass cls) {
@@ -545,12 +456,7 @@ JNIEXPORT void JNICALL EVENT_AGENT(sendXQIRecordNative)(JNIEnv *env, jclass, jst
     if (!admitted || type == nullptr || arrLength <= 0 || env->GetArrayLength(type) != arrLength) {
         return;
     }
-    const XqiArrays arrays = {
-        copyBytes(env, type, arrLength),
-        copyArray<jint>(env, count, arrLength, &JNIEnv::GetIntArrayRegion),
-        copyArray<jlong>(env, avgTimeTaken, arrLength, &JNIEnv::GetLongArrayRegion),
-    };
-    sendXqi(env, mgrName, queueName, snapShotTime, arrays, arrLength);
+    appendXQIEvent(env, mgrName, queueName, snapShotTime, type, count, avgTimeTaken, arrLength);
 }
 
 JNIEXPORT void JNICALL EVENT_AGENT(setPSStatusEventNative)(JNIEnv *env, jclass, jstring status) {

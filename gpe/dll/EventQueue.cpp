@@ -1,0 +1,251 @@
+#include "EventQueue.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <mutex>
+
+namespace {
+
+// In front of each block.
+struct alignas(8) BlockHead {
+    uint32_t bytes; // with this head, a multiple of 8
+};
+
+size_t roundedUp(size_t bytes) {
+    return (bytes + 7) / 8 * 8;
+}
+
+} // namespace
+
+struct alignas(8) EventChunk {
+    std::atomic<EventChunk *> next{nullptr};
+    std::atomic<uint32_t> written{0}; // bytes that the consumer may read
+    const uint32_t capacity;
+
+    explicit EventChunk(uint32_t bytes) : capacity(bytes) {}
+    char *bytes() { return reinterpret_cast<char *>(this + 1); }
+};
+
+struct EventQueue::Kept {
+    Kept *next;
+    Event *event() { return reinterpret_cast<Event *>(this + 1); }
+};
+
+// ---------------------------------------------------------------- chunks
+
+namespace {
+
+// A queue begins with a small one, since most threads have little to tell.
+constexpr size_t SMALL_CHUNK = 1024;
+constexpr size_t LARGE_CHUNK = 32 * 1024;
+
+std::atomic<int64_t> bytesInUse{0};
+
+// Chunks of one size that wait for their next queue.
+class Pool {
+public:
+    constexpr Pool(size_t chunkBytes, int most) : size(chunkBytes), limit(most) {}
+
+    size_t chunkBytes() const { return size; }
+    void *take() {
+        const std::lock_guard<PlainLock> guard(lock);
+        EventChunk *chunk = free;
+        if (chunk != nullptr) {
+            free = chunk->next.load(std::memory_order_relaxed);
+            --count;
+        }
+        return chunk;
+    }
+    bool give(EventChunk *chunk) {
+        const std::lock_guard<PlainLock> guard(lock);
+        if (count == limit) {
+            return false;
+        }
+        chunk->next.store(free, std::memory_order_relaxed);
+        free = chunk;
+        ++count;
+        return true;
+    }
+
+private:
+    const size_t size;
+    const int limit;
+    PlainLock lock;
+    EventChunk *free = nullptr;
+    int count = 0;
+};
+
+Pool smallChunks(SMALL_CHUNK, 256);
+Pool largeChunks(LARGE_CHUNK, 64);
+
+// Null if memory is out. What fits no pool has a chunk of its own.
+EventChunk *newChunk(size_t bytes, bool first) {
+    const size_t wanted = bytes + sizeof(EventChunk);
+    Pool &pool = first && wanted <= SMALL_CHUNK ? smallChunks : largeChunks;
+    const size_t size = std::max(wanted, pool.chunkBytes());
+    void *place = size == pool.chunkBytes() ? pool.take() : nullptr;
+    if (place == nullptr) {
+        place = malloc(size);
+    }
+    if (place == nullptr) {
+        return nullptr;
+    }
+    bytesInUse.fetch_add(static_cast<int64_t>(size), std::memory_order_relaxed);
+    return new (place) EventChunk(static_cast<uint32_t>(size - sizeof(EventChunk)));
+}
+
+void freeChunk(EventChunk *chunk) {
+    const size_t size = chunk->capacity + sizeof(EventChunk);
+    bytesInUse.fetch_sub(static_cast<int64_t>(size), std::memory_order_relaxed);
+    for (Pool *pool : {&smallChunks, &largeChunks}) {
+        if (size == pool->chunkBytes() && pool->give(chunk)) {
+            return;
+        }
+    }
+    free(chunk);
+}
+
+} // namespace
+
+int64_t EventQueue::chunkBytesInUse() {
+    return bytesInUse.load(std::memory_order_relaxed);
+}
+
+// ---------------------------------------------------------------- those who append
+
+bool EventQueue::append(EventDraft &draft) {
+    const size_t bytes = sizeof(BlockHead) + roundedUp(draft.blockBytes());
+    const std::lock_guard<PlainLock> guard(lock);
+    EventChunk *chunk = chunkFor(bytes);
+    if (chunk == nullptr) {
+        return false;
+    }
+    const uint32_t at = chunk->written.load(std::memory_order_relaxed);
+    auto *block = new (chunk->bytes() + at) BlockHead{static_cast<uint32_t>(bytes)};
+    draft.moveTo(block + 1);
+    appended += 1;
+    chunk->written.store(at + static_cast<uint32_t>(bytes), std::memory_order_release);
+    return true;
+}
+
+// The last chunk if it has room, else a new one behind it.
+EventChunk *EventQueue::chunkFor(size_t bytes) {
+    if (tail != nullptr && tail->capacity - tail->written.load(std::memory_order_relaxed) >= bytes) {
+        return tail;
+    }
+    EventChunk *chunk = newChunk(bytes, tail == nullptr);
+    if (chunk == nullptr) {
+        return nullptr;
+    }
+    (tail != nullptr ? tail->next : head).store(chunk, std::memory_order_release);
+    tail = chunk;
+    return chunk;
+}
+
+// ---------------------------------------------------------------- the consumer
+
+EventQueue::~EventQueue() {
+    putBack();
+    while (first() != nullptr) {
+        removeFirst();
+    }
+}
+
+Event *EventQueue::first() {
+    if (kept != nullptr) {
+        return kept->event();
+    }
+    while (EventChunk *chunk = head.load(std::memory_order_acquire)) {
+        // In this order: what has a successor is not written any more.
+        EventChunk *next = chunk->next.load(std::memory_order_acquire);
+        if (readAt < chunk->written.load(std::memory_order_acquire)) {
+            return inChunk();
+        }
+        if (next != nullptr) {
+            head.store(next, std::memory_order_relaxed);
+            readAt = 0;
+            freeChunk(chunk);
+        } else if (giveBack(chunk)) {
+            return nullptr;
+        }
+    }
+    return nullptr;
+}
+
+// Of the first event in the chunks.
+Event *EventQueue::inChunk(size_t *bytes) const {
+    auto *block = reinterpret_cast<BlockHead *>(head.load(std::memory_order_relaxed)->bytes() + readAt);
+    if (bytes != nullptr) {
+        *bytes = block->bytes;
+    }
+    return reinterpret_cast<Event *>(block + 1);
+}
+
+// The last chunk of a queue that has been read to its end; false if something was appended meanwhile.
+bool EventQueue::giveBack(EventChunk *chunk) {
+    {
+        const std::lock_guard<PlainLock> guard(lock);
+        if (chunk != tail || readAt < chunk->written.load(std::memory_order_relaxed)) {
+            return false;
+        }
+        tail = nullptr;
+        head.store(nullptr, std::memory_order_relaxed);
+        readAt = 0;
+    }
+    freeChunk(chunk);
+    return true;
+}
+
+void EventQueue::removeFirst() {
+    removed += 1;
+    if (Kept *first = kept) {
+        kept = first->next;
+        first->event()->~Event();
+        free(first);
+        return;
+    }
+    size_t bytes;
+    inChunk(&bytes)->~Event();
+    readAt += static_cast<uint32_t>(bytes);
+}
+
+bool EventQueue::prepend(EventDraft &draft) {
+    Kept *node = static_cast<Kept *>(malloc(sizeof(Kept) + draft.blockBytes()));
+    if (node == nullptr) {
+        return false;
+    }
+    draft.moveTo(node->event());
+    node->next = kept;
+    kept = node;
+    removed -= 1;
+    return true;
+}
+
+bool EventQueue::setAside() {
+    Kept *node = kept;
+    if (node != nullptr) {
+        kept = node->next;
+    } else {
+        size_t bytes;
+        Event *event = inChunk(&bytes);
+        bytes -= sizeof(BlockHead);
+        node = static_cast<Kept *>(malloc(sizeof(Kept) + bytes));
+        if (node == nullptr) {
+            return false;
+        }
+        memcpy(node + 1, static_cast<const void *>(event), bytes);
+        readAt += static_cast<uint32_t>(bytes + sizeof(BlockHead));
+    }
+    node->next = nullptr;
+    *asideEnd = node;
+    asideEnd = &node->next;
+    return true;
+}
+
+void EventQueue::putBack() {
+    *asideEnd = kept;
+    kept = aside;
+    aside = nullptr;
+    asideEnd = &aside;
+}
