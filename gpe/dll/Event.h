@@ -1,6 +1,6 @@
-// One fact observed in the JVM. A native makes it on the stack of its thread (`EventDraft.h`), the queue keeps
-// it as one block with its texts (`EventQueue.h`), an event agent writes it from there: one owner at a time, so
-// no field needs a lock.
+// One fact observed in the JVM. A native makes it on the stack of its thread (`EventDraft.h`), the queue
+// keeps it as one block with its texts (`EventQueue.h`), an event agent writes it from there: one owner at a
+// time, so no field needs a lock.
 #pragma once
 
 #include <cstdint>
@@ -439,7 +439,7 @@ public:
 
     int32_t methodId = 0;
     int32_t detailKind = 0; // has no producer
-    Text detail; // has no producer
+    Text detail;            // has no producer
 };
 
 class HeapEvent : public Event {
@@ -454,7 +454,6 @@ public:
 
 class LockEvent : public Event {
 public:
-
     int32_t lockingMethodId = 0;
     Text lockedClassName;
     int32_t requestDepth = 0;

@@ -62,8 +62,8 @@ public:
     Texts(JNIEnv *jniEnv, EventDraft &eventDraft) : env(jniEnv), draft(eventDraft) {}
     void copy(Text &target, jstring text) { unweighed += take(target, text); }
     void weigh(Text &target, jstring text) { weighed += take(target, text); }
-    // As `copy`, but cut at `limit` bytes, the NUL included, and weighing nothing. Gives the bytes kept, the NUL
-    // included; 0 if there was none to copy.
+    // As `copy`, but cut at `limit` bytes, the NUL included, and weighing nothing. Gives the bytes kept, the
+    // NUL included; 0 if there was none to copy.
     int32_t cut(Text &target, jstring text, int32_t limit, CutAt where);
     // A list of `count` null texts, and one of them.
     void list(Text &target, int32_t count) { draft.putTexts(target, count); }

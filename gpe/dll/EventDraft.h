@@ -17,11 +17,11 @@ public:
     Event &event() { return *made; }
     const Event &event() const { return *made; }
 
-    // Room for `bytes` behind the texts so far, `alignment` (1 to 8) bytes aligned; null if memory is out. It is
-    // used by `keep`, and moves with the next call.
+    // Room for `bytes` behind the texts so far, `alignment` (1 to 8) bytes aligned; null if memory is out. It
+    // is used by `keep`, and moves with the next call.
     char *room(size_t bytes, size_t alignment = 1);
-    // Makes `field`, one of the event or of an array among its texts, tell of the first `bytes` of the room. The
-    // room has to hold one more: a NUL is put there.
+    // Makes `field`, one of the event or of an array among its texts, tell of the first `bytes` of the room.
+    // The room has to hold one more: a NUL is put there.
     void keep(Text &field, size_t bytes);
 
     // Both in one step; false, and `field` as it was, if memory is out.
@@ -33,8 +33,8 @@ public:
     // One of the array `field`; moves with the next `room`.
     Text &textAt(const Text &field, int32_t index);
 
-    // What a block takes, and its copy into a place of that size and aligned to 8 bytes. The copy owns what the
-    // event owned.
+    // What a block takes, and its copy into a place of that size and aligned to 8 bytes. The copy owns what
+    // the event owned.
     size_t blockBytes() const { return ownBytes + used; }
     Event *moveTo(void *place);
 

@@ -4,12 +4,16 @@
 #include <cstdlib>
 #include <cstring>
 #include <mutex>
+#include <new>
+#include <utility>
 
 namespace {
 
-// In front of each block.
+// In front of each event.
 struct alignas(8) BlockHead {
-    uint32_t bytes; // with this head, a multiple of 8
+    explicit BlockHead(size_t blockBytes) : bytes(static_cast<uint32_t>(blockBytes)) {}
+    uint32_t bytes; // of the event and its texts, a multiple of 8
+    Event *event() { return reinterpret_cast<Event *>(this + 1); }
 };
 
 size_t roundedUp(size_t bytes) {
@@ -29,8 +33,12 @@ struct alignas(8) EventChunk {
 
 struct EventQueue::Kept {
     Kept *next;
-    Event *event() { return reinterpret_cast<Event *>(this + 1); }
+    BlockHead head;
 };
+
+size_t EventQueue::blockBytes(const Event &event) {
+    return reinterpret_cast<const BlockHead *>(&event)[-1].bytes;
+}
 
 // ---------------------------------------------------------------- chunks
 
@@ -115,17 +123,16 @@ int64_t EventQueue::chunkBytesInUse() {
 // ---------------------------------------------------------------- those who append
 
 bool EventQueue::append(EventDraft &draft) {
-    const size_t bytes = sizeof(BlockHead) + roundedUp(draft.blockBytes());
+    const size_t bytes = roundedUp(draft.blockBytes());
     const std::lock_guard<PlainLock> guard(lock);
-    EventChunk *chunk = chunkFor(bytes);
+    EventChunk *chunk = chunkFor(sizeof(BlockHead) + bytes);
     if (chunk == nullptr) {
         return false;
     }
     const uint32_t at = chunk->written.load(std::memory_order_relaxed);
-    auto *block = new (chunk->bytes() + at) BlockHead{static_cast<uint32_t>(bytes)};
-    draft.moveTo(block + 1);
+    draft.moveTo((new (chunk->bytes() + at) BlockHead(bytes))->event());
     appended += 1;
-    chunk->written.store(at + static_cast<uint32_t>(bytes), std::memory_order_release);
+    chunk->written.store(at + static_cast<uint32_t>(sizeof(BlockHead) + bytes), std::memory_order_release);
     return true;
 }
 
@@ -154,13 +161,13 @@ EventQueue::~EventQueue() {
 
 Event *EventQueue::first() {
     if (kept != nullptr) {
-        return kept->event();
+        return kept->head.event();
     }
     while (EventChunk *chunk = head.load(std::memory_order_acquire)) {
         // In this order: what has a successor is not written any more.
         EventChunk *next = chunk->next.load(std::memory_order_acquire);
         if (readAt < chunk->written.load(std::memory_order_acquire)) {
-            return inChunk();
+            return reinterpret_cast<BlockHead *>(chunk->bytes() + readAt)->event();
         }
         if (next != nullptr) {
             head.store(next, std::memory_order_relaxed);
@@ -171,15 +178,6 @@ Event *EventQueue::first() {
         }
     }
     return nullptr;
-}
-
-// Of the first event in the chunks.
-Event *EventQueue::inChunk(size_t *bytes) const {
-    auto *block = reinterpret_cast<BlockHead *>(head.load(std::memory_order_relaxed)->bytes() + readAt);
-    if (bytes != nullptr) {
-        *bytes = block->bytes;
-    }
-    return reinterpret_cast<Event *>(block + 1);
 }
 
 // The last chunk of a queue that has been read to its end; false if something was appended meanwhile.
@@ -198,24 +196,30 @@ bool EventQueue::giveBack(EventChunk *chunk) {
 }
 
 void EventQueue::removeFirst() {
+    Event *event = first();
+    const size_t bytes = blockBytes(*event);
+    event->~Event();
     removed += 1;
-    if (Kept *first = kept) {
-        kept = first->next;
-        first->event()->~Event();
-        free(first);
-        return;
+    if (Kept *gone = kept) {
+        kept = gone->next;
+        free(gone);
+    } else {
+        readAt += static_cast<uint32_t>(sizeof(BlockHead) + bytes);
     }
-    size_t bytes;
-    inChunk(&bytes)->~Event();
-    readAt += static_cast<uint32_t>(bytes);
+}
+
+// Null if memory is out.
+EventQueue::Kept *EventQueue::newKept(size_t bytes) {
+    void *place = malloc(sizeof(Kept) + bytes);
+    return place != nullptr ? new (place) Kept{nullptr, BlockHead(bytes)} : nullptr;
 }
 
 bool EventQueue::prepend(EventDraft &draft) {
-    Kept *node = static_cast<Kept *>(malloc(sizeof(Kept) + draft.blockBytes()));
+    Kept *node = newKept(roundedUp(draft.blockBytes()));
     if (node == nullptr) {
         return false;
     }
-    draft.moveTo(node->event());
+    draft.moveTo(node->head.event());
     node->next = kept;
     kept = node;
     removed -= 1;
@@ -225,19 +229,17 @@ bool EventQueue::prepend(EventDraft &draft) {
 bool EventQueue::setAside() {
     Kept *node = kept;
     if (node != nullptr) {
-        kept = node->next;
+        kept = std::exchange(node->next, nullptr);
     } else {
-        size_t bytes;
-        Event *event = inChunk(&bytes);
-        bytes -= sizeof(BlockHead);
-        node = static_cast<Kept *>(malloc(sizeof(Kept) + bytes));
+        const Event *event = first();
+        const size_t bytes = blockBytes(*event);
+        node = newKept(bytes);
         if (node == nullptr) {
             return false;
         }
-        memcpy(node + 1, static_cast<const void *>(event), bytes);
-        readAt += static_cast<uint32_t>(bytes + sizeof(BlockHead));
+        memcpy(static_cast<void *>(node->head.event()), static_cast<const void *>(event), bytes);
+        readAt += static_cast<uint32_t>(sizeof(BlockHead) + bytes);
     }
-    node->next = nullptr;
     *asideEnd = node;
     asideEnd = &node->next;
     return true;

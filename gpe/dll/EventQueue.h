@@ -1,7 +1,7 @@
 // The events of one thread that wait for their agent, each a block with its texts, in a chain of chunks. Who
-// appends takes a lock, which nearly always is its own thread's alone; the one consumer reads past it and takes
-// it only to give the last chunk back, so that an empty queue holds none. Chunks come from a pool that is
-// shared by all queues.
+// appends takes a lock, which nearly always is its own thread's alone; the one consumer reads past it and
+// takes it only to give the last chunk back, so that an empty queue holds none. Chunks come from a pool that
+// is shared by all queues.
 #pragma once
 
 #include "EventDraft.h"
@@ -21,15 +21,17 @@ public:
     EventQueue(const EventQueue &) = delete;
     EventQueue &operator=(const EventQueue &) = delete;
 
-    // Any thread: takes the draft's event over, behind all others; false, and nothing taken, if memory is out.
+    // Any thread: takes the draft's event over, behind all others; false, and nothing taken, if memory is
+    // out.
     bool append(EventDraft &draft);
     // Any thread; a hint while others append.
     int32_t size() const { return static_cast<int32_t>(appended - removed); }
 
     // The rest is the consumer's.
 
-    // The oldest event; null if there is none. It stands until it is removed.
+    // The oldest event; null if there is none. It stands until it is removed. And the size of its block.
     Event *first();
+    static size_t blockBytes(const Event &event);
     // Destroys the oldest; there must be one.
     void removeFirst();
     // Puts it in front of all others; false, and nothing taken, if memory is out.
@@ -46,8 +48,8 @@ private:
     struct Kept; // an event in a block of its own
 
     EventChunk *chunkFor(size_t bytes);
+    static Kept *newKept(size_t bytes);
     bool giveBack(EventChunk *chunk);
-    Event *inChunk(size_t *bytes = nullptr) const;
 
     // Of those who append, behind the lock.
     PlainLock lock;

@@ -11,12 +11,13 @@
 
 class ThreadData;
 
-// Hands an event to its thread's queue, unless a Java listener refuses its type. A null `thr` is replaced by the calling thread's data. False if the collector was stopped meanwhile:
-// no `ThreadData` looked up before may then be touched.
+// Hands an event to its thread's queue, unless a Java listener refuses its type. A null `thr` is replaced by
+// the calling thread's data. False if the collector was stopped meanwhile: no `ThreadData` looked up before
+// may then be touched.
 bool appendRequestEvent(JNIEnv *env, ThreadData *thr, EventDraft &request);
 
-// Complete a request event (names, clocks, weight) and append it; nothing with a null `storage`. Names are cut
-// at `urlLimit` bytes. The draft's event is a `RequestEvent`. The result as of `appendRequestEvent`.
+// Complete a request event (names, clocks, weight) and append it; nothing with a null `storage`. Names are
+// cut at `urlLimit` bytes. The draft's event is a `RequestEvent`. The result as of `appendRequestEvent`.
 bool sendRequest(JNIEnv *env, ThreadData *storage, EventDraft &request, jstring requestName,
                  jstring applicationName, jstring url);
 // Two events of a thread within the same millisecond share their clocks.
@@ -42,8 +43,8 @@ void beginJavaMailRequest(JNIEnv *env, jstring url, jstring subject);
 void endJavaMailRequest(JNIEnv *env, jstring url, jstring subject);
 void beginXQRequest(JNIEnv *env, jstring queueName, jstring queueMgrName, jint act);
 void endXQRequest(JNIEnv *env, jstring queueName, jstring queueMgrName, jint act);
-// A correlated message as a begin and end pair. A token that is null, or longer than the 16 bits of its length
-// on the wire, counts as empty.
+// A correlated message as a begin and end pair. A token that is null, or longer than the 16 bits of its
+// length on the wire, counts as empty.
 void processGpsXQRequest(JNIEnv *env, jstring queueName, jstring queueMgrName, jint act, jbyteArray gpsToken);
 
 // Work inside a request that no native reports at its usual level: objects made, and monitors entered. The
@@ -65,8 +66,8 @@ bool endLockContention(JNIEnv *env, jint lockingMethodId, jstring lockedClassNam
                        jint waitingThreadId);
 
 // Requests of the server itself; recorded everywhere.
-// `data` is the payload as it goes out: a length of 16 bits, then three strings with such a length each. A null
-// array, a `count` that it does not hold, or bytes of another form count as three empty strings.
+// `data` is the payload as it goes out: a length of 16 bits, then three strings with such a length each. A
+// null array, a `count` that it does not hold, or bytes of another form count as three empty strings.
 void beginBeanRequest(JNIEnv *env, jclass thisClass, jbyteArray data, jint count);
 void endBeanRequest(JNIEnv *env, jclass thisClass);
 // Nothing for no values or a null array; values that are no strings count as null.

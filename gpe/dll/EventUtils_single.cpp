@@ -53,8 +53,8 @@ void appendGWXEvent(JNIEnv *env, jstring gatewayName, jstring serverName, jstrin
 
 void appendXQIEvent(JNIEnv *env, jstring mgrName, jstring queueName, jlong snapShotTime, jbyteArray type,
                     jintArray count, jlongArray avgTimeTaken, jint arrLength) {
-    for (const jarray array : {static_cast<jarray>(type), static_cast<jarray>(count),
-                               static_cast<jarray>(avgTimeTaken)}) {
+    for (const jarray array :
+         {static_cast<jarray>(type), static_cast<jarray>(count), static_cast<jarray>(avgTimeTaken)}) {
         if (array == nullptr || env->GetArrayLength(array) < arrLength) {
             return;
         }
@@ -84,8 +84,7 @@ void appendSamplingRateEvent(JNIEnv *env, const int32_t *levels, int32_t useDefa
 
 void appendPSStatusRecEvent(JNIEnv *env, jstring mesg) {
     Draft<PSStatusEvent> draft(Event::SUB_ALONE);
-    fillAndCharge(env, draft,
-                  [=](PSStatusEvent &event, Texts &texts) { texts.weigh(event.message, mesg); });
+    fillAndCharge(env, draft, [=](PSStatusEvent &event, Texts &texts) { texts.weigh(event.message, mesg); });
     appendSpecial(draft);
 }
 

@@ -164,7 +164,8 @@ void ThreadData::reportRefusal(const EventDraft *evt) const {
         traceWarn("Append Event failed Evt is NULL ");
     } else {
         traceWarn("Append Event Thread is dead: %d, EvtType: %d Evt SubType: %d TID: %d", acceptsEvents(),
-                  static_cast<int>(evt->event().type), static_cast<int>(evt->event().subType), threadId.get());
+                  static_cast<int>(evt->event().type), static_cast<int>(evt->event().subType),
+                  threadId.get());
     }
 }
 

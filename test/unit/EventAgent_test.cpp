@@ -38,7 +38,7 @@ protected:
         if (td == nullptr) {
             return false;
         }
-        td->appendEvent(sqlStart(td, "load"));
+        appendSqlStart(td, "load");
         if (last) {
             endThread(jni);
         }
@@ -76,7 +76,7 @@ protected:
                 ThreadData *td = threadOf(jni);
                 ASSERT_NE(nullptr, td);
                 const std::string text = key(producer, life) + ":" + std::to_string(i) + " ";
-                ASSERT_TRUE(td->appendEvent(sqlStart(td, text + std::string((producer + i * 7) % 180, 'x'))));
+                ASSERT_TRUE(appendSqlStart(td, text + std::string((producer + i * 7) % 180, 'x')));
             }
             endThread(jni);
         }
@@ -137,7 +137,7 @@ TEST_F(EventAgentTest, APacketIsFilledToItsLastByte) {
     const std::string otherHalf(ROOM - 2 * SQL_RECORD - half.size(), 'c');
     const std::vector<std::string> texts = {exact, half, otherHalf, "d", exact, "e"};
     for (const std::string &text : texts) {
-        td->appendEvent(sqlStart(td, text));
+        appendSqlStart(td, text);
     }
     // The first packet is full at its end, so is the second; "d" and the next do not go together.
     const int left[] = {5, 3, 2, 1, 0};
@@ -158,10 +158,10 @@ TEST_F(EventAgentTest, AnEventLargerThanAPacketGoesAlone) {
         const std::string tooLong(ROOM - SQL_RECORD + 1, 'x');
         const int before = log.count(TOO_SMALL);
         for (const std::string &text : {tooLong, std::string("one"), tooLong, tooLong, std::string("two")}) {
-            td->appendEvent(sqlStart(td, text));
+            appendSqlStart(td, text);
         }
-        td->appendEvent(new MethodEvent(Event::SUB_START)); // has no record yet: lost like one that was sent
-        td->appendEvent(sqlStart(td, "three"));
+        append<MethodEvent>(td, Event::SUB_START); // has no record yet: lost like one that was sent
+        appendSqlStart(td, "three");
         stepper.release();
         EXPECT_EQ((std::vector<std::string>{"one", "two", "three"}), textsAfter(3));
         EXPECT_EQ(3, log.count(TOO_SMALL) - before);
@@ -175,17 +175,17 @@ TEST_F(EventAgentTest, AnEventLargerThanAPacketGoesAlone) {
 
 // ---------------------------------------------------------------- queues that are too long
 
-using Make = Event *(*)(Event::EventSubType);
 
+using Make = bool (*)(ThreadData *td, Event::EventSubType subType);
 template <typename E>
-Event *make(Event::EventSubType subType) {
-    return new E(subType);
+bool make(ThreadData *td, Event::EventSubType subType) {
+    return append<E>(td, subType);
 }
 
 constexpr Make SQL = make<SQLEvent>;
 constexpr Make METHOD = make<MethodEvent>;
 constexpr Make HTTP = make<HttpEvent>;
-constexpr Make SAMPLING = [](Event::EventSubType) -> Event * { return new SamplingEvent; };
+constexpr Make SAMPLING = [](ThreadData *td, Event::EventSubType) { return append<SamplingEvent>(td); };
 
 struct Overfull {
     const char *name;
@@ -206,10 +206,10 @@ TEST_P(AnOverfullQueue, LosesItsOldestAndSaysSo) {
     int kept = 0;
     for (const Make oldest : GetParam().oldest) {
         kept += oldest == SAMPLING ? 1 : 0;
-        td->appendEvent(oldest(GetParam().subType));
+        oldest(td, GetParam().subType);
     }
     for (int i = 0; i < LIMIT; ++i) {
-        td->appendEvent(sqlStart(td, std::to_string(i)));
+        appendSqlStart(td, std::to_string(i));
     }
     stepper.step();
     const bool told = !GetParam().counters.empty();
@@ -253,13 +253,12 @@ TEST_F(EventAgentTest, TheRecordOfDropsIsNeverCut) {
     size_t expected = 0;
     FakeJni last;
     for (int left = DROPPED_RECORD + 2; left >= 0; --left) {
-        filler->appendEvent(
-            sqlStart(filler, std::string(static_cast<size_t>(ROOM - SQL_RECORD - left), 'f')));
+        appendSqlStart(filler, std::string(static_cast<size_t>(ROOM - SQL_RECORD - left), 'f'));
         FakeJni ending; // so that each round begins ahead of the filler; the last one stays, for its accounts
         FakeJni &jni = left > 0 ? ending : last;
         ThreadData *overfull = threadOf(jni);
         for (const char *text : {"gone", "1", "2", "3"}) {
-            overfull->appendEvent(sqlStart(overfull, text));
+            appendSqlStart(overfull, text);
         }
         endThread(ending);
         stepper.step(4);
@@ -279,7 +278,7 @@ TEST_F(EventAgentTest, WhatWasRefusedAtAppendIsToldOnce) {
     FakeJni jni;
     ThreadData *td = threadOf(jni);
     for (int i = 0; i < 5010; ++i) {
-        td->appendEvent(sqlStart(td, "x"));
+        appendSqlStart(td, "x");
     }
     stepper.step(2);
     EXPECT_EQ(1, log.messages(1044));
@@ -304,14 +303,14 @@ TEST_F(EventAgentTest, WithoutAServerQueuesAreKeptShort) {
     pump()->setSleepTime(1);
     FakeJni jni;
     ThreadData *td = threadOf(jni);
-    td->appendEvent(new SamplingEvent);
+    append<SamplingEvent>(td);
     for (int i = 0; i < 3000; ++i) {
-        td->appendEvent(sqlStart(td, std::to_string(i)));
+        appendSqlStart(td, std::to_string(i));
     }
     stepper.step();
     for (int pass = 1; pass <= 14; ++pass) {
         FakeJni ending;
-        threadOf(ending)->appendEvent(new SQLEvent(Event::SUB_START));
+        append<SQLEvent>(threadOf(ending), Event::SUB_START);
         endThread(ending);
         stepper.step();
         EXPECT_EQ(3001, td->queueSize()) << pass;
@@ -320,10 +319,9 @@ TEST_F(EventAgentTest, WithoutAServerQueuesAreKeptShort) {
     }
     stepper.step();
     EXPECT_EQ(1001, td->queueSize());
-    Event *oldest = td->eventQueue->removeFirst();
+    const Queued oldest = takeFirst(*td->eventQueue);
     EXPECT_EQ(Event::TYPE_SAMPLING, oldest->type) << "the protected one stays in front";
     td->addToConsumed(*oldest);
-    delete oldest;
     stepper.step();
     EXPECT_EQ(1000, td->queueSize());
     EXPECT_EQ(static_cast<int32_t>(1000 * sizeof(SQLEvent)), pump()->getTotalDataSize());
@@ -346,21 +344,19 @@ TEST_F(EventAgentTest, TheLeaderSendsTheInitialDataBeforeTheOthersMaySend) {
     for (int i = 0; i < 4 && others == nullptr; ++i) {
         environments.push_back(std::make_unique<FakeJni>());
         ThreadData *td = threadOf(*environments.back());
-        td->appendEvent(sqlStart(td, "before"));
+        appendSqlStart(td, "before");
         others = eventually([&] { return td->queueSize() == 0; }, 2000) ? td : nullptr;
     }
     ASSERT_NE(nullptr, others);
 
     ThreadData *special = pump()->getSpecialThreadData();
-    PSStatusEvent *old = new PSStatusEvent;
-    old->message = strdup("for the old connection");
-    special->appendEvent(old);
-    resendSamplingRatesHook = [](JNIEnv *) {
-        pump()->getSpecialThreadData()->appendEvent(new SamplingEvent);
-    };
+    Draft<PSStatusEvent> old;
+    old.put(old->message, "for the old connection", 22);
+    special->appendEvent(&old);
+    resendSamplingRatesHook = [](JNIEnv *) { append<SamplingEvent>(pump()->getSpecialThreadData()); };
     pump()->notifySocketStatus();
     std::this_thread::sleep_for(milliseconds(400)); // a pass that began before may still send
-    others->appendEvent(sqlStart(others, "after"));
+    appendSqlStart(others, "after");
     std::this_thread::sleep_for(milliseconds(150));
     EXPECT_EQ(1, others->queueSize());
     EXPECT_EQ(0, FakeJni::calls);
@@ -380,20 +376,18 @@ TEST_F(EventAgentTest, ALostConnectionBringsTheInitialDataAgain) {
     FakeJni::classesMissing = true; // and no word about it
     server.emplace();
     startAndWait();
-    resendSamplingRatesHook = [](JNIEnv *) {
-        pump()->getSpecialThreadData()->appendEvent(new SamplingEvent);
-    };
+    resendSamplingRatesHook = [](JNIEnv *) { append<SamplingEvent>(pump()->getSpecialThreadData()); };
     FakeJni jni;
     ThreadData *td = threadOf(jni);
-    td->appendEvent(sqlStart(td, "first"));
+    appendSqlStart(td, "first");
     ASSERT_TRUE(receivesText("first"));
     server->resetAll();
     int sent = 0;
     ASSERT_TRUE(eventually([&] {
-        td->appendEvent(sqlStart(td, std::to_string(sent++)));
+        appendSqlStart(td, std::to_string(sent++));
         return server->count() == 2;
     }));
-    td->appendEvent(sqlStart(td, "last"));
+    appendSqlStart(td, "last");
     ASSERT_TRUE(receivesText("last"));
     const Stream again(server->bytes(1));
     EXPECT_EQ(1, std::count_if(again.records.begin(), again.records.end(),
@@ -410,7 +404,7 @@ TEST_F(EventAgentTest, WithoutSleepAPassFollowsASentPacketAndAStopWakesTheSleepe
     ThreadData *td = threadOf(jni);
     const auto begin = Clock::now();
     for (int i = 0; i < 3; ++i) {
-        td->appendEvent(sqlStart(td, "x"));
+        appendSqlStart(td, "x");
         stepper.step();
     }
     EXPECT_GT(5000, millisSince(begin));
@@ -433,7 +427,7 @@ TEST_F(EventAgentTest, AnAgentsThreadThatIsListedElsewhereIsNotListedTwice) {
         endThread(jni);
     });
     ASSERT_TRUE(eventually([] { return pump()->getRoundRobinIndex() == 1; }));
-    seen.load()->appendEvent(sqlStart(seen, "x"));
+    appendSqlStart(seen, "x");
     EXPECT_EQ(1, pump()->getNumberOfEvents());
     pump()->stopEvtAgent(1);
     EXPECT_TRUE(eventually([] { return pump()->getNumberOfEvents() == 0; })) << "ended, destroyed once";

@@ -451,8 +451,8 @@ TEST_F(FamiliesTest, TextsAreCutAtTheirLimit) {
             if (&c.limitOf == &sqlLimit) {
                 beginSQLRequest(worker.env, nullptr, text.get(), text.get());
             } else {
-                sendRequest(worker.env, worker.data(), new HttpEvent(Event::SUB_START), text.get(),
-                            text.get(), text.get());
+                Draft<HttpEvent> event(Event::SUB_START);
+                sendRequest(worker.env, worker.data(), event, text.get(), text.get(), text.get());
             }
             worker.data()->requestDepth = 0;
             const std::vector<Seen> seen = worker.take();
@@ -476,7 +476,8 @@ TEST_F(FamiliesTest, TheFirst254TextsSetTheWeightOfAllThatFollow) {
             return worker.take().at(0).weight - static_cast<int>(sizeof(SQLEvent));
         };
         const auto request = [&](jstring url) {
-            sendRequest(env, worker.data(), new HttpEvent(Event::SUB_START), longer.get(), longer.get(), url);
+            Draft<HttpEvent> event(Event::SUB_START);
+            sendRequest(env, worker.data(), event, longer.get(), longer.get(), url);
             return worker.take().at(0).weight - static_cast<int>(sizeof(RequestEvent));
         };
         for (int i = 1; i <= 253; ++i) {

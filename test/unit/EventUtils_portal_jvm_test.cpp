@@ -7,18 +7,16 @@ using namespace families_test;
 
 namespace {
 
-using Queued = std::unique_ptr<Event>;
-
 std::vector<Queued> takeEvents(ThreadData &td) {
     std::vector<Queued> events;
-    while (Event *event = td.eventQueue->removeFirst()) {
-        events.emplace_back(event);
+    while (Queued event = takeFirst(*td.eventQueue)) {
+        events.push_back(std::move(event));
     }
     return events;
 }
 
-std::string shown(const char *text) {
-    return text != nullptr ? text : "null";
+std::string shown(const Text &text) {
+    return text.isNull() ? "null" : text.data();
 }
 
 template <typename E>

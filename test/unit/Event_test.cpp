@@ -1,5 +1,6 @@
 #include "Event.h"
 
+#include "EventQueue.h"
 #include "ProtocolVisitor.h"
 #include "RecordedLog.h"
 #include "class.h"
@@ -28,43 +29,29 @@ TEST(Event, UnknownTypesAreRefusedWithAWarning) {
     EXPECT_EQ(unknown.size(), log.lines().size()) << "neither is told";
 }
 
-// What a destructor frees twice or not at all is found by the address sanitiser.
-TEST(Event, FreesWhatItOwns) {
-    PortalMethodConstantEvent *constant = new PortalMethodConstantEvent;
-    char name[] = "doView";
-    constant->methodName = name;
-    delete constant;
-    EXPECT_STREQ("doView", name);
-
-    GenericEvent *generic = new GenericEvent(Event::TYPE_GENERIC_START, 1, 2);
-    generic->ctxValues[1] = strdup("second");
-    EXPECT_EQ(nullptr, generic->ctxValues[0]);
-    delete generic;
-
-    EXPECT_EQ(0, GenericExceptionEvent(1, -5).nCtxProps);
-
-    LockContentionEvent *contention = new LockContentionEvent(Event::SUB_START);
-    contention->lockedClassName = strdup("java/lang/Object");
-    contention->owningRequestName = strdup("/request");
-    delete contention;
-}
-
+// What is freed twice or not at all is found by the address sanitiser.
 TEST(Event, ClassRecordGoesWithItsEventOnlyIfItSaysSo) {
     jclass_t registered;
     registered.name = strdup("shop/Cart");
-    ClassEvent *event = new ClassEvent(Event::SUB_CLASS_LOAD);
-    event->classRecord = &registered;
-    delete event;
+    const auto carried = [] {
+        auto *record = new jclass_t;
+        record->deleteWithEvent = 1;
+        record->methods = new jmethod_t[2];
+        record->methodCount = 2;
+        record->methods[1].signature = strdup("()V");
+        return record;
+    };
+    EventQueue queue;
+    for (jclass_t *record : {&registered, carried()}) {
+        Draft<ClassEvent> queued(Event::SUB_CLASS_LOAD);
+        queued->classRecord = record;
+        ASSERT_TRUE(queue.append(queued));
+    }
+    queue.removeFirst();
+    queue.removeFirst();
+    Draft<ClassEvent> neverQueued(Event::SUB_CLASS_UNLOAD);
+    neverQueued->classRecord = carried();
     EXPECT_STREQ("shop/Cart", registered.name);
-
-    jclass_t *carried = new jclass_t;
-    carried->deleteWithEvent = 1;
-    carried->methods = new jmethod_t[2];
-    carried->methodCount = 2;
-    carried->methods[1].signature = strdup("()V");
-    event = new ClassEvent(Event::SUB_CLASS_UNLOAD);
-    event->classRecord = carried;
-    delete event;
 }
 
 } // namespace

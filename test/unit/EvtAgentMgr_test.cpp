@@ -142,7 +142,7 @@ TEST_F(EvtAgentMgrTest, CountsWhatIsQueued) {
     ThreadData *td = threadOf(jni);
     ASSERT_NE(nullptr, td);
     for (int i = 0; i < 3; ++i) {
-        td->appendEvent(sqlStart(td, "x"));
+        appendSqlStart(td, "x");
     }
     EXPECT_EQ(3, pump()->getNumberOfEvents());
     stepper.step();
@@ -172,13 +172,13 @@ TEST_F(EvtAgentMgrTest, ChecksForgetNoGrowth) {
     }
     const auto grow = [](ThreadData *thr, int events) {
         for (int i = 0; i < events; ++i) {
-            SQLEvent *evt = new SQLEvent(Event::SUB_START);
+            Draft<SQLEvent> evt(Event::SUB_START);
             evt->size = 30000;
-            thr->appendEvent(evt);
+            thr->appendEvent(&evt);
             pump()->getTotalBytesConsumed();
         }
     };
-    threadOf(second)->appendEvent(new SQLEvent(Event::SUB_START));
+    append<SQLEvent>(threadOf(second), Event::SUB_START);
     {
         const ZykLockGuard held(threadMgr.get()->destructionLock());
         endThread(second); // agent 1 gets as far as its destruction
@@ -209,7 +209,7 @@ TEST_F(EvtAgentMgrTest, ANewSleepTimeWakesTheSleepers) {
     ASSERT_TRUE(eventually([&] { return mgr->isConnected(&probe); }));
     FakeJni jni;
     ThreadData *td = threadOf(jni);
-    td->appendEvent(sqlStart(td, "woken"));
+    appendSqlStart(td, "woken");
     std::this_thread::sleep_for(milliseconds(100));
     EXPECT_TRUE(received().empty());
     mgr->setSleepTime(1);
@@ -217,7 +217,7 @@ TEST_F(EvtAgentMgrTest, ANewSleepTimeWakesTheSleepers) {
     EXPECT_TRUE(receivesText("woken"));
     pump()->setSleepTime(60000);
     std::this_thread::sleep_for(milliseconds(100));
-    td->appendEvent(sqlStart(td, "asleep"));
+    appendSqlStart(td, "asleep");
     pump()->setSleepTime(70000); // a longer one lets it sleep
     std::this_thread::sleep_for(milliseconds(100));
     EXPECT_EQ(1, td->queueSize());

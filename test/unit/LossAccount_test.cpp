@@ -34,8 +34,8 @@ TEST(LossAccount, KnowsWhatIsLostWithAnEvent) {
         {std::make_unique<HttpEvent>(Event::SUB_FAILED), {0, 1, 0, 0, 0, 0}},
         {std::make_unique<MethodEvent>(Event::SUB_END), {0, 0, 0, 1, 0, 0}},
         {std::make_unique<SQLEvent>(Event::SUB_START), {0, 0, 0, 0, 1, 0}},
-        {std::make_unique<GenericEvent>(Event::TYPE_GENERIC_START, 1, 0), {1, 0, 0, 0, 0, 0}},
-        {std::make_unique<GenericEvent>(Event::TYPE_GENERIC_STOP, 1, 0), {0, 1, 0, 0, 0, 0}},
+        {std::make_unique<GenericEvent>(Event::TYPE_GENERIC_START, 1), {1, 0, 0, 0, 0, 0}},
+        {std::make_unique<GenericEvent>(Event::TYPE_GENERIC_STOP, 1), {0, 1, 0, 0, 0, 0}},
         {std::make_unique<TraceEvent>(), {0, 0, 0, 0, 0, 0}},
         {std::make_unique<GPSEvent>(Event::SUB_CORRELATED_RECEIVED), {0, 0, 0, 0, 0, 0}},
     };
@@ -101,7 +101,7 @@ protected:
     }
     void begin(ThreadData *td, int events, size_t length = 10) {
         for (int i = 0; i < events; ++i) {
-            td->appendEvent(sqlStart(td, std::string(length, 'x')));
+            appendSqlStart(td, std::string(length, 'x'));
         }
         begun += static_cast<uint64_t>(events);
     }

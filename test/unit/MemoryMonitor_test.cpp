@@ -4,6 +4,7 @@
 #include "FakeVm.h"
 #include "ProbeState.h"
 #include "PropertyMgr.h"
+#include "QueuedEvents.h"
 #include "RecordedLog.h"
 #include "ThreadData.h"
 #include "ThreadMgr.h"
@@ -122,11 +123,10 @@ protected:
     static std::vector<std::string> queued(JNIEnv *env) {
         std::vector<std::string> found;
         ThreadData *td = threadMgr->getThreadData(env);
-        while (Event *event = td->eventQueue->removeFirst()) {
+        while (const Queued event = takeFirst(*td->eventQueue)) {
             const bool marker = event->type == Event::TYPE_DROPPED && event->subType == Event::SUB_ALONE &&
                                 event->threadId == td->threadId;
             found.push_back(marker ? "marker" : "event " + std::to_string(event->type));
-            delete event;
         }
         return found;
     }
@@ -553,7 +553,7 @@ TEST_F(MemoryMonitorTest, ControlsAndGateRunBesideEachOther) {
             for (long call = 0; !done; ++call) {
                 td->requestDepth = static_cast<int32_t>(call % 3);
                 ++(shouldReject(env) ? rejected : accepted);
-                delete td->eventQueue->removeFirst();
+                takeFirst(*td->eventQueue);
                 sqlSamples.add(30);
             }
         });

@@ -1,6 +1,7 @@
 #include "ProtocolVisitor.h"
 
 #include "Bytes.h"
+#include "EventDraft.h"
 #include "FakeVm.h"
 #include "decoder/RecordReader.h"
 
@@ -10,6 +11,7 @@
 #include <gtest/gtest.h>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace {
@@ -17,34 +19,39 @@ namespace {
 constexpr char UNTOUCHED = '\x5A';
 constexpr uint32_t LEVEL = 2;
 
-using EventPtr = std::unique_ptr<Event>;
+using EventPtr = std::shared_ptr<EventDraft>;
 using Make = EventPtr (*)();
 
-char *text(const char *value) {
-    return strdup(value);
-}
-
-template <typename T>
-T *heapArray(std::initializer_list<T> values) {
-    T *array = static_cast<T *>(malloc(values.size() * sizeof(T)));
-    std::copy(values.begin(), values.end(), array);
-    return array;
-}
+// An event on the heap, with its texts.
+template <typename E>
+class Made : public std::shared_ptr<Draft<E>> {
+public:
+    template <typename... Args>
+    explicit Made(Args... args) : std::shared_ptr<Draft<E>>(std::make_shared<Draft<E>>(args...)) {}
+    E *operator->() const { return &***this; }
+    void put(Text &field, std::string_view text) const { this->get()->put(field, text.data(), text.size()); }
+    template <typename T>
+    void putArray(Text &field, std::initializer_list<T> values) const {
+        this->get()->put(field, values.begin(), values.size() * sizeof(T), alignof(T));
+    }
+};
 
 // Every byte of the common fields differs, so that a swap of two bytes or two fields shows.
-template <typename E>
-std::unique_ptr<E> stamped(E *event) {
+template <typename E, typename... Args>
+Made<E> stamped(Args... args) {
+    const Made<E> event(args...);
     event->threadId = 0x01020304;
     event->timeSec = 0x11121314;
     event->timeUSec = 0x15161718;
     event->cpuTime = 0x2122232425262728;
-    return std::unique_ptr<E>(event);
+    return event;
 }
 
-template <typename E>
-std::unique_ptr<E> nested(E *event) {
+template <typename E, typename... Args>
+Made<E> nested(Args... args) {
+    const Made<E> event = stamped<E>(args...);
     event->requestDepth = 0xA05; // goes out as its low byte
-    return stamped(event);
+    return event;
 }
 
 // With @ for the prefix behind the type.
@@ -57,76 +64,84 @@ std::string record(std::string notation) {
 
 template <typename E, typename... Args>
 EventPtr named(const char *request, const char *application, const char *url, Args... args) {
-    auto event = nested(new E(args...));
-    event->requestName = text(request);
-    event->applicationName = text(application);
-    event->url = text(url);
-    event->userId = text("me");
+    auto event = nested<E>(args...);
+    event.put(event->requestName, request);
+    event.put(event->applicationName, application);
+    event.put(event->url, url);
+    event.put(event->userId, "me");
     return event;
 }
 
 template <typename E>
 EventPtr plain(Event::EventSubType sub) {
-    return nested(new E(sub));
+    return nested<E>(sub);
 }
 
 EventPtr jms(Event::EventSubType sub, int action) {
-    auto event = nested(new JMSEvent(sub));
+    auto event = nested<JMSEvent>(sub);
     event->action = static_cast<Event::JMS_ACTION>(action);
-    event->server = text("s");
-    event->queue = text("qq");
-    event->selector = text("x=1");
+    event.put(event->server, "s");
+    event.put(event->queue, "qq");
+    event.put(event->selector, "x=1");
     return event;
 }
 
 EventPtr ejb(int sub) {
-    auto event = nested(new EJBEvent(static_cast<Event::EventSubType>(sub)));
-    event->data = heapArray<int8_t>({0, 8, 0, 2, 0x7F, 0x7F, 0, 0, 0, 0});
+    auto event = nested<EJBEvent>(static_cast<Event::EventSubType>(sub));
+    event.putArray<int8_t>(event->data, {0, 8, 0, 2, 0x7F, 0x7F, 0, 0, 0, 0});
     event->count = 10;
     return event;
 }
 
 EventPtr xq(int sub) {
-    auto event = nested(new XQEvent(static_cast<Event::EventSubType>(sub)));
-    event->queueName = text("Q");
-    event->queueMgrName = text("QM");
+    auto event = nested<XQEvent>(static_cast<Event::EventSubType>(sub));
+    event.put(event->queueName, "Q");
+    event.put(event->queueMgrName, "QM");
     event->action = 0x10B;
     return event;
 }
 
+// Null, empty, and one with a text.
+template <typename E>
+void putValues(const Made<E> &event) {
+    EventDraft &draft = *event.get();
+    draft.putTexts(event->ctxValues, 3);
+    event->nCtxProps = 3;
+    draft.put(draft.textAt(event->ctxValues, 1), "", 0);
+    draft.put(draft.textAt(event->ctxValues, 2), "v", 1);
+}
+
 EventPtr generic(Event::EventType type) {
-    auto event = nested(new GenericEvent(type, 0x1FE, 3));
-    event->ctxValues[1] = text("");
-    event->ctxValues[2] = text("v");
+    auto event = nested<GenericEvent>(type, 0x1FE);
+    putValues(event);
     return event;
 }
 
 EventPtr genericException() {
-    auto event = stamped(new GenericExceptionEvent(9, 3));
-    event->ctxValues[1] = text("");
-    event->ctxValues[2] = text("v");
+    auto event = stamped<GenericExceptionEvent>(9);
+    putValues(event);
     return event;
 }
 
 EventPtr gps(int sub, int32_t tokenLength) {
-    auto event = nested(new GPSEvent(static_cast<Event::EventSubType>(sub)));
-    event->gateway = text("gw");
-    event->requestName = reinterpret_cast<char *>(heapArray<int8_t>({1, 0, 0x7F, 4}));
+    auto event = nested<GPSEvent>(static_cast<Event::EventSubType>(sub));
+    event.put(event->gateway, "gw");
+    event.putArray<int8_t>(event->requestName, {1, 0, 0x7F, 4});
     event->tokenLength = tokenLength;
     return event;
 }
 
 EventPtr gpsXq(Event::EventSubType sub, int32_t action) {
-    auto event = nested(new GPSXQEvent(sub));
-    event->queueName = text("Q");
-    event->gpsToken = heapArray<int8_t>({0, 2});
+    auto event = nested<GPSXQEvent>(sub);
+    event.put(event->queueName, "Q");
+    event.putArray<int8_t>(event->gpsToken, {0, 2});
     event->tokenLength = 2;
     event->action = action;
     return event;
 }
 
 EventPtr sampling(int32_t useDefault) {
-    auto event = stamped(new SamplingEvent);
+    auto event = stamped<SamplingEvent>();
     const int32_t levels[] = {0x01020304, -1, 0, 100};
     std::copy(levels, levels + 4, event->levels);
     event->useDefault = useDefault;
@@ -134,7 +149,7 @@ EventPtr sampling(int32_t useDefault) {
 }
 
 EventPtr dropped() {
-    auto event = stamped(new DroppedEvent);
+    auto event = stamped<DroppedEvent>();
     event->otherStarts = 1;
     event->otherEnds = 2;
     event->methodStarts = 3;
@@ -145,21 +160,23 @@ EventPtr dropped() {
 }
 
 EventPtr status(const char *message) {
-    auto event = stamped(new PSStatusEvent);
-    event->message = message != nullptr ? text(message) : nullptr;
+    auto event = stamped<PSStatusEvent>();
+    if (message != nullptr) {
+        event.put(event->message, message);
+    }
     return event;
 }
 
 EventPtr exception() {
-    auto event = stamped(new ExceptionEvent);
-    event->exception = text("E");
-    event->className = text("C");
-    event->stackTrace = text("at x\n");
+    auto event = stamped<ExceptionEvent>();
+    event.put(event->exception, "E");
+    event.put(event->className, "C");
+    event.put(event->stackTrace, "at x\n");
     return event;
 }
 
 EventPtr gc(Event::EventSubType sub) {
-    auto event = stamped(new GCEvent(sub));
+    auto event = stamped<GCEvent>(sub);
     event->usedObjects = 1;
     event->usedObjectSpace = 0x0102030405060708;
     event->totalObjectSpace = UINT64_MAX;
@@ -167,10 +184,10 @@ EventPtr gc(Event::EventSubType sub) {
 }
 
 EventPtr gwx() {
-    auto event = stamped(new GWXEvent);
-    event->gatewayName = text("g");
-    event->serverName = text("s");
-    event->progName = text("p");
+    auto event = stamped<GWXEvent>();
+    event.put(event->gatewayName, "g");
+    event.put(event->serverName, "s");
+    event.put(event->progName, "p");
     event->snapShotTime = 0x0102030405060708;
     event->count = 3;
     event->avgTimeTaken = -2;
@@ -178,13 +195,13 @@ EventPtr gwx() {
 }
 
 EventPtr xqi(int32_t length) {
-    auto event = stamped(new XQIEvent);
-    event->mgrName = text("m");
-    event->queueName = text("q");
+    auto event = stamped<XQIEvent>();
+    event.put(event->mgrName, "m");
+    event.put(event->queueName, "q");
     event->snapShotTime = 7;
-    event->types = heapArray<int8_t>({1, -2});
-    event->counts = heapArray<int32_t>({3, 0x01020304});
-    event->avgTimes = heapArray<int64_t>({5, 0x0102030405060708});
+    event.putArray<int8_t>(event->types, {1, -2});
+    event.putArray<int32_t>(event->counts, {3, 0x01020304});
+    event.putArray<int64_t>(event->avgTimes, {5, 0x0102030405060708});
     event->arrLength = length;
     return event;
 }
@@ -192,10 +209,10 @@ EventPtr xqi(int32_t length) {
 // The fields get "a", "bb", "ccc" in the order told.
 template <typename E, typename... Field>
 EventPtr texts(Event::EventSubType sub, Field... fields) {
-    auto event = nested(new E(sub));
+    auto event = nested<E>(sub);
     const char *values[] = {"a", "bb", "ccc"};
     const char **next = values;
-    const auto fill = [&](auto field) { event.get()->*field = text(*next++); };
+    const auto fill = [&](auto field) { event.put((**event.get()).*field, *next++); };
     (fill(fields), ...);
     return event;
 }
@@ -373,7 +390,7 @@ TEST_F(ProtocolVisitorTest, EachRecordHasItsBytes) {
     for (const Golden &golden : RECORDS) {
         SCOPED_TRACE(golden.name);
         Area area(500);
-        EXPECT_TRUE(golden.make()->addToBuffer(&area.visitor));
+        EXPECT_TRUE(golden.make()->event().addToBuffer(&area.visitor));
         EXPECT_FALSE(area.visitor.hasOverflowed());
         EXPECT_EQ(record(golden.expected), area.written());
         EXPECT_EQ(readableTo(area.written()), area.used());
@@ -387,7 +404,7 @@ TEST_F(ProtocolVisitorTest, TooSmallAnAreaIsNeverLeftAndItsNeedIsCounted) {
         const EventPtr event = golden.make();
         for (size_t room = 0; room < whole.size(); ++room) {
             Area area(room, whole.size());
-            event->addToBuffer(&area.visitor);
+            event->event().addToBuffer(&area.visitor);
             ASSERT_TRUE(area.visitor.hasOverflowed()) << room;
             ASSERT_EQ(whole.size(), area.used()) << room;
             // The record as far as it was stored, and nothing behind that.
@@ -398,11 +415,11 @@ TEST_F(ProtocolVisitorTest, TooSmallAnAreaIsNeverLeftAndItsNeedIsCounted) {
         // Rolled back, it comes out the same in the next packet.
         Area area(whole.size());
         area.visitor.setCursor(area.visitor.getStart() + 1);
-        event->addToBuffer(&area.visitor);
+        event->event().addToBuffer(&area.visitor);
         ASSERT_EQ(!whole.empty(), area.visitor.hasOverflowed());
         area.visitor.setCursor(area.visitor.getStart());
         area.visitor.clearOverflow();
-        event->addToBuffer(&area.visitor);
+        event->event().addToBuffer(&area.visitor);
         ASSERT_EQ(whole, area.written());
         ASSERT_FALSE(area.visitor.hasOverflowed());
     }
@@ -434,9 +451,11 @@ TEST_F(ProtocolVisitorTest, TokenLongerThanSixteenBitsKeepsAllBytes) {
 }
 
 TEST_F(ProtocolVisitorTest, CountOfContextValuesIsNotCapped) {
-    GenericEvent event(Event::TYPE_GENERIC_START, 1, 300);
+    Draft<GenericEvent> event(Event::TYPE_GENERIC_START, 1);
+    event.putTexts(event->ctxValues, 300);
+    event->nCtxProps = 300;
     Area area(2000);
-    event.addToBuffer(&area.visitor);
+    event->addToBuffer(&area.visitor);
     EXPECT_EQ(static_cast<char>(44), area.memory[23]);
     EXPECT_EQ(24u + 300 * 3 + 3, area.used());
 }
@@ -506,8 +525,8 @@ TEST_F(ProtocolVisitorTest, CachedNameGoesOutOnceUntilTheCacheIsCleared) {
     const std::string withName = record("96 @ 0000 0000002D 0001'm' EEEE 02 7F7F");
     const std::string withoutName = record("96 @ 0000 0000002D 0000 EEEE 02 7F7F");
     const auto write = [](size_t room = 100) {
-        auto event = nested(new CachedNameEvent(START));
-        event->methodName = text("m");
+        auto event = nested<CachedNameEvent>(START);
+        event.put(event->methodName, "m");
         Area area(room);
         event->addToBuffer(&area.visitor);
         return area.visitor.hasOverflowed() ? "too long" : area.written();

@@ -15,11 +15,11 @@ protected:
 
     void fill(int count) {
         for (int i = 0; i < count; ++i) {
-            ASSERT_TRUE(td.appendEvent(new SQLEvent(Event::SUB_START)));
+            ASSERT_TRUE(append<SQLEvent>(&td, Event::SUB_START));
         }
     }
-    bool appendSql() { return td.appendEvent(new SQLEvent(Event::SUB_END)); }
-    Event *pop() { return td.eventQueue->removeFirst(); }
+    bool appendSql() { return append<SQLEvent>(&td, Event::SUB_END); }
+    Queued pop() { return takeFirst(*td.eventQueue); }
 
     FakeVm vm;
     RecordedLog log;
@@ -37,27 +37,25 @@ TEST_F(ThreadDataTest, RefusesAtTheLimitAndMarksTheGapOnce) {
         EXPECT_EQ(LIMIT + 1, td.queueSize()) << "one marker, behind the last event";
     }
     int position = 0;
-    while (Event *evt = pop()) {
+    while (const Queued evt = pop()) {
         ++position;
         if (evt->type == Event::TYPE_DROPPED) {
-            const DroppedEvent *marker = static_cast<DroppedEvent *>(evt);
+            const DroppedEvent *marker = static_cast<DroppedEvent *>(evt.get());
             EXPECT_EQ(LIMIT + 1, position);
             EXPECT_EQ(Event::SUB_ALONE, marker->subType);
             EXPECT_EQ(0u, marker->threadId);
             EXPECT_EQ(0, marker->otherStarts + marker->otherEnds + marker->sqlStarts + marker->sqlEnds +
                              marker->methodStarts + marker->methodEnds);
         }
-        delete evt;
     }
 }
 
 TEST_F(ThreadDataTest, WhatTheReceiverNeedsMayExceedTheLimit) {
     fill(LIMIT);
-    const std::vector<Event *> needed = {new ClassEvent(Event::SUB_CLASS_LOAD), new SamplingEvent,
-                                         new DroppedEvent, new PortalMethodConstantEvent};
-    for (Event *evt : needed) {
-        EXPECT_TRUE(td.appendEvent(evt)) << evt->type;
-    }
+    EXPECT_TRUE(append<ClassEvent>(&td, Event::SUB_CLASS_LOAD));
+    EXPECT_TRUE(append<SamplingEvent>(&td));
+    EXPECT_TRUE(append<DroppedEvent>(&td));
+    EXPECT_TRUE(append<PortalMethodConstantEvent>(&td));
     EXPECT_EQ(LIMIT + 4, td.queueSize());
     EXPECT_EQ(0, td.droppedAtAppend);
     EXPECT_FALSE(td.droppedMarkerSent) << "nothing was refused";
@@ -66,10 +64,10 @@ TEST_F(ThreadDataTest, WhatTheReceiverNeedsMayExceedTheLimit) {
 TEST_F(ThreadDataTest, ANewOverflowGetsANewMarker) {
     fill(LIMIT);
     EXPECT_FALSE(appendSql());
-    delete pop();
+    pop();
     EXPECT_FALSE(appendSql()) << "the marker takes the place";
     EXPECT_TRUE(td.droppedMarkerSent);
-    delete pop();
+    pop();
     EXPECT_TRUE(appendSql());
     EXPECT_FALSE(td.droppedMarkerSent);
     EXPECT_FALSE(appendSql());
@@ -105,7 +103,7 @@ TEST_F(ThreadDataTest, AnEndedThreadTakesNothingMore) {
     EXPECT_EQ(0, td.requestDepth);
     td.resetOnThreadEnd();
     EXPECT_FALSE(td.acceptsEvents());
-    EXPECT_FALSE(td.appendEvent(new SQLEvent(Event::SUB_START)));
+    EXPECT_FALSE(append<SQLEvent>(&td, Event::SUB_START));
     EXPECT_EQ(2, td.queueSize()) << "what was queued before stays, to be sent";
     EXPECT_FALSE(td.appendEvent(nullptr));
     EXPECT_EQ(1, log.count("Append Event Thread is dead: %d, EvtType: %d Evt SubType: %d TID: %d"));

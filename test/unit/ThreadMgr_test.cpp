@@ -129,7 +129,7 @@ TEST_F(ThreadMgrTest, EachThreadHasOneRecordAndANumberOfItsOwn) {
 // The JVM gives the environment of an ended thread to a new one: no old answer may come back.
 TEST_F(ThreadMgrTest, AnEndedThreadIsForgottenByEveryThread) {
     ThreadData *first = get(7);
-    first->appendEvent(new SQLEvent(Event::SUB_START));
+    append<SQLEvent>(first, Event::SUB_START);
     const uint32_t firstId = first->threadId;
     std::thread([&] { first->resetOnThreadEnd(); }).join();
     EXPECT_EQ(nullptr, threads()->findThreadData(fakeEnv(7)));
@@ -234,7 +234,7 @@ TEST_F(ThreadMgrTest, HoldsUnderACrowdThatComesAndGoes) {
             ASSERT_NE(nullptr, td);
             for (int n = 0; n < 20; ++n) {
                 ASSERT_EQ(td, get(100 + number));
-                EXPECT_TRUE(td->appendEvent(new SQLEvent(Event::SUB_START)));
+                EXPECT_TRUE(append<SQLEvent>(td, Event::SUB_START));
             }
             td->requestDepth = life;
             td->resetOnThreadEnd();

@@ -9,6 +9,7 @@
 #include "MemoryMonitor.h"
 #include "ProbeState.h"
 #include "ProtocolVisitor.h"
+#include "QueuedEvents.h"
 #include "RealJvm.h"
 #include "ThreadData.h"
 #include "ThreadMgr.h"
@@ -90,9 +91,9 @@ inline Seen decoded(Event &event) {
 
 inline std::vector<Seen> drain(ThreadData *td) {
     std::vector<Seen> seen;
-    while (Event *event = td != nullptr ? td->eventQueue->removeFirst() : nullptr) {
+    while (Event *event = td != nullptr ? td->eventQueue->first() : nullptr) {
         seen.push_back(decoded(*event));
-        delete event;
+        td->eventQueue->removeFirst();
     }
     return seen;
 }
@@ -159,7 +160,9 @@ inline void bindNatives(JNIEnv *env, const char *className) {
         if (method.fnPtr != nullptr) {
             env->RegisterNatives(cls.get(), &method, 1);
         }
-        freeAll(name, signature, symbol);
+        for (char *text : {name, signature, symbol}) {
+            free(text);
+        }
     }
 }
 

@@ -2,10 +2,10 @@
 // the leader between two passes, and what arrived as the receiver's decoder reads it.
 #pragma once
 
-#include "Event.h"
 #include "EvtAgentMgr.h"
 #include "MemoryMonitor.h"
 #include "ProbeState.h"
+#include "QueuedEvents.h"
 #include "ThreadData.h"
 #include "ThreadMgr.h"
 #include "decoder/StreamDecoder.h"
@@ -151,17 +151,10 @@ private:
 
 // ---------------------------------------------------------------- the fixture
 
-inline SQLEvent *sqlStart(const ThreadData *td, const std::string &text) {
-    SQLEvent *evt = new SQLEvent(Event::SUB_START);
-    evt->threadId = td->threadId;
-    evt->sql = strdup(text.c_str());
-    return evt;
-}
-
 // The limit that appending knows is read once in a process: here, before a test changes the property.
 inline void fixAppendLimit() {
     ThreadData td(nullptr);
-    td.appendEvent(new SQLEvent(Event::SUB_START));
+    append<SQLEvent>(&td, Event::SUB_START);
     td.isAlive = false;
 }
 
