@@ -113,7 +113,7 @@ TEST_F(EvtAgentMgrTest, OneAgentCanBeStoppedAndStartedAgain) {
     ASSERT_NE(nullptr, threadOf(third));
     pump()->stopEvtAgent(1);
     EXPECT_TRUE(moving->listed) << "agent 0 has it now";
-    moving->appendEvent(sqlStart(moving, "x"));
+    appendSqlStart(moving, "x");
     EXPECT_EQ(1, pump()->getNumberOfEvents());
     EXPECT_EQ((std::vector<int>{0, 0}), nextIndexes(2));
     EXPECT_TRUE(pump()->canTakeThreads());
@@ -127,7 +127,7 @@ TEST_F(EvtAgentMgrTest, OneAgentCanBeStoppedAndStartedAgain) {
     EXPECT_FALSE(staying->listed) << "nobody is there";
     ThreadData *held = threadMgr.get()->findThreadData(third.get()); // by somebody inside
     threadMgr.get()->endThread(third.get());
-    EXPECT_FALSE(held->appendEvent(sqlStart(held, "x")));
+    EXPECT_FALSE(appendSqlStart(held, "x"));
     EXPECT_FALSE(pump()->canTakeThreads());
     runAgent(0);
     ASSERT_TRUE(agentsRun(4));
