@@ -85,11 +85,15 @@ void takeClocks(Event &event, ThreadData *td, Clocks order) {
 }
 
 int32_t Texts::cut(Text &target, jstring text, int32_t limit, CutAt where) {
+    limit = std::max(limit, 1);
     if (text == nullptr) {
         draft.put(target, "", 0);
         return 0;
     }
     const jsize chars = charsWithin(env, text, limit);
+    if (goes == Goes::Nowhere && (where == CutAt::AnyByte || chars < limit / MOST_BYTES_PER_CHAR)) {
+        return measured(text, chars, limit);
+    }
     char *place = draft.room(utf8Room(chars));
     if (place == nullptr) {
         return 0;
@@ -97,6 +101,10 @@ int32_t Texts::cut(Text &target, jstring text, int32_t limit, CutAt where) {
     const int32_t length = utf8Region(env, text, chars, place, limit, where);
     draft.keep(target, static_cast<size_t>(length));
     return length + 1;
+}
+
+int32_t Texts::measured(jstring text, jsize chars, int32_t limit) const {
+    return chars < limit ? std::min(env->GetStringUTFLength(text) + 1, limit) : limit;
 }
 
 int32_t Texts::take(Text &target, jstring text) {

@@ -55,11 +55,16 @@ int64_t threadCpuTime(ThreadData *td);
 // A longer text (bytes, the NUL included) could not be read back: its length has 16 bits on the wire.
 constexpr int32_t WIRE_TEXT_LIMIT = 65535 + 1;
 
+// Whether an event's texts go out. An end is charged for them and carries none.
+enum class Goes { Out, Nowhere };
+
 // Copies the strings of an event, as far as the wire can carry them, and adds up their lengths: of those that
-// count in the event's size, and of the others. A text for which there is no memory stays null.
+// count in the event's size, and of the others. A text for which there is no memory stays null, and so do
+// those that go nowhere.
 class Texts {
 public:
-    Texts(JNIEnv *jniEnv, EventDraft &eventDraft) : env(jniEnv), draft(eventDraft) {}
+    Texts(JNIEnv *jniEnv, EventDraft &eventDraft, Goes where = Goes::Out)
+        : env(jniEnv), draft(eventDraft), goes(where) {}
     void copy(Text &target, jstring text) { unweighed += take(target, text); }
     void weigh(Text &target, jstring text) { weighed += take(target, text); }
     // As `copy`, but cut at `limit` bytes, the NUL included, and weighing nothing. Gives the bytes kept, the
@@ -87,9 +92,11 @@ public:
 
 private:
     int32_t take(Text &target, jstring text);
+    int32_t measured(jstring text, jsize chars, int32_t limit) const;
 
     JNIEnv *env;
     EventDraft &draft;
+    const Goes goes;
     int64_t weighed = 0;
     int64_t unweighed = 0;
 };
@@ -124,8 +131,8 @@ public:
 
 // Strings and what they weigh.
 template <typename E, typename Fill>
-void fillAndCharge(JNIEnv *env, Draft<E> &draft, Fill fill) {
-    Texts texts(env, draft);
+void fillAndCharge(JNIEnv *env, Draft<E> &draft, Fill fill, Goes goes = Goes::Out) {
+    Texts texts(env, draft, goes);
     fill(*draft, texts);
     texts.charge();
 }
@@ -133,9 +140,10 @@ void fillAndCharge(JNIEnv *env, Draft<E> &draft, Fill fill) {
 // Clocks, strings, weight, queue: what every begin and end has in common. The result as of
 // `appendRequestEvent`.
 template <typename E, typename Fill>
-bool completeAndAppend(JNIEnv *env, ThreadData *td, Draft<E> &draft, Clocks order, Fill fill) {
+bool completeAndAppend(JNIEnv *env, ThreadData *td, Draft<E> &draft, Clocks order, Fill fill,
+                       Goes goes = Goes::Out) {
     takeClocks(*draft, td, order);
-    fillAndCharge(env, draft, fill);
+    fillAndCharge(env, draft, fill, goes);
     return appendRequestEvent(env, td, draft);
 }
 
@@ -158,7 +166,7 @@ bool endRequest(JNIEnv *env, Rule rule, Fill fill) {
         return false;
     }
     NestedDraft<E> draft(td, Event::SUB_END);
-    if (completeAndAppend(env, td, draft, Clocks::CpuFirst, fill)) {
+    if (completeAndAppend(env, td, draft, Clocks::CpuFirst, fill, Goes::Nowhere)) {
         leave(td);
     }
     return true;

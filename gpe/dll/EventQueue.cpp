@@ -44,55 +44,68 @@ size_t EventQueue::blockBytes(const Event &event) {
 
 namespace {
 
-// A queue begins with a small one, since most threads have little to tell.
-constexpr size_t SMALL_CHUNK = 1024;
-constexpr size_t LARGE_CHUNK = 32 * 1024;
+size_t bytesOf(const EventChunk &chunk) {
+    return chunk.capacity + sizeof(EventChunk);
+}
+
+// A queue begins with a small one, since most threads have little to tell, and each next one is twice as
+// large: never is more than half of a queue's memory room to come.
+constexpr size_t SMALLEST_CHUNK = 1024;
+constexpr int CHUNK_SIZES = 6; // up to 32 KB
+constexpr size_t MOST_POOLED = 2 << 20;
 
 std::atomic<int64_t> bytesInUse{0};
 
-// Chunks of one size that wait for their next queue.
+// Chunks that wait for their next queue.
 class Pool {
 public:
-    constexpr Pool(size_t chunkBytes, int most) : size(chunkBytes), limit(most) {}
-
-    size_t chunkBytes() const { return size; }
-    void *take() {
+    void *take(int sizeClass) {
         const std::lock_guard<PlainLock> guard(lock);
-        EventChunk *chunk = free;
+        EventChunk *chunk = free[sizeClass];
         if (chunk != nullptr) {
-            free = chunk->next.load(std::memory_order_relaxed);
-            --count;
+            free[sizeClass] = chunk->next.load(std::memory_order_relaxed);
+            pooled -= bytesOf(*chunk);
         }
         return chunk;
     }
-    bool give(EventChunk *chunk) {
+    bool give(int sizeClass, EventChunk *chunk) {
         const std::lock_guard<PlainLock> guard(lock);
-        if (count == limit) {
+        if (pooled + bytesOf(*chunk) > MOST_POOLED) {
             return false;
         }
-        chunk->next.store(free, std::memory_order_relaxed);
-        free = chunk;
-        ++count;
+        chunk->next.store(free[sizeClass], std::memory_order_relaxed);
+        free[sizeClass] = chunk;
+        pooled += bytesOf(*chunk);
         return true;
     }
 
 private:
-    const size_t size;
-    const int limit;
     PlainLock lock;
-    EventChunk *free = nullptr;
-    int count = 0;
+    EventChunk *free[CHUNK_SIZES] = {};
+    size_t pooled = 0; // bytes
 };
 
-Pool smallChunks(SMALL_CHUNK, 256);
-Pool largeChunks(LARGE_CHUNK, 64);
+Pool pool;
 
-// Null if memory is out. What fits no pool has a chunk of its own.
-EventChunk *newChunk(size_t bytes, bool first) {
+// CHUNK_SIZES for a size that is none of the pool.
+int sizeClassOf(size_t bytes) {
+    int sizeClass = 0;
+    while (sizeClass < CHUNK_SIZES && bytes != SMALLEST_CHUNK << sizeClass) {
+        ++sizeClass;
+    }
+    return sizeClass;
+}
+
+// Null if memory is out. One behind `last`, which is null for the first. What fits none has one of its own.
+EventChunk *newChunk(size_t bytes, const EventChunk *last) {
     const size_t wanted = bytes + sizeof(EventChunk);
-    Pool &pool = first && wanted <= SMALL_CHUNK ? smallChunks : largeChunks;
-    const size_t size = std::max(wanted, pool.chunkBytes());
-    void *place = size == pool.chunkBytes() ? pool.take() : nullptr;
+    const size_t before = last != nullptr ? bytesOf(*last) : 0;
+    int sizeClass = 0;
+    while (sizeClass < CHUNK_SIZES - 1 && SMALLEST_CHUNK << sizeClass < std::max(wanted, 2 * before)) {
+        ++sizeClass;
+    }
+    const size_t size = std::max(wanted, SMALLEST_CHUNK << sizeClass);
+    void *place = size == SMALLEST_CHUNK << sizeClass ? pool.take(sizeClass) : nullptr;
     if (place == nullptr) {
         place = malloc(size);
     }
@@ -104,14 +117,11 @@ EventChunk *newChunk(size_t bytes, bool first) {
 }
 
 void freeChunk(EventChunk *chunk) {
-    const size_t size = chunk->capacity + sizeof(EventChunk);
-    bytesInUse.fetch_sub(static_cast<int64_t>(size), std::memory_order_relaxed);
-    for (Pool *pool : {&smallChunks, &largeChunks}) {
-        if (size == pool->chunkBytes() && pool->give(chunk)) {
-            return;
-        }
+    bytesInUse.fetch_sub(static_cast<int64_t>(bytesOf(*chunk)), std::memory_order_relaxed);
+    const int sizeClass = sizeClassOf(bytesOf(*chunk));
+    if (sizeClass == CHUNK_SIZES || !pool.give(sizeClass, chunk)) {
+        free(chunk);
     }
-    free(chunk);
 }
 
 } // namespace
@@ -141,7 +151,7 @@ EventChunk *EventQueue::chunkFor(size_t bytes) {
     if (tail != nullptr && tail->capacity - tail->written.load(std::memory_order_relaxed) >= bytes) {
         return tail;
     }
-    EventChunk *chunk = newChunk(bytes, tail == nullptr);
+    EventChunk *chunk = newChunk(bytes, tail);
     if (chunk == nullptr) {
         return nullptr;
     }

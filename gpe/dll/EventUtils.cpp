@@ -122,7 +122,7 @@ int32_t copyName(Texts &texts, Text &target, jstring name) {
 void copyNames(JNIEnv *env, EventDraft &draft, jstring requestName, jstring applicationName, jstring url) {
     constexpr char signature[] = "sendRequest( JNIEnv *env, ThreadData *storage, RequestEvent *request )";
     auto &request = static_cast<RequestEvent &>(draft.event());
-    Texts texts(env, draft);
+    Texts texts(env, draft, request.subType == Event::SUB_FAILED ? Goes::Nowhere : Goes::Out);
     if (requestName != nullptr || request.requestName.isNull()) {
         copyName(texts, request.requestName, requestName);
     }
@@ -366,7 +366,7 @@ void endJDORequest(JNIEnv *env, jstring className, jstring methodName, jstring a
     const bool recorded = td == nullptr || td->requestDepth > 1;
     NestedDraft<JDOEvent> draft(td, Event::SUB_END);
     if (!recorded || completeAndAppend(env, td, draft, Clocks::CpuFirst,
-                                       jdoTexts(className, methodName, argumentString))) {
+                                       jdoTexts(className, methodName, argumentString), Goes::Nowhere)) {
         leave(td);
     }
 }

@@ -3,6 +3,7 @@
 #include "Inside.h"
 #include "InstrumentJNI.h"
 #include "JVMTIUtils.h"
+#include "JavaText.h"
 #include "ProbeLgKit.h"
 #include "ProbeMgr.h"
 #include "PropertyMgr.h"
@@ -108,6 +109,7 @@ int JVMTIAgent::handleOnLoad(JavaVM *vm, const char *options, void *) {
 void JVMTIAgent::handleVMInit(jvmtiEnv *, JNIEnv *env, jthread) {
     learnVirtualThreads(env);
     JVMPIWrapper::learnInterrupt(env);
+    chooseStringAccess(env);
     bootstrapAllowed = true;
     JVMPI_Event event{JVMPI_EVENT_JVM_INIT_DONE, env, nullptr, nullptr, nullptr};
     if (ProbeMgr::onBootstrapInitialize(env)) {

@@ -4,6 +4,7 @@
 #include "RegularFile.h"
 #include "cmdline.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <climits>
@@ -21,6 +22,7 @@ Relaxed<LgkObject *> caTracer(nullptr);
 Relaxed<LgkObject *> ccTracer(nullptr);
 Relaxed<LgkObject *> gcTracer(nullptr);
 Relaxed<LgkObject *> traceLogger(nullptr);
+Relaxed<int> tracedFrom(LGK_INFO);
 LgkApi lgkApi{};
 
 namespace {
@@ -375,6 +377,7 @@ void publishLogObjects(const LogObjects &objects) {
     for (size_t i = 0; i < LOG_SLOTS; ++i) {
         *logSlots[i].object = objects[i];
     }
+    noteTraceLevels();
 }
 
 void fixHandlers() {
@@ -451,7 +454,18 @@ void setStatisticsEnabled(bool enabled) {
 void setLogLevel(LgkObject *object, int level) {
     if (object != nullptr) {
         api.setObjPropInt(object, "level", level);
+        noteTraceLevels();
     }
+}
+
+void noteTraceLevels() {
+    int lowest = LGK_INFO;
+    for (LgkObject *tracer : {naTracer.get(), eaTracer.get(), caTracer.get(), ccTracer.get(), gcTracer.get()}) {
+        for (const int level : {LGK_DEBUG_MIN, LGK_DEBUG_MID, LGK_DEBUG_MAX}) {
+            lowest = LgkIsLoggable(tracer, level) ? std::min(lowest, level) : lowest;
+        }
+    }
+    tracedFrom = lowest;
 }
 
 void traceText(const char *text) {

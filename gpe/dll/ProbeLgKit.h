@@ -55,6 +55,12 @@ void setStatisticsEnabled(bool enabled);
 // Sets the property "level" of an object; a null object is skipped.
 void setLogLevel(LgkObject *object, int level);
 
+// The lowest level that any tracer lets through; LGK_INFO if none traces. Call sites look at this one word
+// first, and nearly always at no other.
+extern Relaxed<int> tracedFrom;
+// Asks the tracers anew, after something but `setLogLevel` has changed them.
+void noteTraceLevels();
+
 // A line that has to be seen at any trace level. With no logger it is printed to standard output.
 void traceText(const char *text);
 void traceFormat(const char *format, ...) __attribute__((format(printf, 1, 2)));
@@ -74,6 +80,10 @@ extern LgkApi lgkApi;
 
 inline bool LgkIsLoggable(LgkObject *object, int level) {
     return object != nullptr && lgkApi.isLoggable(object, level) != 0;
+}
+
+inline bool isTraced(LgkObject *tracer, int level) {
+    return __builtin_expect(level >= tracedFrom, 0) && LgkIsLoggable(tracer, level);
 }
 
 namespace lgk {
@@ -173,7 +183,7 @@ void traceError(const char *format, Args... args) {
 // the arguments are evaluated only if the tracer is on at that level.
 #define AM_TRACE(tracer, level, signature, ...)                                                              \
     do {                                                                                                     \
-        if (LgkIsLoggable(tracer, level)) {                                                                  \
+        if (isTraced(tracer, level)) {                                                                       \
             lgk::trace(level, __FILE_NAME__, signature, __LINE__, __VA_ARGS__);                              \
         }                                                                                                    \
     } while (false)
@@ -193,7 +203,7 @@ public:
 
 private:
     void write(const char *text) const {
-        if (LgkIsLoggable(tracer, level)) {
+        if (isTraced(tracer, level)) {
             lgk::trace(level, file, signature, line, text);
         }
     }

@@ -19,18 +19,6 @@ char *emptyCopy() {
     return static_cast<char *>(calloc(1, 1));
 }
 
-bool isContinuation(char byte) {
-    return (static_cast<unsigned char>(byte) & 0xC0) == 0x80;
-}
-
-// `size` counts the NUL. Lowers it so that `text` does not end in a broken character.
-int32_t trimToCharacter(const char *text, int32_t size) {
-    while (size > 1 && isContinuation(text[size - 1])) {
-        --size;
-    }
-    return size;
-}
-
 char *heapText(const char *bytes, int32_t size) {
     char *copy = static_cast<char *>(malloc(static_cast<size_t>(size)));
     if (copy != nullptr) {
@@ -68,25 +56,6 @@ bool clearException(JNIEnv *env) {
     env->ExceptionDescribe();
     env->ExceptionClear();
     return true;
-}
-
-jsize charsWithin(JNIEnv *env, jstring text, int32_t limit) {
-    return std::min<jsize>(env->GetStringLength(text), std::max(limit, 1)); // of at least one byte each
-}
-
-// The JVM need not put a NUL behind what it copies. The range is valid, so there is no exception either.
-int32_t utf8Region(JNIEnv *env, jstring text, jsize chars, char *room, int32_t limit, CutAt cut) {
-    memset(room + chars, 0, utf8Room(chars) - static_cast<size_t>(chars));
-    env->GetStringUTFRegion(text, 0, chars, room);
-    // One byte for each character is the usual case, and cheap to see.
-    const int32_t length = chars + static_cast<int32_t>(strlen(room + chars));
-    limit = std::max(limit, 1);
-    if (length < limit) {
-        return length;
-    }
-    const int32_t size = cut == CutAt::Character ? trimToCharacter(room, limit) : limit;
-    room[size - 1] = '\0';
-    return size - 1;
 }
 
 char *jniStringCopyLimited(JNIEnv *env, jstring text, int32_t limit, CutAt cut, int32_t *kept) {

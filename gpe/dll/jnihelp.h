@@ -2,6 +2,8 @@
 // pending and no local reference behind. Heap copies are freed by the caller with `free`.
 #pragma once
 
+#include "JavaText.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <jni.h>
@@ -19,23 +21,10 @@ char *jniStringCopy(JNIEnv *env, jstring text);
 jstring newPlatformString(JNIEnv *env, const char *text); // null for null and when memory is out
 char *platformCopy(JNIEnv *env, jstring text); // a heap copy; empty for null and unreadable strings
 
-// How a text is cut that exceeds its limit.
-enum class CutAt { AnyByte, Character };
-
 // As `jniStringCopy`, but at most `limit` bytes, the NUL included; `*kept` is the number of bytes kept, the
 // NUL included, and is left alone for a null or unreadable string. `kept` may be null. `limit` below 1 counts
 // as 1. Only the part that can be kept is taken from the JVM.
 char *jniStringCopyLimited(JNIEnv *env, jstring text, int32_t limit, CutAt cut, int32_t *kept);
-
-// The same without the heap, in steps: how many characters of `text` (not null) can matter within `limit` bytes,
-// the NUL included; what room these may take; and their copy into such a room, terminated and cut like above.
-// The last gives the bytes kept, without the NUL.
-jsize charsWithin(JNIEnv *env, jstring text, int32_t limit);
-constexpr size_t utf8Room(jsize chars) {
-    constexpr size_t MOST_BYTES_PER_CHAR = 3;
-    return static_cast<size_t>(chars) * MOST_BYTES_PER_CHAR + 1;
-}
-int32_t utf8Region(JNIEnv *env, jstring text, jsize chars, char *room, int32_t limit, CutAt cut);
 
 // Copies a Java string into a fixed buffer, at most `room - 1` bytes, terminated. A null string changes
 // nothing.

@@ -86,6 +86,7 @@ RecordedLog::RecordedLog(int traceLevel) : oldApi(lgkApi) {
         oldObjects.push_back(object->get());
         *object = reinterpret_cast<LgkObject *>(&anyObject);
     }
+    noteTraceLevels();
 }
 
 RecordedLog::~RecordedLog() {
@@ -93,6 +94,7 @@ RecordedLog::~RecordedLog() {
         *objects[i] = oldObjects[i];
     }
     lgkApi = oldApi;
+    noteTraceLevels();
     current = nullptr;
 }
 

@@ -76,7 +76,7 @@ const Producer producers[] = {
      [](JNIEnv *env, jstring text, Event::EventSubType sub) {
          (sub == Event::SUB_START ? beginHeapAllocation : endHeapAllocation)(env, 7, 35, text);
      },
-     Event::TYPE_HEAP, false, "wc", "7 four 0", "7 four 0", sizeof(HeapEvent) + 4,
+     Event::TYPE_HEAP, false, "wc", "7 four 0", "7 null 0", sizeof(HeapEvent) + 4,
      [](const Event &event) {
          const auto &heap = static_cast<const HeapEvent &>(event);
          return std::to_string(heap.allocatingMethodId) + " " + shown(heap.instantiatedClassName) + " " +
@@ -87,13 +87,13 @@ const Producer producers[] = {
      [](JNIEnv *env, jstring text, Event::EventSubType sub) {
          (sub == Event::SUB_START ? beginLockAcquisition : endLockAcquisition)(env, 7, text);
      },
-     Event::TYPE_LOCK_ACQUISITION, false, "wc", "7 four", "7 four", sizeof(LockAcquisitionEvent) + 4,
+     Event::TYPE_LOCK_ACQUISITION, false, "wc", "7 four", "7 null", sizeof(LockAcquisitionEvent) + 4,
      lockFields<LockAcquisitionEvent>, depthOf<LockAcquisitionEvent>},
     {"release",
      [](JNIEnv *env, jstring text, Event::EventSubType sub) {
          (sub == Event::SUB_START ? beginLockRelease : endLockRelease)(env, 7, text);
      },
-     Event::TYPE_LOCK_RELEASE, false, "wc", "7 four", "7 four", sizeof(LockReleaseEvent) + 4,
+     Event::TYPE_LOCK_RELEASE, false, "wc", "7 four", "7 null", sizeof(LockReleaseEvent) + 4,
      lockFields<LockReleaseEvent>, depthOf<LockReleaseEvent>},
     {"contention",
      [](JNIEnv *env, jstring text, Event::EventSubType sub) {

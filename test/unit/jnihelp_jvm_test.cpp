@@ -70,18 +70,7 @@ protected:
         env->GetStringRegion(text, 0, env->GetStringLength(text), reinterpret_cast<jchar *>(units.data()));
         return units;
     }
-    JNIEnv *env;
-};
-
-// One-, two- and three-byte characters, an embedded NUL, a surrogate pair, a lone surrogate, and lengths on
-// both sides of the scratch buffer, cut at every byte.
-TEST_F(JniHelp, TextsAreCutAtEveryLimit) {
-    const Text euro{u"\u20AC", {"\xE2\x82\xAC"}};
-    const Text mixed{
-        u"a\u00E4\u20AC\U0001F600" + std::u16string(1, u'\0') + char16_t(0xD83D),
-        {"a", "\xC3\xA4", "\xE2\x82\xAC", "\xED\xA0\xBD", "\xED\xB8\x80", "\xC0\x80", "\xED\xA0\xBD"}};
-    for (const Text &text : {Text(), mixed, repeated(euro, 40), repeated(euro, 341), repeated(euro, 342),
-                             repeated(mixed, 300)}) {
+    void expectCutAtEveryLimit(const Text &text) {
         const jstring java = newString(env, text.java);
         const std::string whole = text.within(SIZE_MAX);
         EXPECT_EQ(whole, freed(jniStringCopy(env, java)));
@@ -96,6 +85,24 @@ TEST_F(JniHelp, TextsAreCutAtEveryLimit) {
             const std::string expected = text.within(room);
             EXPECT_EQ(expected, freed(jniStringCopyLimited(env, java, limit, CutAt::Character, &kept)));
             EXPECT_EQ(static_cast<int32_t>(expected.size()) + 1, kept);
+        }
+    }
+    JNIEnv *env;
+};
+
+// One-, two- and three-byte characters, an embedded NUL, a surrogate pair, a lone surrogate, and lengths on
+// both sides of the scratch buffer, cut at every byte.
+TEST_F(JniHelp, TextsAreCutAtEveryLimit) {
+    const Text euro{u"\u20AC", {"\xE2\x82\xAC"}};
+    const Text mixed{
+        u"a\u00E4\u20AC\U0001F600" + std::u16string(1, u'\0') + char16_t(0xD83D),
+        {"a", "\xC3\xA4", "\xE2\x82\xAC", "\xED\xA0\xBD", "\xED\xB8\x80", "\xC0\x80", "\xED\xA0\xBD"}};
+    const Text ascii{u"letters\x7F", {"l", "e", "t", "t", "e", "r", "s", "\x7F"}};
+    for (const bool byUnits : {false, true}) {
+        stringsByUnits = byUnits;
+        for (const Text &text : {Text(), mixed, repeated(euro, 40), repeated(euro, 341), repeated(euro, 342),
+                                 repeated(mixed, 300), repeated(ascii, 17)}) {
+            expectCutAtEveryLimit(text);
         }
     }
 }
