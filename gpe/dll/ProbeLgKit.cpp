@@ -460,7 +460,8 @@ void setLogLevel(LgkObject *object, int level) {
 
 void noteTraceLevels() {
     int lowest = LGK_INFO;
-    for (LgkObject *tracer : {naTracer.get(), eaTracer.get(), caTracer.get(), ccTracer.get(), gcTracer.get()}) {
+    for (LgkObject *tracer :
+         {naTracer.get(), eaTracer.get(), caTracer.get(), ccTracer.get(), gcTracer.get()}) {
         for (const int level : {LGK_DEBUG_MIN, LGK_DEBUG_MID, LGK_DEBUG_MAX}) {
             lowest = LgkIsLoggable(tracer, level) ? std::min(lowest, level) : lowest;
         }
