@@ -3,6 +3,7 @@
 #include "JVMPIWrapper.h"
 #include "ProbeState.h"
 #include "ThreadMgr.h"
+#include "VirtualThreads.h"
 #include "platform.h"
 
 #include <algorithm>
@@ -20,6 +21,17 @@ bool suppressionIsOn() {
 ThreadData *callingThread(JNIEnv *env) {
     ThreadMgr *threads = threadMgr;
     return threads != nullptr ? threads->getThreadData(env) : nullptr;
+}
+
+// Virtual threads are too many, and mostly too short, to have one each.
+KnownString *knownTo(ThreadData *td, KnownString KnownStrings::*place) {
+    if (td == nullptr || isVirtualKey(td->envId)) {
+        return nullptr;
+    }
+    if (td->known == nullptr) {
+        td->known = new (std::nothrow) KnownStrings;
+    }
+    return td->known != nullptr ? &(td->known->*place) : nullptr;
 }
 
 bool suppressBegin(ThreadData *td) {
@@ -84,11 +96,15 @@ void takeClocks(Event &event, ThreadData *td, Clocks order) {
     }
 }
 
-int32_t Texts::cut(Text &target, jstring text, int32_t limit, CutAt where) {
+int32_t Texts::cut(Text &target, jstring text, int32_t limit, CutAt where, KnownString *known) {
     limit = std::max(limit, 1);
     if (text == nullptr) {
         draft.put(target, "", 0);
         return 0;
+    }
+    if (known != nullptr && known->is(env, text, limit)) {
+        return draft.put(target, known->bytes(), static_cast<size_t>(known->length())) ? known->length() + 1
+                                                                                       : 0;
     }
     const jsize chars = charsWithin(env, text, limit);
     if (goes == Goes::Nowhere && (where == CutAt::AnyByte || chars < limit / MOST_BYTES_PER_CHAR)) {
@@ -100,6 +116,9 @@ int32_t Texts::cut(Text &target, jstring text, int32_t limit, CutAt where) {
     }
     const int32_t length = utf8Region(env, text, chars, place, limit, where);
     draft.keep(target, static_cast<size_t>(length));
+    if (known != nullptr) {
+        known->learn(env, text, limit, place, length);
+    }
     return length + 1;
 }
 
@@ -107,8 +126,8 @@ int32_t Texts::measured(jstring text, jsize chars, int32_t limit) const {
     return chars < limit ? std::min(env->GetStringUTFLength(text) + 1, limit) : limit;
 }
 
-int32_t Texts::take(Text &target, jstring text) {
-    return std::max(cut(target, text, WIRE_TEXT_LIMIT, CutAt::Character) - 1, 0);
+int32_t Texts::take(Text &target, jstring text, KnownString *known) {
+    return std::max(cut(target, text, WIRE_TEXT_LIMIT, CutAt::Character, known) - 1, 0);
 }
 
 // The list may move when room is made: so that comes first.

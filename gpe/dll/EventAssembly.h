@@ -15,6 +15,9 @@
 
 namespace assembly {
 
+// The place among the strings that the calling thread, whose data it is, gave last; null if it keeps none.
+KnownString *knownTo(ThreadData *td, KnownString KnownStrings::*place);
+
 // When a begin and its end are recorded.
 enum class Rule {
     Nested, // inside a request only, and not when nested requests are suppressed
@@ -65,11 +68,14 @@ class Texts {
 public:
     Texts(JNIEnv *jniEnv, EventDraft &eventDraft, Goes where = Goes::Out)
         : env(jniEnv), draft(eventDraft), goes(where) {}
-    void copy(Text &target, jstring text) { unweighed += take(target, text); }
+    void copy(Text &target, jstring text, KnownString *known = nullptr) {
+        unweighed += take(target, text, known);
+    }
     void weigh(Text &target, jstring text) { weighed += take(target, text); }
     // As `copy`, but cut at `limit` bytes, the NUL included, and weighing nothing. Gives the bytes kept, the
     // NUL included; 0 if there was none to copy.
-    int32_t cut(Text &target, jstring text, int32_t limit, CutAt where);
+    // `known` may be null.
+    int32_t cut(Text &target, jstring text, int32_t limit, CutAt where, KnownString *known = nullptr);
     // A list of `count` null texts, and one of them.
     void list(Text &target, int32_t count) { draft.putTexts(target, count); }
     void weighInList(const Text &list, int32_t index, jstring text);
@@ -91,7 +97,7 @@ public:
     void charge() const;
 
 private:
-    int32_t take(Text &target, jstring text);
+    int32_t take(Text &target, jstring text, KnownString *known = nullptr);
     int32_t measured(jstring text, jsize chars, int32_t limit) const;
 
     JNIEnv *env;

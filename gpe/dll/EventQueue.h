@@ -56,8 +56,10 @@ private:
     EventChunk *tail = nullptr;
     Relaxed<uint32_t> appended; // events since the beginning, modulo 2^32
 
+    char apart[64] = {}; // keeps the words of the two sides off one cache line
+
     // Of the consumer; those who append set `head` when they find the queue without a chunk.
-    alignas(64) std::atomic<EventChunk *> head{nullptr};
+    std::atomic<EventChunk *> head{nullptr};
     uint32_t readAt = 0;       // of `head`
     Relaxed<uint32_t> removed; // as `appended`
     Kept *kept = nullptr;      // read before the chunks

@@ -114,21 +114,22 @@ bool hasStorage(const ThreadData *storage, const Event &request, const char *sig
     return storage != nullptr;
 }
 
-int32_t copyName(Texts &texts, Text &target, jstring name) {
-    return texts.cut(target, name, std::min<int32_t>(urlLimit, WIRE_TEXT_LIMIT), CutAt::AnyByte);
+int32_t copyName(Texts &texts, Text &target, jstring name, KnownString *known) {
+    return texts.cut(target, name, std::min<int32_t>(urlLimit, WIRE_TEXT_LIMIT), CutAt::AnyByte, known);
 }
 
 // Names of an end stay null: nothing of them goes out.
-void copyNames(JNIEnv *env, EventDraft &draft, jstring requestName, jstring applicationName, jstring url) {
+void copyNames(JNIEnv *env, ThreadData *td, EventDraft &draft, jstring requestName, jstring applicationName,
+               jstring url) {
     constexpr char signature[] = "sendRequest( JNIEnv *env, ThreadData *storage, RequestEvent *request )";
     auto &request = static_cast<RequestEvent &>(draft.event());
     Texts texts(env, draft, request.subType == Event::SUB_FAILED ? Goes::Nowhere : Goes::Out);
     if (requestName != nullptr || request.requestName.isNull()) {
-        copyName(texts, request.requestName, requestName);
+        copyName(texts, request.requestName, requestName, knownTo(td, &KnownStrings::requestName));
     }
-    copyName(texts, request.applicationName, applicationName);
+    copyName(texts, request.applicationName, applicationName, knownTo(td, &KnownStrings::applicationName));
     if (url != nullptr) {
-        urlSamples.add(copyName(texts, request.url, url));
+        urlSamples.add(copyName(texts, request.url, url, knownTo(td, &KnownStrings::url)));
     } else {
         AM_TRACE(ccTracer, LGK_DEBUG_MAX, signature, "url is null");
     }
@@ -154,7 +155,7 @@ bool sendRequest(JNIEnv *env, ThreadData *storage, EventDraft &request, jstring 
     event.threadId = storage->threadId;
     takeClocks(event, storage, clocksOf(event.subType));
     if (event.subType != Event::SUB_END) {
-        copyNames(env, request, requestName, applicationName, url);
+        copyNames(env, storage, request, requestName, applicationName, url);
     }
     event.size = sizeof(RequestEvent);
     addWeight(event, averageUrlLength);
@@ -185,14 +186,14 @@ void sendEJBRequest(JNIEnv *env, ThreadData *storage, Draft<EJBEvent> &request) 
 
 namespace {
 
-void copyStatement(SQLEvent &event, Texts &texts, jstring sql, jstring dataSrcName) {
+void copyStatement(ThreadData *td, SQLEvent &event, Texts &texts, jstring sql, jstring dataSrcName) {
     constexpr char signature[] = "beginInternalSQLRequest( JNIEnv *env, jstring sql, jstring dataSrcName )";
-    texts.copy(event.dataSourceName, dataSrcName);
+    texts.copy(event.dataSourceName, dataSrcName, knownTo(td, &KnownStrings::dataSource));
     if (dataSrcName == nullptr) {
         AM_TRACE(ccTracer, LGK_DEBUG_MAX, signature, "data source name is null");
     }
-    const int32_t kept =
-        texts.cut(event.sql, sql, std::min<int32_t>(sqlLimit, WIRE_TEXT_LIMIT), CutAt::Character);
+    const int32_t kept = texts.cut(event.sql, sql, std::min<int32_t>(sqlLimit, WIRE_TEXT_LIMIT),
+                                   CutAt::Character, knownTo(td, &KnownStrings::sql));
     if (sql != nullptr) {
         sqlSamples.add(kept);
     }
@@ -207,7 +208,7 @@ void beginInternalSQLRequest(JNIEnv *env, ThreadData *td, jstring sql, jstring d
     }
     NestedDraft<SQLEvent> draft(td, Event::SUB_START);
     completeAndAppend(env, td, draft, Clocks::WallFirst, [=](SQLEvent &event, Texts &texts) {
-        copyStatement(event, texts, sql, dataSrcName);
+        copyStatement(td, event, texts, sql, dataSrcName);
         addWeight(event, averageSqlLength);
     });
 }

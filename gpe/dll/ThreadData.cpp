@@ -68,6 +68,7 @@ ThreadData::~ThreadData() {
     }
     lossAccount.enter(takeRefused());
     delete eventQueue;
+    delete known;
     releaseVirtual(*this);
     free(threadName.load());
     free(groupName.load());

@@ -5,6 +5,7 @@
 #pragma once
 
 #include "EventQueue.h"
+#include "KnownString.h"
 #include "LossAccount.h"
 #include "NamedObject.h"
 #include "Relaxed.h"
@@ -12,6 +13,11 @@
 #include <atomic>
 #include <cstdint>
 #include <jni.h>
+
+// Of the calls that servers make most.
+struct KnownStrings {
+    KnownString requestName, applicationName, url, userId, sql, dataSource;
+};
 
 class ThreadData : public virtual NamedObject {
 public:
@@ -78,6 +84,7 @@ public:
     Relaxed<uint32_t> refused[DropFigures::KINDS];  // since its birth, by kind, modulo 2^32
     uint32_t refusedTaken[DropFigures::KINDS] = {}; // of it the drainer's part
     Relaxed<bool> droppedMarkerSent{false};         // a marker stands for the present overflow
+    KnownStrings *known = nullptr;                  // owned; made by its thread when first needed
     char *pageName = nullptr;                       // last portal page, owned
     uint32_t lastEjbTimeSec = 0;
     uint32_t lastEjbTimeUSec = 0;
@@ -88,19 +95,19 @@ public:
     Relaxed<uint32_t> bytesConsumedOther{0};
     Relaxed<uint32_t> bytesAddedClassMethod{0};
     Relaxed<uint32_t> bytesConsumedClassMethod{0};
-    Relaxed<int32_t> unreportedBytes{0};    // added since the memory monitor was last told
-    std::atomic<int64_t> reportedBytes{0};  // what it was told since the agent last summed up its queues
-    EventQueue *eventQueue = nullptr;       // owned; null only if memory ran out
-    bool memoryLimitMarkerSent = false;     // a marker was queued for the present memory-limit state
-    bool acceptingNewRequests = true;       // false while turbo mode refuses new requests
-    std::atomic<bool> isAlive{true};        // its release at thread end hands the object to the agent
-    Relaxed<bool> listed{false};            // an event agent has it in its list
-    Relaxed<bool> isShared{false};          // a special queue: other threads append too
-    jweak virtualThread = nullptr;          // whose it is, for a virtual thread; owned
-    ThreadData *nextInBucket = nullptr;     // of the table of virtual threads
-    ThreadData *nextWatched = nullptr;      // of the thread manager
-    JNIEnv *const envId;                    // the thread's key
-    Relaxed<uint32_t> threadId{0};          // goes into every event of this thread
+    Relaxed<int32_t> unreportedBytes{0};   // added since the memory monitor was last told
+    std::atomic<int64_t> reportedBytes{0}; // what it was told since the agent last summed up its queues
+    EventQueue *eventQueue = nullptr;      // owned; null only if memory ran out
+    bool memoryLimitMarkerSent = false;    // a marker was queued for the present memory-limit state
+    bool acceptingNewRequests = true;      // false while turbo mode refuses new requests
+    std::atomic<bool> isAlive{true};       // its release at thread end hands the object to the agent
+    Relaxed<bool> listed{false};           // an event agent has it in its list
+    Relaxed<bool> isShared{false};         // a special queue: other threads append too
+    jweak virtualThread = nullptr;         // whose it is, for a virtual thread; owned
+    ThreadData *nextInBucket = nullptr;    // of the table of virtual threads
+    ThreadData *nextWatched = nullptr;     // of the thread manager
+    JNIEnv *const envId;                   // the thread's key
+    Relaxed<uint32_t> threadId{0};         // goes into every event of this thread
 
 private:
     void initialize();

@@ -51,12 +51,6 @@ void copyName(JNIEnv *env, jthread thread, ThreadData &data) {
     freeJVMTIMemory(info.name);
 }
 
-JNIEnv *ownEnv() {
-    void *env = nullptr;
-    return realJvm != nullptr && realJvm->GetEnv(&env, JNI_VERSION_1_6) == JNI_OK ? static_cast<JNIEnv *>(env)
-                                                                                  : nullptr;
-}
-
 } // namespace
 
 uint32_t numberOfVirtual(const JNIEnv *key) {

@@ -49,6 +49,12 @@ private:
 
 } // namespace
 
+JNIEnv *ownEnv() {
+    void *env = nullptr;
+    return realJvm != nullptr && realJvm->GetEnv(&env, JNI_VERSION_1_6) == JNI_OK ? static_cast<JNIEnv *>(env)
+                                                                                  : nullptr;
+}
+
 bool clearException(JNIEnv *env) {
     if (env->ExceptionCheck() == JNI_FALSE) {
         return false;

@@ -8,6 +8,9 @@
 #include <cstdint>
 #include <jni.h>
 
+// The calling thread's environment; null if it is not attached to the JVM.
+JNIEnv *ownEnv();
+
 // Describes and clears a pending exception; true if there was one.
 bool clearException(JNIEnv *env);
 

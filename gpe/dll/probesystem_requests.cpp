@@ -73,8 +73,9 @@ void startHttp(JNIEnv *env, jstring requestName, jstring applicationName, jstrin
         ++td->requestDepth;
     }
     assembly::NestedDraft<HttpEvent> draft(td, Event::SUB_START);
-    assembly::fillAndCharge(
-        env, draft, [=](HttpEvent &event, assembly::Texts &texts) { texts.copy(event.userId, userId); });
+    assembly::fillAndCharge(env, draft, [=](HttpEvent &event, assembly::Texts &texts) {
+        texts.copy(event.userId, userId, assembly::knownTo(td, &KnownStrings::userId));
+    });
     sendRequest(env, td, draft, requestName, applicationName, url);
 }
 
