@@ -31,6 +31,17 @@ extern "C" {
 
 JNIEXPORT void JNICALL COMPARISON(nothing)(JNIEnv *, jclass, jstring, jstring) {}
 
+// What no pair of events can do without: a call with its arguments, in which each clock is read once. Not in a
+// loop, since a system call also costs what runs after it.
+JNIEXPORT void JNICALL COMPARISON(clocks)(JNIEnv *env, jclass, jstring, jstring) {
+    jlong nanos = 0;
+    if (jvmtiEnv *jvmti = clockInterface(env)) {
+        jvmti->GetCurrentThreadCpuTime(&nanos);
+    }
+    timespec now{};
+    clock_gettime(CLOCK_REALTIME, &now);
+}
+
 // Reads the thread's CPU clock `count` times, the way the agent does; false if the JVM does not offer it.
 JNIEXPORT jboolean JNICALL COMPARISON(cpuClock)(JNIEnv *env, jclass, jint count) {
     jvmtiEnv *jvmti = clockInterface(env);

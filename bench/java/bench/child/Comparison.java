@@ -11,6 +11,9 @@ final class Comparison {
 
     static native void nothing(String one, String other);
 
+    /** The same, and reads the thread's CPU clock and the wall clock once. */
+    static native void clocks(String one, String other);
+
     /** Reads the thread CPU clock; false if the JVM does not offer it. */
     static native boolean cpuClock(int count);
 

@@ -21,7 +21,7 @@ public final class PairCosts {
         boolean families = args[3].equals("families");
         Lines.awaitProbe();
         Lines.stage("ready");
-        List<Case> cases = new ArrayList<>(List.of(cpuClocks(), wallClocks(), empty()));
+        List<Case> cases = new ArrayList<>(List.of(cpuClocks(), wallClocks(), empty(), floor()));
         cases.addAll(families ? Families.all() : parts());
         Lines.tellAll("", Rounds.measure(cases, threads, rounds, burst));
         if (!families) {
@@ -43,6 +43,13 @@ public final class PairCosts {
         return new Case("empty", false, Families.repeat(() -> {
             Comparison.nothing(Families.SQL, Families.SOURCE);
             Comparison.nothing(Families.SQL, Families.SOURCE);
+        }));
+    }
+
+    private static Case floor() {
+        return new Case("floor", false, Families.repeat(() -> {
+            Comparison.clocks(Families.SQL, Families.SOURCE);
+            Comparison.clocks(Families.SQL, Families.SOURCE);
         }));
     }
 
