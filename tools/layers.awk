@@ -21,7 +21,6 @@ BEGIN {
     # An event writes itself through the visitor, which knows every event.
     exempt["Event", "ProtocolVisitor"]
     # Still to be taken apart.
-    exempt["EventAssembly", "EventUtils"]
     exempt["EventAgent", "EvtAgentMgr"]
     exempt["NetworkAgent", "NetworkAgentMgr"]
     exempt["MemoryMonitor", "ThreadMgr"]

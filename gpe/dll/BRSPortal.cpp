@@ -1,6 +1,7 @@
 #include "BRSPortal.h"
 
 #include "EventAssembly.h"
+#include "EventUtils.h"
 
 #include <algorithm>
 #include <cstring>

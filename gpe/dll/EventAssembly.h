@@ -4,7 +4,6 @@
 #pragma once
 
 #include "EventDraft.h"
-#include "EventUtils.h"
 #include "LossAccount.h"
 #include "MemoryMonitor.h"
 #include "ThreadData.h"
@@ -12,6 +11,17 @@
 
 #include <cstdint>
 #include <jni.h>
+
+// Hands an event to its thread's queue, unless a Java listener refuses its type. A null `thr` is replaced by
+// the calling thread's data. False if the collector was stopped meanwhile: no `ThreadData` looked up before
+// may then be touched.
+bool appendRequestEvent(JNIEnv *env, ThreadData *thr, EventDraft &request);
+
+// Java listeners may veto events by their type: static `boolean notifyListeners(int)` of `cls`. The target is
+// set once.
+void setNotifyTarget(JNIEnv *env, jclass cls);
+void setListenerCount(jint count);
+void setEntryExitNotification(bool on);
 
 namespace assembly {
 

@@ -11,11 +11,6 @@
 
 class ThreadData;
 
-// Hands an event to its thread's queue, unless a Java listener refuses its type. A null `thr` is replaced by
-// the calling thread's data. False if the collector was stopped meanwhile: no `ThreadData` looked up before
-// may then be touched.
-bool appendRequestEvent(JNIEnv *env, ThreadData *thr, EventDraft &request);
-
 // Complete a request event (names, clocks, weight) and append it; nothing with a null `storage`. Names are
 // cut at `urlLimit` bytes. The draft's event is a `RequestEvent`. The result as of `appendRequestEvent`.
 bool sendRequest(JNIEnv *env, ThreadData *storage, EventDraft &request, jstring requestName,
@@ -101,9 +96,3 @@ void storeSamplingRates(const int32_t *levels, int32_t useDefault);
 // Fills `levels` and gives `useDefault`.
 int32_t storedSamplingRates(int32_t *levels);
 void resendSamplingRates(JNIEnv *env);
-
-// Java listeners may veto events by their type: static `boolean notifyListeners(int)` of `cls`. The target is
-// set once.
-void setNotifyTarget(JNIEnv *env, jclass cls);
-void setListenerCount(jint count);
-void setEntryExitNotification(bool on);

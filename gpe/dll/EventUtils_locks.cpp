@@ -1,4 +1,6 @@
 // Objects made and monitors entered within a request.
+#include "EventUtils.h"
+
 #include "EventAssembly.h"
 #include "ThreadMgr.h"
 #include "platform.h"

@@ -1,4 +1,6 @@
 // Records that stand alone: of a thread, or of none.
+#include "EventUtils.h"
+
 #include "EventAssembly.h"
 #include "EvtAgentMgr.h"
 #include "platform.h"

@@ -3,6 +3,7 @@
 // the receiver's decoder reads it.
 #pragma once
 
+#include "EventAssembly.h"
 #include "EventUtils.h"
 #include "EvtAgentMgr.h"
 #include "JVMTIUtils.h"
