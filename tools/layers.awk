@@ -23,10 +23,6 @@ BEGIN {
     # Still to be taken apart.
     exempt["EventAgent", "EvtAgentMgr"]
     exempt["NetworkAgent", "NetworkAgentMgr"]
-    exempt["MemoryMonitor", "ThreadMgr"]
-    exempt["ThreadData", "ThreadMgr"]
-    exempt["ThreadData", "MemoryMonitor"]
-    exempt["ThreadData", "VirtualThreads"]
 }
 
 # A row: the layer's number, then its modules in backticks; what they are for stands in parentheses.

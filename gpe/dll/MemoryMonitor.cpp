@@ -13,8 +13,6 @@
 #include <new>
 
 Relaxed<MemoryMonitor *> memoryMonitor(nullptr);
-Relaxed<bool> notAccepting(false);
-Relaxed<int32_t> growthPortion(16384);
 Relaxed<int32_t> urlLimit(300);
 Relaxed<int32_t> sqlLimit(5000);
 Relaxed<int32_t> averageUrlLength(100);
@@ -86,6 +84,13 @@ bool appendMarker(ThreadData *td) {
     return td->appendEvent(&marker);
 }
 
+void noteGrowthOfQueues(int64_t bytes) {
+    MemoryMonitor *monitor = memoryMonitor;
+    if (monitor != nullptr) {
+        monitor->noteGrowth(bytes);
+    }
+}
+
 } // namespace
 
 int32_t eventPoolSize() {
@@ -121,6 +126,7 @@ void TextSamples::reset() {
 
 MemoryMonitor::MemoryMonitor() : NamedObject("MemoryMonitor"), lock(true), turboLock(true) {
     memoryMonitor = this;
+    growthHook = noteGrowthOfQueues;
 }
 
 MemoryMonitor::~MemoryMonitor() = default;
@@ -138,6 +144,7 @@ void MemoryMonitor::destroy() {
     if (monitor == nullptr) {
         return;
     }
+    growthHook = nullptr;
     memoryMonitor = nullptr;
     const bool allLeft = awaitDeparture();
     for (int waited = 0; monitor->waitingAtGate > 0; waited += GATE_POLL_MS) {

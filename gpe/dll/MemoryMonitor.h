@@ -142,12 +142,6 @@ private:
     const bool admitted;
 };
 
-extern Relaxed<bool> notAccepting; // the accept control has stopped new data
-
-// Bytes that a thread queues before it reports them: smaller with many threads, so that all that is
-// unreported stays a small share of the limit. Set by each check.
-extern Relaxed<int32_t> growthPortion;
-
 // Limits of texts in events (bytes kept, the NUL included) and the running averages that weigh a text before
 // its event exists in full.
 extern Relaxed<int32_t> urlLimit;

@@ -6,6 +6,7 @@
 #include "Inside.h"
 #include "MemoryMonitor.h"
 #include "ProbeLgKit.h"
+#include "ProbeState.h"
 #include "ProtocolVisitor.h"
 #include "platform.h"
 

@@ -14,6 +14,7 @@ JavaVM *realJvm = nullptr;
 
 Relaxed<bool> probeDisabled(true);
 Relaxed<bool> probeStopped(true);
+Relaxed<bool> notAccepting(false);
 Relaxed<bool> eventAgentReady(false);
 Relaxed<bool> networkAgentReady(false);
 Relaxed<bool> restartOnToFromL1Flag(false);

@@ -21,6 +21,7 @@ extern JavaVM *realJvm;
 // The data path. `probeDisabled` is the master gate: nearly every native tests it first.
 extern Relaxed<bool> probeDisabled;
 extern Relaxed<bool> probeStopped;
+extern Relaxed<bool> notAccepting; // the memory limit is reached: new data is refused
 extern Relaxed<bool> eventAgentReady;
 extern Relaxed<bool> networkAgentReady;
 extern Relaxed<bool> restartOnToFromL1Flag;

@@ -1,16 +1,18 @@
 #include "ThreadData.h"
 
 #include "Event.h"
-#include "MemoryMonitor.h"
 #include "ProbeLgKit.h"
 #include "PropertyMgr.h"
-#include "ThreadMgr.h"
 #include "VirtualThreads.h"
 
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <new>
+
+Relaxed<ThreadKeeper *> threadKeeper(nullptr);
+Relaxed<void (*)(int64_t bytes)> growthHook(nullptr);
+Relaxed<int32_t> growthPortion(16384);
 
 namespace {
 
@@ -54,8 +56,8 @@ ThreadData::ThreadData(JNIEnv *env) : NamedObject("ThreadData"), envId(env) {
 
 ThreadData::~ThreadData() {
     if (acceptsEvents()) {
-        const ThreadMgr *manager = threadMgr;
-        if (manager != nullptr && manager->isStarted()) {
+        const ThreadKeeper *keeper = threadKeeper;
+        if (keeper != nullptr && keeper->isStarted()) {
             char text[91];
             snprintf(text, sizeof(text), "Thread being deleted even before it died TID: %u", threadId.get());
             error(__FILE_NAME__, __LINE__, text);
@@ -69,7 +71,7 @@ ThreadData::~ThreadData() {
     lossAccount.enter(takeRefused());
     delete eventQueue;
     delete known;
-    releaseVirtual(*this);
+    releaseVirtual(virtualThread);
     free(threadName.load());
     free(groupName.load());
     free(pageName);
@@ -123,10 +125,10 @@ void ThreadData::reportGrowth(int32_t bytes) {
         return;
     }
     unreportedBytes = 0;
-    MemoryMonitor *monitor = memoryMonitor;
-    if (monitor != nullptr) {
+    void (*const tell)(int64_t) = growthHook;
+    if (tell != nullptr) {
         reportedBytes.fetch_add(portion, std::memory_order_relaxed);
-        monitor->noteGrowth(portion);
+        tell(portion);
     }
 }
 
@@ -171,8 +173,8 @@ void ThreadData::reportRefusal(const EventDraft *evt) const {
 }
 
 void ThreadData::resetOnThreadEnd() {
-    ThreadMgr *manager = threadMgr;
-    if (manager != nullptr && manager->updateOnThreadEnd(envId)) {
+    ThreadKeeper *keeper = threadKeeper;
+    if (keeper != nullptr && keeper->updateOnThreadEnd(envId)) {
         deleteInFlightData();
     }
     isAlive.store(false, std::memory_order_release);

@@ -19,6 +19,26 @@ struct KnownStrings {
     KnownString requestName, applicationName, url, userId, sql, dataSource;
 };
 
+// Whoever finds threads by their keys: the thread manager.
+class ThreadKeeper {
+public:
+    virtual bool isStarted() const = 0;
+    // Forgets the key, whose value the JVM may give to the next thread. False if it was unknown.
+    virtual bool updateOnThreadEnd(JNIEnv *tid) = 0;
+
+protected:
+    ~ThreadKeeper() = default;
+};
+
+// Set by the layers above; null while there is nobody.
+extern Relaxed<ThreadKeeper *> threadKeeper; // not owned
+extern Relaxed<void (*)(int64_t bytes)>
+    growthHook; // told of bytes that came into queues, or went if negative
+
+// Bytes that a thread queues before it reports them: smaller with many threads, so that all that is
+// unreported stays a small share of the memory limit.
+extern Relaxed<int32_t> growthPortion;
+
 class ThreadData : public virtual NamedObject {
 public:
     explicit ThreadData(JNIEnv *env);

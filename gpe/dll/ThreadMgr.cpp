@@ -1,15 +1,14 @@
 #include "ThreadMgr.h"
 
 #include "Inside.h"
-#include "MemoryMonitor.h"
 #include "PlainLock.h"
 #include "ProbeLgKit.h"
-#include "ThreadData.h"
+#include "ProbeState.h"
+#include "VirtualThreads.h"
 #include "jnihelp.h"
 
 #include <algorithm>
 #include <atomic>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
@@ -83,6 +82,7 @@ void ThreadMgr::create() {
     if (threadMgr == nullptr) {
         threadMgr = new (std::nothrow) ThreadMgr();
         threadMgrInstance = threadMgr.get();
+        threadKeeper = threadMgr.get();
     }
 }
 
@@ -254,6 +254,14 @@ ThreadData *newThreadData(JNIEnv *key) {
     return data;
 }
 
+// On the virtual thread whose record it is; false if memory is out.
+bool describe(JNIEnv *env, ThreadData &data) {
+    const VirtualThread thread = describeVirtual(env);
+    data.virtualThread = thread.reference;
+    data.threadName.store(thread.name, std::memory_order_release);
+    return thread.reference != nullptr;
+}
+
 } // namespace
 
 ThreadData *ThreadMgr::createThreadData(JNIEnv *env, JNIEnv *key) {
@@ -271,7 +279,7 @@ ThreadData *ThreadMgr::createThreadData(JNIEnv *env, JNIEnv *key) {
     if (data == nullptr) {
         return nullptr;
     }
-    if ((isVirtualKey(key) && !describeVirtual(env, *data)) || !enter(data)) {
+    if ((isVirtualKey(key) && !describe(env, *data)) || !enter(data)) {
         traceFailedInsertion(SIGNATURE, *data);
         data->isAlive = false; // no agent has seen it: the destructor would complain
         delete data;
@@ -427,10 +435,6 @@ void ThreadMgr::endRecord(ThreadData *data) {
     }
 }
 
-ThreadData *ThreadMgr::nextWatchedOf(const ThreadData &data) {
-    return data.nextWatched;
-}
-
 // The walk takes no lock: others only put new records in front, and none goes away but here and in the stop.
 void ThreadMgr::endFinishedVirtualThreads(JNIEnv *env) {
     const ZykLockGuard sweep(sweepLock);
@@ -442,7 +446,7 @@ void ThreadMgr::endFinishedVirtualThreads(JNIEnv *env) {
         if (!data->acceptsEvents()) { // nobody had taken it
             unwatch(link, data);
             deleteThreadData(data);
-        } else if (!isVirtualAlive(env, *data)) {
+        } else if (!isVirtualAlive(env, data->virtualThread)) {
             unwatch(link, data);
             endRecord(data);
             anyEnded = true;
@@ -594,22 +598,6 @@ uint32_t threadIdByName(char *group, char *thread) {
 #define THREAD_MANAGER(name) Java_com_zykora_probe_ThreadManager_##name
 
 extern "C" {
-
-// A new string with the bytes that the agent holds by its own estimate; null before the memory monitor is up.
-JNIEXPORT jstring JNICALL THREAD_MANAGER(getNativeProbeStatus)(JNIEnv *env, jclass) {
-    AM_TRACE_SCOPE(ccTracer, LGK_DEBUG_MID, "ThreadManager.getNativeProbeStatus()");
-    const Inside inside;
-    const MemoryMonitor *monitor = memoryMonitor;
-    if (!inside || monitor == nullptr) {
-        return nullptr;
-    }
-    char text[100];
-    snprintf(text, sizeof(text), "Approximate Zykora Native Memory consumed(bytes): %ld \n",
-             static_cast<long>(monitor->getMemoryTaken()));
-    jstring result = env->NewStringUTF(text);
-    clearException(env);
-    return result;
-}
 
 // 5 for a thread that has ended, 32768 for a suspended one, else 0; 0 for an unknown number.
 JNIEXPORT jint JNICALL THREAD_MANAGER(getNativeThreadStatus)(JNIEnv *, jclass, jint thread_id) {

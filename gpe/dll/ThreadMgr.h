@@ -8,14 +8,13 @@
 
 #include "NamedObject.h"
 #include "Relaxed.h"
-#include "VirtualThreads.h"
+#include "ThreadData.h"
+#include "VirtualThreadTable.h"
 #include "ZykHashTable.h"
 #include "ZykLock.h"
 
 #include <cstdint>
 #include <jni.h>
-
-class ThreadData;
 
 // Whoever drains the queues: new threads are handed to it.
 class ThreadTaker {
@@ -28,7 +27,7 @@ protected:
     ~ThreadTaker() = default;
 };
 
-class ThreadMgr : public virtual NamedObject {
+class ThreadMgr : public virtual NamedObject, public ThreadKeeper {
 public:
     // The singleton: made once, lives until the process ends.
     static void create();
@@ -41,7 +40,7 @@ public:
     // Destroys every `ThreadData` of the table, once no thread is inside that may hold one; if one does not
     // come out they stay in memory. The event agents must have ended before.
     void stop();
-    bool isStarted() const { return started; }
+    bool isStarted() const override { return started; }
 
     // The calling thread's data, made if needed; null while stopped, for a null `env`, before the pump runs
     // and when memory is out. New virtual threads get none while the memory limit is reached.
@@ -61,14 +60,13 @@ public:
     void forEachThread(Visit visit) {
         const ZykLockGuard guard(threadLock);
         threadTable.forEach(visit);
-        for (ThreadData *data = watched; data != nullptr; data = nextWatchedOf(*data)) {
+        for (ThreadData *data = watched; data != nullptr; data = data->nextWatched) {
             visit(data);
         }
     }
     // True if it was destroyed.
     bool deleteThreadData(ThreadData *data);
-    // Forgets the environment, whose value the JVM may give to the next thread. False if it was unknown.
-    bool updateOnThreadEnd(JNIEnv *tid);
+    bool updateOnThreadEnd(JNIEnv *tid) override;
     // Virtual threads end without a word: tells the records of those that have. For one Java thread, from
     // time to time.
     void endFinishedVirtualThreads(JNIEnv *env);
@@ -99,7 +97,6 @@ private:
     uint32_t allocateId(JNIEnv *key);
     bool eraseId(JNIEnv *env);
     ThreadData *firstWatched();
-    static ThreadData *nextWatchedOf(const ThreadData &data);
     void endRecord(ThreadData *data);
     void unwatch(ThreadData **&link, const ThreadData *data);
 

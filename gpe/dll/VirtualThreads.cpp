@@ -3,11 +3,9 @@
 #include "JVMTIUtils.h"
 #include "ProbeState.h"
 #include "Relaxed.h"
-#include "ThreadData.h"
 #include "jnihelp.h"
 
 #include <cstring>
-#include <mutex>
 
 namespace {
 
@@ -38,17 +36,16 @@ jthread currentThread() {
 }
 
 // A virtual thread mostly has none. Its group is always the same and not kept.
-void copyName(JNIEnv *env, jthread thread, ThreadData &data) {
+char *nameOf(JNIEnv *env, jthread thread) {
     jvmtiThreadInfo info{};
     if (jvmti->GetThreadInfo(thread, &info) != JVMTI_ERROR_NONE) {
-        return;
+        return nullptr;
     }
     const LocalRef<jobject> group(env, info.thread_group);
     const LocalRef<jobject> loader(env, info.context_class_loader);
-    if (info.name != nullptr && *info.name != '\0') {
-        data.threadName.store(dupString(info.name), std::memory_order_release);
-    }
+    char *name = info.name != nullptr && *info.name != '\0' ? dupString(info.name) : nullptr;
     freeJVMTIMemory(info.name);
+    return name;
 }
 
 } // namespace
@@ -93,87 +90,29 @@ Caller callerOn(JNIEnv *env, const JNIEnv *known) {
     return {env, !isCarrier(env, thread.get())};
 }
 
-bool describeVirtual(JNIEnv *env, ThreadData &data) {
+VirtualThread describeVirtual(JNIEnv *env) {
     const LocalRef<jthread> thread(env, currentThread());
-    data.virtualThread = thread ? env->NewWeakGlobalRef(thread.get()) : nullptr;
-    if (data.virtualThread == nullptr) {
+    const jweak reference = thread ? env->NewWeakGlobalRef(thread.get()) : nullptr;
+    if (reference == nullptr) {
         env->ExceptionClear();
-        return false;
+        return {nullptr, nullptr};
     }
-    copyName(env, thread.get(), data);
-    return true;
+    return {reference, nameOf(env, thread.get())};
 }
 
-void releaseVirtual(ThreadData &data) {
-    JNIEnv *env = data.virtualThread != nullptr ? ownEnv() : nullptr;
+void releaseVirtual(jweak reference) {
+    JNIEnv *env = reference != nullptr ? ownEnv() : nullptr;
     if (env != nullptr) {
-        env->DeleteWeakGlobalRef(data.virtualThread);
+        env->DeleteWeakGlobalRef(reference);
     }
-    data.virtualThread = nullptr;
 }
 
 // A question that cannot be asked is no sign of an end.
-bool isVirtualAlive(JNIEnv *env, const ThreadData &data) {
-    const LocalRef<jobject> thread(env, env->NewLocalRef(data.virtualThread));
+bool isVirtualAlive(JNIEnv *env, jweak reference) {
+    const LocalRef<jobject> thread(env, env->NewLocalRef(reference));
     if (!thread) {
-        return env->IsSameObject(data.virtualThread, nullptr) == JNI_FALSE;
+        return env->IsSameObject(reference, nullptr) == JNI_FALSE;
     }
     const bool alive = env->CallBooleanMethod(thread.get(), isAliveMethod) != JNI_FALSE;
     return clearException(env) || alive;
-}
-
-// ---------------------------------------------------------------- table
-
-// The link that points to the record, or the null link at the end of its chain.
-template <typename Wanted>
-ThreadData **VirtualThreadTable::find(uint32_t number, Wanted wanted) {
-    ThreadData **link = &buckets[number % BUCKETS];
-    while (*link != nullptr && !wanted(**link)) {
-        link = &(*link)->nextInBucket;
-    }
-    return link;
-}
-
-void VirtualThreadTable::put(ThreadData *data) {
-    const uint32_t number = numberOfVirtual(data->envId);
-    const std::lock_guard<PlainLock> guard(lockOf(number));
-    ThreadData *&head = buckets[number % BUCKETS];
-    data->nextInBucket = head;
-    head = data;
-    count.fetch_add(1, std::memory_order_relaxed);
-}
-
-ThreadData *VirtualThreadTable::get(const JNIEnv *key) {
-    const uint32_t number = numberOfVirtual(key);
-    const std::lock_guard<PlainLock> guard(lockOf(number));
-    return *find(number, [key](const ThreadData &data) { return data.envId == key; });
-}
-
-JNIEnv *VirtualThreadTable::keyOf(uint32_t number) {
-    const std::lock_guard<PlainLock> guard(lockOf(number));
-    const ThreadData *data =
-        *find(number, [number](const ThreadData &each) { return numberOfVirtual(each.envId) == number; });
-    return data != nullptr ? data->envId : nullptr;
-}
-
-bool VirtualThreadTable::remove(const JNIEnv *key) {
-    const uint32_t number = numberOfVirtual(key);
-    const std::lock_guard<PlainLock> guard(lockOf(number));
-    ThreadData **link = find(number, [key](const ThreadData &data) { return data.envId == key; });
-    ThreadData *data = *link;
-    if (data == nullptr) {
-        return false;
-    }
-    *link = data->nextInBucket;
-    count.fetch_sub(1, std::memory_order_relaxed);
-    return true;
-}
-
-void VirtualThreadTable::clear() {
-    for (uint32_t i = 0; i < BUCKETS; ++i) {
-        const std::lock_guard<PlainLock> guard(lockOf(i));
-        for (; buckets[i] != nullptr; buckets[i] = buckets[i]->nextInBucket) {
-            count.fetch_sub(1, std::memory_order_relaxed);
-        }
-    }
 }

@@ -6,13 +6,8 @@
 // object of a thread alive.
 #pragma once
 
-#include "PlainLock.h"
-
-#include <atomic>
 #include <cstdint>
 #include <jni.h>
-
-class ThreadData;
 
 inline bool isVirtualKey(const JNIEnv *key) {
     return (reinterpret_cast<uintptr_t>(key) & 1) != 0;
@@ -36,32 +31,15 @@ void learnVirtualThreads(JNIEnv *env);
 // `known` is the key of the virtual thread that was last seen on this environment, if any.
 Caller callerOn(JNIEnv *env, const JNIEnv *known);
 
-// Takes down whose record it is, on that thread, a virtual one; false if memory is out.
-bool describeVirtual(JNIEnv *env, ThreadData &data);
-// Gives the JVM's part of it back; any Java thread.
-void releaseVirtual(ThreadData &data);
-// False once the thread has ended or its object is gone.
-bool isVirtualAlive(JNIEnv *env, const ThreadData &data);
-
-// The living by key, in chains through the records themselves: it allocates nothing.
-class VirtualThreadTable {
-public:
-    void put(ThreadData *data);
-    ThreadData *get(const JNIEnv *key);
-    JNIEnv *keyOf(uint32_t number); // null if there is none
-    bool remove(const JNIEnv *key);
-    void clear();
-    int32_t entryCount() const { return count.load(std::memory_order_relaxed); }
-
-private:
-    static constexpr uint32_t BUCKETS = 4096;
-    static constexpr uint32_t LOCKS = 64;
-
-    template <typename Wanted>
-    ThreadData **find(uint32_t number, Wanted wanted);
-    PlainLock &lockOf(uint32_t number) { return locks[number % LOCKS]; }
-
-    ThreadData *buckets[BUCKETS] = {};
-    PlainLock locks[LOCKS];
-    std::atomic<int32_t> count{0};
+// A virtual thread as its record keeps it; both are the caller's.
+struct VirtualThread {
+    jweak reference; // null if memory was out
+    char *name;      // from malloc; null if it has none
 };
+
+// The calling thread, a virtual one.
+VirtualThread describeVirtual(JNIEnv *env);
+// Gives the JVM's part back, unless it is null; any Java thread.
+void releaseVirtual(jweak reference);
+// False once the thread has ended or its object is gone.
+bool isVirtualAlive(JNIEnv *env, jweak reference);

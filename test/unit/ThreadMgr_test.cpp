@@ -1,4 +1,5 @@
 #include "Threads.h"
+#include "VirtualThreads.h"
 #include "pump_test_support.h"
 
 #include <gtest/gtest.h>
