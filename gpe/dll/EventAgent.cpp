@@ -1,7 +1,6 @@
 #include "EventAgent.h"
 
 #include "Event.h"
-#include "EvtAgentMgr.h"
 #include "Inside.h"
 #include "MemoryMonitor.h"
 #include "ProbeLgKit.h"
@@ -16,6 +15,7 @@
 #include <new>
 #include <strings.h>
 
+Relaxed<EventAgentHost *> eventAgentHost(nullptr);
 Relaxed<void (*)(JNIEnv *)> resendSamplingRatesHook(nullptr);
 
 namespace {
@@ -105,7 +105,7 @@ void EventAgent::enterLoop(JNIEnv *threadEnv) {
     }
     isRunning = true;
     adoptThreads();
-    EvtAgentMgr *manager = evtAgentMgr;
+    EventAgentHost *manager = eventAgentHost;
     if (manager != nullptr) {
         manager->notifyEventAgentStatus(this, true);
     }
@@ -119,7 +119,7 @@ void EventAgent::leaveLoop() {
     if (forgotten) {
         return;
     }
-    EvtAgentMgr *manager = evtAgentMgr;
+    EventAgentHost *manager = eventAgentHost;
     if (manager != nullptr) {
         manager->notifyEventAgentStatus(this, false);
     }
@@ -145,9 +145,6 @@ bool EventAgent::stopThread(int64_t patienceMs) {
 }
 
 void EventAgent::forget() {
-    static EventAgent *last = nullptr; // for whoever looks into the memory of the process
-    forgottenBefore = last;
-    last = this;
     forgotten = true; // first: whoever enters now looks at it last
     requestStop();
 }
@@ -194,7 +191,7 @@ void EventAgent::runPass() {
 
 bool EventAgent::canSend() {
     NetworkAgentMgr *network = networkAgentMgr;
-    const EvtAgentMgr *manager = evtAgentMgr;
+    const EventAgentHost *manager = eventAgentHost;
     return network != nullptr && manager != nullptr && network->isConnected(this) && manager->maySend(this);
 }
 
@@ -240,7 +237,7 @@ void EventAgent::waitForPS() {
 
 void EventAgent::checkMemory() {
     computeMemoryTaken();
-    EvtAgentMgr *manager = evtAgentMgr;
+    EventAgentHost *manager = eventAgentHost;
     if (id == 0 && manager != nullptr) {
         manager->checkForMemory(this);
     }
@@ -347,7 +344,7 @@ void EventAgent::deleteThread(ThreadData *thr) {
 // destroyed by its owner.
 void EventAgent::releaseThreads() {
     ThreadMgr *threads = threadMgr;
-    EvtAgentMgr *manager = evtAgentMgr;
+    EventAgentHost *manager = eventAgentHost;
     if (threads != nullptr) {
         const ZykLockGuard guard(threads->destructionLock());
         while (ThreadData *thr = threadList.removeFirst()) {
@@ -393,7 +390,7 @@ void EventAgent::resendIfPending() {
     resendInitialDataPending = false; // first: a loss during the resend asks for another
     const bool done = resendInitialData();
     if (!resendInitialDataPending) {
-        evtAgentMgr->setLeaderResent();
+        eventAgentHost->setLeaderResent();
     }
     if (!done) {
         resendInitialDataPending = true;

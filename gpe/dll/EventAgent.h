@@ -5,10 +5,12 @@
 // Server is away, the oldest events go; an event larger than a packet goes with an error line.
 #pragma once
 
+#include "AgentSlots.h"
 #include "LossAccount.h"
 #include "NamedObject.h"
 #include "NetworkAgentMgr.h"
 #include "Relaxed.h"
+#include "ThreadMgr.h"
 #include "ThreadRound.h"
 #include "ZykList.h"
 #include "ZykLock.h"
@@ -19,11 +21,27 @@
 #include <memory>
 
 class Event;
+class EventAgent;
 class EventQueue;
 class ProtocolVisitor;
 class ThreadData;
 
-class EventAgent : public virtual NamedObject, public NetworkClient {
+// What an agent needs of its pool, on its own thread.
+class EventAgentHost : public ThreadTaker {
+public:
+    virtual void notifyEventAgentStatus(EventAgent *agent, bool status) = 0;
+    virtual void checkForMemory(EventAgent *agent) = 0;
+    virtual bool maySend(const EventAgent *agent) const = 0;
+    virtual void setLeaderResent() = 0;
+
+protected:
+    ~EventAgentHost() = default;
+};
+
+// The pool; null while there is none.
+extern Relaxed<EventAgentHost *> eventAgentHost;
+
+class EventAgent : public virtual NamedObject, public NetworkClient, public SharedAgent {
 public:
     // Reads its properties; a packet size or a sleep time that cannot be worked with becomes the default.
     explicit EventAgent(int id);
@@ -119,7 +137,6 @@ private:
     std::atomic<bool> keepRunning{false};
     std::atomic<bool> isRunning{false}; // the loop runs
     std::atomic<bool> forgotten{false};
-    EventAgent *forgottenBefore = nullptr;
     const int32_t packetSizeKB;
     std::unique_ptr<char[]> packetBuffer; // null if memory ran out: the agent then refuses to start
     Relaxed<ThreadData *> specialThreadData{nullptr};

@@ -16,8 +16,6 @@ Relaxed<EvtAgentMgr *> evtAgentMgrInstance(nullptr);
 
 namespace {
 
-constexpr int CALLS_POLL_MS = 5;
-
 pthread_mutex_t birthLock = PTHREAD_MUTEX_INITIALIZER; // several natives may come first at once
 
 // What `use` gives of the singleton; 0 without one.
@@ -34,6 +32,7 @@ EvtAgentMgr *EvtAgentMgr::create() {
     if (evtAgentMgr == nullptr) {
         evtAgentMgr = new (std::nothrow) EvtAgentMgr();
         evtAgentMgrInstance = evtAgentMgr.get();
+        eventAgentHost = evtAgentMgr.get();
     }
     EvtAgentMgr *manager = evtAgentMgr;
     pthread_mutex_unlock(&birthLock);
@@ -50,6 +49,7 @@ EvtAgentMgr::~EvtAgentMgr() {
     stop();
     evtAgentMgr = nullptr;
     evtAgentMgrInstance = nullptr;
+    eventAgentHost = nullptr;
 }
 
 // ---------------------------------------------------------------- start and stop
@@ -60,7 +60,7 @@ void EvtAgentMgr::start() {
         traceError("No memory for event agents, none is started");
         return;
     }
-    gate.open();
+    agents.gate.open();
     MemoryMonitor::setEventPool(this);
     ThreadMgr::setThreadTaker(this);
     NetworkAgentMgr *network = networkAgentMgr;
@@ -71,84 +71,49 @@ void EvtAgentMgr::start() {
 }
 
 bool EvtAgentMgr::createData() {
-    for (int32_t id = 0; id < poolSize; ++id) {
-        EventAgent *agent = new (std::nothrow) EventAgent(id);
-        if (agent == nullptr) {
-            break;
-        }
-        agent->prepareLocks();
-        agents[id] = agent;
-        agentCount = id + 1;
-    }
-    if (agentCount == 0) {
+    agents.fill(poolSize);
+    if (agents.at(0) == nullptr) {
+        agents.drop(true);
         return false;
     }
-    leaderAgent = agents[0];
+    agents.forEach([](EventAgent &agent) { agent.prepareLocks(); });
+    leaderAgent = agents.at(0);
     const ZykLockGuard guard(roundRobinLock); // makes its monitor before threads race for it
     return true;
 }
 
 void EvtAgentMgr::stop() {
     AM_TRACE_SCOPE(eaTracer, LGK_DEBUG_MIN, "EvtAgentMgr::stop()");
-    gate.close();
+    agents.gate.close();
     ThreadMgr::setThreadTaker(nullptr);
     NetworkAgentMgr *network = networkAgentMgr;
     if (network != nullptr) {
         network->unregisterConnectionInitListener(this);
     }
-    if (!stopAgents()) {
-        forgetAgents();
-    }
+    const int64_t deadline = monotonicMicros() + EventAgent::STOP_PATIENCE_MS * MICROS_PER_MS;
+    const bool nobodyInside =
+        stopAgents(deadline) && awaitUntil(deadline, [this] { return agents.gate.isEmpty(); });
     MemoryMonitor::setEventPool(nullptr);
-    deleteData();
+    deleteData(nobodyInside);
     messageInfo(1047, "EvtAgentManager stopped...");
 }
 
-// A thread may have been let in before the gate closed and start its agent only after it was told to stop: it
-// is told again. False if somebody is still inside after all.
-bool EvtAgentMgr::stopAgents() {
-    const int64_t deadline = monotonicMicros() + EventAgent::STOP_PATIENCE_MS * MICROS_PER_MS;
-    const auto rest = [deadline] { return (deadline - monotonicMicros()) / MICROS_PER_MS; };
-    for (int32_t id = 0; id < agentCount; ++id) {
-        agents[id]->requestStop(); // all at once, so that no end waits for the one before it
-    }
-    for (int32_t id = 0; id < agentCount; ++id) {
-        agents[id]->stopThread(rest());
-    }
-    for (;;) {
-        const int32_t living = firstAlive();
-        if (living < 0 && gate.isEmpty()) {
-            return true;
-        }
-        if (rest() <= 0) {
-            return false;
-        }
-        if (living >= 0) {
-            AM_TRACE(eaTracer, LGK_DEBUG_MID, "EvtAgentMgr::stop()",
-                     "EventAgent ID: %d was alive, waiting for 1 secs", living);
-            agents[living]->stopThread(rest());
-        } else {
-            thread_sleep(CALLS_POLL_MS);
-        }
-    }
+// False if a thread is still in one.
+bool EvtAgentMgr::stopAgents(int64_t deadline) {
+    return agents.end(deadline, [](const EventAgent &agent) {
+        AM_TRACE(eaTracer, LGK_DEBUG_MID, "EvtAgentMgr::stop()",
+                 "EventAgent ID: %d was alive, waiting for 1 secs", agent.getId());
+    });
 }
 
-// What somebody may still touch stays in memory, and in its place until the next start.
-void EvtAgentMgr::forgetAgents() {
-    for (int32_t id = 0; id < agentCount; ++id) {
-        if (agents[id]->isAlive()) {
+void EvtAgentMgr::deleteData(bool nobodyInside) {
+    agents.forEach([](const EventAgent &agent) {
+        if (agent.isAlive()) {
             AM_TRACE(eaTracer, LGK_DEBUG_MIN, "EvtAgentMgr::deleteData()",
-                     "EventAgent ID: %d still alive after 10 sec wait therefore not deleting", id);
+                     "EventAgent ID: %d still alive after 10 sec wait therefore not deleting", agent.getId());
         }
-        agents[id]->forget();
-    }
-    agentCount = 0;
-}
-
-void EvtAgentMgr::deleteData() {
-    while (agentCount > 0) {
-        delete agents[--agentCount];
-    }
+    });
+    agents.drop(nobodyInside);
     roundRobinIndex = 0;
     leaderAlive = false;
     leaderResent = true;
@@ -166,31 +131,28 @@ bool EvtAgentMgr::isValid(int id, const char *signature, const char *badIdText) 
 void EvtAgentMgr::startEvtAgent(JNIEnv *env, int id) {
     constexpr char SIGNATURE[] = "EvtAgentMgr::startEvtAgent( JNIEnv *env, int id )";
     AM_TRACE_SCOPE(eaTracer, LGK_DEBUG_MIN, SIGNATURE);
-    const CallGate::Pass pass(gate);
-    if (isValid(id, SIGNATURE, "Trying to start event agent with improper ID: %d [0-%d]") && pass &&
-        id < agentCount) {
-        agents[id]->startThread(env);
+    if (isValid(id, SIGNATURE, "Trying to start event agent with improper ID: %d [0-%d]")) {
+        agents.with(id, [env](EventAgent &agent) { agent.startThread(env); });
     }
 }
 
 void EvtAgentMgr::stopEvtAgent(int id) {
     constexpr char SIGNATURE[] = "EvtAgentMgr::stopEvtAgent( int id )";
     AM_TRACE_SCOPE(eaTracer, LGK_DEBUG_MIN, SIGNATURE);
-    const CallGate::Pass pass(gate);
-    if (isValid(id, SIGNATURE, "Trying to stop event agent with improper ID: %d [0-%d]") && pass &&
-        id < agentCount) {
-        agents[id]->stopThread();
+    if (isValid(id, SIGNATURE, "Trying to stop event agent with improper ID: %d [0-%d]")) {
+        agents.with(id, [](EventAgent &agent) { agent.stopThread(); });
     }
 }
 
 // ---------------------------------------------------------------- new threads
 
 bool EvtAgentMgr::manageThreadData(ThreadData *thr) {
-    const CallGate::Pass pass(gate);
+    const CallGate::Pass pass(agents.gate);
     if (thr == nullptr || !pass || !leaderAlive) {
         return false;
     }
-    return agents[getRoundRobinIndex()]->manageThreadData(thr);
+    EventAgent *agent = agents.at(getRoundRobinIndex());
+    return agent != nullptr && agent->manageThreadData(thr);
 }
 
 int32_t EvtAgentMgr::getRoundRobinIndex() {
@@ -203,36 +165,28 @@ int32_t EvtAgentMgr::getRoundRobinIndex() {
         index = roundRobinIndex;
         roundRobinIndex = (index + 1) % poolSize;
     }
-    return isAliveAt(index) ? index : std::max(firstAlive(), 0);
-}
-
-bool EvtAgentMgr::isAliveAt(int32_t index) const {
-    return index >= 0 && index < agentCount && agents[index]->isAlive();
+    const EventAgent *agent = agents.at(index);
+    return agent != nullptr && agent->isAlive() ? index : std::max(firstAlive(), 0);
 }
 
 int32_t EvtAgentMgr::firstAlive() const {
-    for (int32_t index = 0; index < poolSize; ++index) {
-        if (isAliveAt(index)) {
-            return index;
-        }
-    }
-    return -1;
+    return agents.firstFrom(0, [](const EventAgent &agent) { return agent.isAlive(); });
 }
 
 // ---------------------------------------------------------------- news from the network and the agents
 
 void EvtAgentMgr::notifySocketStatus() {
     AM_TRACE_SCOPE(eaTracer, LGK_DEBUG_MIN, "EvtAgentMgr::notifySocketStatus()");
-    const CallGate::Pass pass(gate);
+    const CallGate::Pass pass(agents.gate);
     if (!pass) {
         return;
     }
     leaderResent = false;
-    for (int32_t id = 0; id < agentCount; ++id) {
-        if (poolSize == 1 || agents[id]->isAlive()) {
-            agents[id]->notifyPSReconnect(isLeader(agents[id]));
+    agents.forEach([this](EventAgent &agent) {
+        if (poolSize == 1 || agent.isAlive()) {
+            agent.notifyPSReconnect(isLeader(&agent));
         }
-    }
+    });
 }
 
 void EvtAgentMgr::notifyEventAgentStatus(EventAgent *agent, bool status) {
@@ -246,17 +200,19 @@ void EvtAgentMgr::notifyEventAgentStatus(EventAgent *agent, bool status) {
 
 void EvtAgentMgr::checkForMemory(EventAgent *agent) {
     MemoryMonitor *monitor = memoryMonitor;
-    const CallGate::Pass pass(gate);
+    const CallGate::Pass pass(agents.gate);
     if (!isLeader(agent) || !pass || monitor == nullptr) {
         return;
     }
     const bool stats = logStatistics && statsTimer.expired();
     const uint32_t memory = sumMemoryTaken();
     int32_t total = 0;
-    for (int32_t id = 0; stats && id < agentCount; ++id) {
-        const int32_t events = agents[id]->getNumberOfEvents();
-        logAgent(*agents[id], events);
-        total += events;
+    if (stats) {
+        agents.forEach([&](EventAgent &each) {
+            const int32_t events = each.getNumberOfEvents();
+            logAgent(each, events);
+            total += events;
+        });
     }
     ThreadMgr *threads = threadMgr;
     if (threads != nullptr && agent->getEnv() != nullptr) {
@@ -284,16 +240,14 @@ void EvtAgentMgr::logAgent(EventAgent &agent, int32_t events) const {
 // For callers inside the gate.
 uint32_t EvtAgentMgr::sumMemoryTaken() {
     uint32_t sum = 0;
-    for (int32_t id = 0; id < agentCount; ++id) {
-        sum += agents[id]->getMemoryTaken();
-    }
+    agents.forEach([&sum](const EventAgent &agent) { sum += agent.getMemoryTaken(); });
     return sum;
 }
 
 // Outside of start and stop the monitor may be about to go.
 uint32_t EvtAgentMgr::getTotalBytesConsumed() {
     const Inside inside;
-    const CallGate::Pass pass(gate);
+    const CallGate::Pass pass(agents.gate);
     MemoryMonitor *monitor = memoryMonitor;
     if (!inside || !pass || monitor == nullptr) {
         return 0;
@@ -303,43 +257,33 @@ uint32_t EvtAgentMgr::getTotalBytesConsumed() {
 }
 
 int32_t EvtAgentMgr::getTotalDataSize() {
-    const CallGate::Pass pass(gate);
-    return pass ? static_cast<int32_t>(sumMemoryTaken()) : 0;
+    return agents.sum([](const EventAgent &agent) { return static_cast<int32_t>(agent.getMemoryTaken()); });
 }
 
 int32_t EvtAgentMgr::getNumberOfEvents() {
-    const CallGate::Pass pass(gate);
-    int32_t sum = 0;
-    for (int32_t i = 0; pass && i < agentCount; ++i) {
-        sum += agents[i]->getNumberOfEvents();
-    }
-    return sum;
+    return agents.sum([](EventAgent &agent) { return agent.getNumberOfEvents(); });
 }
 
 void EvtAgentMgr::reduceMemory() {
-    const CallGate::Pass pass(gate);
-    for (int32_t i = 0; pass && i < agentCount; ++i) {
-        agents[i]->reduceMemoryUsed();
-    }
+    agents.call([](EventAgent &agent) { agent.reduceMemoryUsed(); });
 }
 
 ThreadData *EvtAgentMgr::getSpecialThreadData() {
-    const CallGate::Pass pass(gate);
-    return pass ? agents[0]->getSpecialThreadData() : nullptr;
+    const CallGate::Pass pass(agents.gate);
+    const EventAgent *leader = pass ? agents.at(0) : nullptr;
+    return leader != nullptr ? leader->getSpecialThreadData() : nullptr;
 }
 
 // ---------------------------------------------------------------- the pool for the memory monitor
 
 int32_t EvtAgentMgr::getSleepTime() {
-    const CallGate::Pass pass(gate);
-    return pass ? agents[0]->getSleepTime() : 0;
+    const CallGate::Pass pass(agents.gate);
+    const EventAgent *leader = pass ? agents.at(0) : nullptr;
+    return leader != nullptr ? leader->getSleepTime() : 0;
 }
 
 bool EvtAgentMgr::setSleepTime(long time) {
-    const CallGate::Pass pass(gate);
-    for (int32_t i = 0; pass && i < agentCount; ++i) {
-        agents[i]->setSleepTime(static_cast<int32_t>(time));
-    }
+    agents.call([time](EventAgent &agent) { agent.setSleepTime(static_cast<int32_t>(time)); });
     return true;
 }
 

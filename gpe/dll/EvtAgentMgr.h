@@ -4,14 +4,13 @@
 // it is refused, and `stop` ends no agent while a call is inside.
 #pragma once
 
-#include "CallGate.h"
+#include "AgentSlots.h"
 #include "EventAgent.h"
 #include "MemoryMonitor.h"
 #include "NamedObject.h"
 #include "NetworkAgentMgr.h"
 #include "PeriodicTimer.h"
 #include "Relaxed.h"
-#include "ThreadMgr.h"
 #include "ZykLock.h"
 
 #include <cstdint>
@@ -19,7 +18,7 @@
 
 class EvtAgentMgr : public virtual NamedObject,
                     public NetworkAgentMgrConnInitListener,
-                    public ThreadTaker,
+                    public EventAgentHost,
                     public AgentPool {
 public:
     // The singleton; made on first use, by one thread. Null when memory is out.
@@ -38,7 +37,7 @@ public:
     // Waits for its end, 5 seconds at most.
     void stopEvtAgent(int id);
 
-    bool canTakeThreads() override { return gate.isOpen() && leaderAlive; }
+    bool canTakeThreads() override { return agents.gate.isOpen() && leaderAlive; }
     bool manageThreadData(ThreadData *thr) override;
     int32_t getRoundRobinIndex(); // who gets the next thread: an index of the pool
 
@@ -47,10 +46,10 @@ public:
 
     // On the agents' threads.
     bool isLeader(const EventAgent *agent) const { return agent == leaderAgent; }
-    bool maySend(const EventAgent *agent) const { return isLeader(agent) || leaderResent; }
-    void setLeaderResent() { leaderResent = true; }
-    void checkForMemory(EventAgent *agent);
-    void notifyEventAgentStatus(EventAgent *agent, bool status);
+    bool maySend(const EventAgent *agent) const override { return isLeader(agent) || leaderResent; }
+    void setLeaderResent() override { leaderResent = true; }
+    void checkForMemory(EventAgent *agent) override;
+    void notifyEventAgentStatus(EventAgent *agent, bool status) override;
 
     int32_t getPoolSize() const { return poolSize; }
     int32_t getNumberOfEvents();
@@ -68,20 +67,16 @@ public:
 
 private:
     bool createData();
-    bool stopAgents();
-    void forgetAgents();
-    void deleteData();
+    bool stopAgents(int64_t deadline);
+    void deleteData(bool nobodyInside);
     bool isValid(int id, const char *signature, const char *badIdText) const;
-    bool isAliveAt(int32_t index) const;
     int32_t firstAlive() const; // -1 if there is none
     uint32_t sumMemoryTaken();
     void logAgent(EventAgent &agent, int32_t events) const;
 
-    CallGate gate; // open from start to stop
     const int32_t poolSize;
-    EventAgent *agents[MAX_POOL_SIZE] = {}; // owned; there while the gate is open or a call inside
-    int32_t agentCount = 0;                 // of `agents`: `poolSize`, or as many as memory allowed
-    int32_t roundRobinIndex = 0;            // guarded by `roundRobinLock`
+    AgentSlots<EventAgent> agents;
+    int32_t roundRobinIndex = 0; // guarded by `roundRobinLock`
     Relaxed<bool> leaderAlive{false};
     ZykLock roundRobinLock;
     Relaxed<bool> leaderResent{true};           // the initial data are out

@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <strings.h>
 
+Relaxed<NetworkAgentHost *> networkAgentHost(nullptr);
 Relaxed<int32_t> resetCounter(10000);
 
 namespace {
@@ -28,14 +29,13 @@ NetworkAgent::NetworkAgent(int id) : NamedObject("NetworkAgent"), id_(id), exact
         static_cast<long>(resetCounter));
 }
 
-// Buffers that are still queued are left: the thread flushes them on its way out.
+// The thread flushes the queue on its way out; somebody may have sent since.
 NetworkAgent::~NetworkAgent() {
+    flushDataQueue();
     connected_ = false;
     alive_ = false;
     started_ = false;
     socketDown_ = true;
-    queuedBytes_ = 0;
-    sentBytes_ = 0;
     disconnect2ps();
 }
 
@@ -136,13 +136,6 @@ bool NetworkAgent::stopThread(int64_t patienceMs) {
         waitOnLocalLock(STOP_POLL_MS);
     }
     return !started_;
-}
-
-void NetworkAgent::release() {
-    if (--owners_ == 0) {
-        flushDataQueue();
-        delete this;
-    }
 }
 
 // A thread that is only now on its way in is sent away, also once the stuck one has left.

@@ -5,6 +5,7 @@
 // the next one where losses are told to the event.
 #pragma once
 
+#include "AgentSlots.h"
 #include "HostLookup.h"
 #include "NamedObject.h"
 #include "NetworkAgentData.h"
@@ -14,12 +15,39 @@
 #include "ZykLock.h"
 
 #include <algorithm>
-#include <atomic>
 #include <cstdint>
 #include <jni.h>
 #include <memory>
 
-class NetworkAgent : public virtual NamedObject {
+class NetworkAgent;
+
+// Where the Publish Server listens.
+struct PSDetails {
+    char host[200] = "";
+    int32_t port = -1;
+    int32_t sendBuffSize = -1; // bytes
+};
+
+// What an agent needs of its pool, on its own thread.
+class NetworkAgentHost {
+public:
+    virtual void notifyNetworkAgentStatus(NetworkAgent *agent, bool status) = 0;
+    virtual void notifyPSConnectStatus(NetworkAgent *agent, bool status) = 0;
+    virtual void notifyConnectionListeners(NetworkAgent *na) = 0;
+    virtual void logStatistics() = 0;
+    // The shared answer; asks Java if the last one is no longer good. False if there is none. `nCntLog`
+    // counts the failures so far: from 6 on a failure is not logged.
+    virtual bool getPSDetailsFromKernel(JNIEnv *env, int nCntLog, NetworkAgent *na, PSDetails &details) = 0;
+    virtual bool setClassDataSent(bool sent) = 0; // gives what it was: of several callers one is the first
+
+protected:
+    ~NetworkAgentHost() = default;
+};
+
+// The pool; it stands while a thread is in one of its agents.
+extern Relaxed<NetworkAgentHost *> networkAgentHost;
+
+class NetworkAgent : public virtual NamedObject, public SharedAgent {
 public:
     // Reads its properties. `id` is the index in the pool.
     explicit NetworkAgent(int id);
@@ -34,15 +62,12 @@ public:
     // Tells the thread to end, without waiting.
     void requestStop();
 
-    // Owners: the one who makes it is the first, each thread that uses it beyond a call of its manager
-    // another. The last one to leave destroys it with what it has queued.
-    void hold() { ++owners_; }
-    void release();
-    bool isShared() const { return owners_ > 1; }
     // Its thread may be stuck in code of others: whenever it comes back, it leaves.
     void forget();
     // Base pause of the loop, ms. A sleeper wakes at once for a shorter one.
     void setSleepTime(int32_t ms);
+    void askForAlive() { needAlive_ = true; }
+    void countLossAsTold() { socketDown_ = false; } // of its connection, to the listener
 
     // Queues a copy of the bytes; false if the agent is not connected or its queue is full. Null `data` and a
     // negative size count as done. `figures` tells what is lost with them: from here on the agent's to
@@ -67,11 +92,12 @@ public:
     int64_t ratePause() const; // ms: the fuller the queue, the shorter
 
     int id() const { return id_; }
+    bool isAlive() const { return started_; } // a thread is inside
     int32_t queueCount() const { return dataQueue_.size(); }
     // Not below 0 where one of the two words is already settled or flushed and the other is not.
     int32_t bytesQueued() const { return std::max(queuedBytes_ - sentBytes_, 0); }
 
-    // State that other threads read, and some of it the manager writes.
+    // State that other threads read.
     Relaxed<int32_t> sleepTime_{500}; // base pause of the loop, ms
     Relaxed<bool> connected_{false};  // the stream is open, the initial records have been dealt with
     Relaxed<bool> alive_{false};      // the thread shall go on
@@ -168,7 +194,6 @@ private:
     const bool exactDrops_;      // losses of any kind are told
     SentPackets sent_;           // on the present connection
     int32_t resetSeconds_ = -1;  // forced reconnect interval; not positive: never
-    std::atomic<int32_t> owners_{1};
 };
 
 // Bytes that an agent sends between two settlings of its account; each constructor writes it.

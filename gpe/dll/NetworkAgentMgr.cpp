@@ -1,7 +1,5 @@
 #include "NetworkAgentMgr.h"
 
-#include "CallGate.h"
-#include "NetworkAgent.h"
 #include "ProbeLgKit.h"
 #include "ProbeState.h"
 #include "PropertyMgr.h"
@@ -15,30 +13,14 @@
 #include <new>
 
 Relaxed<NetworkAgentMgr *> networkAgentMgr(nullptr);
+AgentSlots<NetworkAgent> NetworkAgentMgr::agents_;
 
 namespace {
 
-constexpr int CALLS_POLL_MS = 1;
 constexpr int64_t LEAVING_MS = 200; // of threads that are not stuck
 constexpr int CLIENT_BUCKETS = 11;
 
 Relaxed<int32_t> nextAgentIndex(0);
-
-// Open from start to stop: whoever is let in finds the manager. It is no member, as callers may come while
-// the manager goes.
-CallGate gate;
-
-std::atomic<int32_t> threadsHolding{0}; // an agent: threads that run or end it
-
-bool awaitUntil(int64_t deadline, bool (*condition)()) {
-    while (!condition()) {
-        if (monotonicMicros() >= deadline) {
-            return false;
-        }
-        thread_sleep(CALLS_POLL_MS);
-    }
-    return true;
-}
 
 int32_t configuredPoolSize() {
     return std::clamp(intProperty("networkagent.pool.size", 1), 0, MAX_POOL_SIZE);
@@ -61,9 +43,13 @@ void debugPointers(const char *signature, const char *format, ...) {
 NetworkAgentMgr::NetworkAgentMgr()
     : NamedObject("NetworkAgentMgr"), poolSize_(configuredPoolSize()),
       clientMap_(CLIENT_BUCKETS, false, true),
-      statsTimer_(static_cast<uint32_t>(longProperty("log.statistics.frequency", 30000))) {}
+      statsTimer_(static_cast<uint32_t>(longProperty("log.statistics.frequency", 30000))) {
+    networkAgentHost = this;
+}
 
-NetworkAgentMgr::~NetworkAgentMgr() = default;
+NetworkAgentMgr::~NetworkAgentMgr() {
+    networkAgentHost = nullptr;
+}
 
 NetworkAgentMgr *NetworkAgentMgr::getInstance() {
     if (networkAgentMgr == nullptr) {
@@ -76,8 +62,7 @@ void NetworkAgentMgr::destroy() {
     NetworkAgentMgr *mgr = networkAgentMgr;
     if (mgr != nullptr) {
         mgr->stop();
-        if (!awaitUntil(monotonicMicros() + LEAVING_MS * MICROS_PER_MS,
-                        [] { return gate.isEmpty() && threadsHolding == 0; })) {
+        if (!awaitUntil(monotonicMicros() + LEAVING_MS * MICROS_PER_MS, [] { return agents_.isLeft(); })) {
             return; // who comes back asks it
         }
         networkAgentMgr = nullptr;
@@ -90,85 +75,39 @@ void NetworkAgentMgr::destroy() {
 void NetworkAgentMgr::start() {
     AM_TRACE_SCOPE(naTracer, LGK_DEBUG_MIN, "NetworkAgentMgr::start()");
     createData();
-    gate.open();
+    agents_.gate.open();
     MemoryMonitor::setNetworkPool(this);
     messageInfo(1066, "NetworkAgentManager started");
 }
 
 void NetworkAgentMgr::createData() {
-    for (int32_t id = 0; id < poolSize_; ++id) {
-        if (agents_[id] == nullptr) {
-            agents_[id] = new (std::nothrow) NetworkAgent(id);
-        }
-    }
-    defaultAgent_ = poolSize_ > 0 ? agents_[0] : nullptr;
+    agents_.fill(poolSize_);
+    defaultAgent_ = agents_.at(0);
 }
 
 void NetworkAgentMgr::stop() {
     AM_TRACE_SCOPE(naTracer, LGK_DEBUG_MIN, "NetworkAgentMgr::stop()");
-    gate.close();
+    agents_.gate.close();
     MemoryMonitor::setNetworkPool(nullptr);
     const int64_t deadline = monotonicMicros() + NetworkAgent::STOP_PATIENCE_MS * MICROS_PER_MS;
-    endAgents(deadline);
-    dropAgents(awaitUntil(deadline, [] { return gate.isEmpty(); }));
-    messageInfo(1067, "NetworkAgentManager stopped");
-}
-
-// All are told before the first is waited for. A thread may have been let in before the pool closed and start
-// its agent only after it was told to stop: it is told again.
-void NetworkAgentMgr::endAgents(int64_t deadline) {
-    for (NetworkAgent *agent : agents_) {
-        if (agent != nullptr) {
-            agent->requestStop();
-        }
+    const bool ended = agents_.end(deadline, [](const NetworkAgent &agent) {
+        AM_TRACE(naTracer, LGK_DEBUG_MID, "NetworkAgentMgr::stop()",
+                 "NetworkAgent ID: %d was alive, waiting for 1 secs", agent.id());
+    });
+    const NetworkAgent *left = agents_.firstShared();
+    if (!ended && left != nullptr) {
+        traceWarn("NetworkAgent ID: %d has not ended and is left to itself", left->id());
     }
-    for (int32_t id = 0; id < poolSize_; ++id) {
-        if (agents_[id] != nullptr) {
-            agents_[id]->stopThread((deadline - monotonicMicros()) / MICROS_PER_MS);
-        }
-    }
-    while (NetworkAgent *shared = firstShared()) {
-        if (monotonicMicros() >= deadline) {
-            traceWarn("NetworkAgent ID: %d has not ended and is left to itself", shared->id());
-            return;
-        }
-        if (shared->started_) {
-            AM_TRACE(naTracer, LGK_DEBUG_MID, "NetworkAgentMgr::stop()",
-                     "NetworkAgent ID: %d was alive, waiting for 1 secs", shared->id());
-            shared->stopThread((deadline - monotonicMicros()) / MICROS_PER_MS);
-        } else {
-            thread_sleep(CALLS_POLL_MS);
-        }
-    }
-}
-
-NetworkAgent *NetworkAgentMgr::firstShared() const {
-    NetworkAgent *const *end = agents_ + poolSize_;
-    NetworkAgent *const *found = std::find_if(
-        agents_, end, [](const NetworkAgent *agent) { return agent != nullptr && agent->isShared(); });
-    return found != end ? *found : nullptr;
-}
-
-// What somebody may still touch stays in memory.
-void NetworkAgentMgr::dropAgents(bool nobodyInside) {
-    for (int32_t id = 0; id < poolSize_; ++id) {
-        NetworkAgent *agent = agents_[id];
-        agents_[id] = nullptr;
-        if (agent != nullptr) {
-            agent->forget();
-            if (nobodyInside) {
-                agent->release();
-            }
-        }
-    }
+    agents_.drop(awaitUntil(deadline, [] { return agents_.gate.isEmpty(); }));
     defaultAgent_ = nullptr;
     clientMap_.clear();
+    messageInfo(1067, "NetworkAgentManager stopped");
 }
 
 // ---------------------------------------------------------------- threads of the agents
 
 int32_t NetworkAgentMgr::agentCount() {
-    const CallGate::Pass pass(gate);
+    const CallGate::Pass pass(agents_.gate);
     return pass ? networkAgentMgr.get()->poolSize_ : configuredPoolSize();
 }
 
@@ -182,33 +121,15 @@ bool NetworkAgentMgr::isValid(int id) {
     return false;
 }
 
-// Null if the pool is closed or has no agent of that id.
-NetworkAgent *NetworkAgentMgr::holdAgent(int id) {
-    const CallGate::Pass pass(gate);
-    NetworkAgent *agent = isValid(id) && pass ? networkAgentMgr.get()->agents_[id] : nullptr;
-    if (agent != nullptr) {
-        ++threadsHolding;
-        agent->hold();
-    }
-    return agent;
-}
-
-void NetworkAgentMgr::releaseAgent(NetworkAgent *agent) {
-    agent->release();
-    --threadsHolding;
-}
-
 void NetworkAgentMgr::startNetworkAgent(JNIEnv *env, int id) {
-    if (NetworkAgent *agent = holdAgent(id)) {
-        agent->runTCPagent(env);
-        releaseAgent(agent);
+    if (isValid(id)) {
+        agents_.with(id, [env](NetworkAgent &agent) { agent.runTCPagent(env); });
     }
 }
 
 void NetworkAgentMgr::stopNetworkAgent(JNIEnv *, int id) {
-    if (NetworkAgent *agent = holdAgent(id)) {
-        agent->stopThread();
-        releaseAgent(agent);
+    if (isValid(id)) {
+        agents_.with(id, [](NetworkAgent &agent) { agent.stopThread(); });
     }
 }
 
@@ -222,14 +143,11 @@ void NetworkAgentMgr::notifyNetworkAgentStatus(NetworkAgent *agent, bool status)
 
 NetworkAgent *NetworkAgentMgr::getNextNetworkAgent() {
     const int32_t last = std::min(nextAgentIndex.get(), poolSize_ - 1);
-    for (int32_t step = 1; step <= poolSize_; ++step) {
-        const int32_t index = (last + step) % poolSize_;
-        if (agents_[index] != nullptr) {
-            nextAgentIndex = index;
-            return agents_[index];
-        }
+    const int32_t index = agents_.firstFrom(last + 1, [](const NetworkAgent &) { return true; });
+    if (index >= 0) {
+        nextAgentIndex = index;
     }
-    return nullptr;
+    return agents_.at(index);
 }
 
 NetworkAgent *NetworkAgentMgr::getNetworkAgent(NetworkClient *client) {
@@ -259,7 +177,7 @@ NetworkAgent *NetworkAgentMgr::assignAgent(NetworkClient *client) {
 }
 
 bool NetworkAgentMgr::send(NetworkClient *client, const char *data, int size, const DropFigures &figures) {
-    const CallGate::Pass pass(gate);
+    const CallGate::Pass pass(agents_.gate);
     if (!pass) {
         return false;
     }
@@ -273,7 +191,7 @@ bool NetworkAgentMgr::send(NetworkClient *client, const char *data, int size, co
 }
 
 bool NetworkAgentMgr::isConnected(NetworkClient *client) {
-    const CallGate::Pass pass(gate);
+    const CallGate::Pass pass(agents_.gate);
     if (!pass) {
         return false;
     }
@@ -299,9 +217,9 @@ void NetworkAgentMgr::notifyPSConnectStatus(NetworkAgent *, bool) {
         return;
     }
     for (int32_t id = 0; id < poolSize_; ++id) {
-        if (agents_[id] != nullptr) {
-            agents_[id]->needAlive_ = true;
-            if (agents_[id]->connected_) {
+        if (NetworkAgent *agent = agents_.at(id)) {
+            agent->askForAlive();
+            if (agent->connected_) {
                 return;
             }
         }
@@ -324,11 +242,7 @@ void NetworkAgentMgr::notifyConnectionListeners(NetworkAgent *) {
              "All NA sockets are down, requesting to resend class data to PS");
     traceInfo("Every NA sockets was down before,Requesting to resend class data to PS");
     callListener();
-    for (int32_t id = 0; id < poolSize_; ++id) {
-        if (agents_[id] != nullptr) {
-            agents_[id]->socketDown_ = false;
-        }
-    }
+    agents_.forEach([](NetworkAgent &agent) { agent.countLossAsTold(); });
 }
 
 void NetworkAgentMgr::callListener() const {
@@ -339,8 +253,7 @@ void NetworkAgentMgr::callListener() const {
 }
 
 bool NetworkAgentMgr::allSocketsDown() const {
-    return std::none_of(agents_, agents_ + poolSize_,
-                        [](const NetworkAgent *agent) { return agent != nullptr && !agent->socketDown_; });
+    return agents_.firstFrom(0, [](const NetworkAgent &agent) { return !agent.socketDown_; }) < 0;
 }
 
 bool NetworkAgentMgr::setClassDataSent(bool sent) {
@@ -353,26 +266,17 @@ bool NetworkAgentMgr::setClassDataSent(bool sent) {
 // ---------------------------------------------------------------- the pool and the memory monitor
 
 int32_t NetworkAgentMgr::getTotalDataSize() {
-    const CallGate::Pass pass(gate);
-    int32_t total = 0;
-    for (int32_t id = 0; pass && id < poolSize_; ++id) {
-        total += agents_[id] != nullptr ? agents_[id]->bytesQueued() : 0;
-    }
-    return total;
+    return agents_.sum([](const NetworkAgent &agent) { return agent.bytesQueued(); });
 }
 
 int32_t NetworkAgentMgr::getSleepTime() {
-    const CallGate::Pass pass(gate);
-    return pass && poolSize_ > 0 && agents_[0] != nullptr ? agents_[0]->sleepTime_.get() : 0;
+    const CallGate::Pass pass(agents_.gate);
+    const NetworkAgent *first = pass ? agents_.at(0) : nullptr;
+    return first != nullptr ? first->sleepTime_.get() : 0;
 }
 
 bool NetworkAgentMgr::setSleepTime(long time) {
-    const CallGate::Pass pass(gate);
-    for (int32_t id = 0; pass && id < poolSize_; ++id) {
-        if (agents_[id] != nullptr) {
-            agents_[id]->setSleepTime(static_cast<int32_t>(time));
-        }
-    }
+    agents_.call([time](NetworkAgent &agent) { agent.setSleepTime(static_cast<int32_t>(time)); });
     return true;
 }
 
@@ -386,16 +290,14 @@ void NetworkAgentMgr::logStatistics() {
     }
     int32_t buffers = 0;
     int32_t bytes = 0;
-    for (int32_t id = 0; id < poolSize_; ++id) {
-        if (agents_[id] != nullptr) {
-            const int32_t count = agents_[id]->queueCount();
-            const int32_t size = agents_[id]->bytesQueued();
-            traceInfo("NA ID: %d Number of Buffers: %d Total Buffer Size: %ld", id, count,
-                      static_cast<long>(size));
-            buffers += count;
-            bytes += size;
-        }
-    }
+    agents_.forEach([&](const NetworkAgent &agent) {
+        const int32_t count = agent.queueCount();
+        const int32_t size = agent.bytesQueued();
+        traceInfo("NA ID: %d Number of Buffers: %d Total Buffer Size: %ld", agent.id(), count,
+                  static_cast<long>(size));
+        buffers += count;
+        bytes += size;
+    });
     traceInfo("## NAMgr: Statistics across all NA's: Number of Buffers: %d Total Buffer Size: %ld", buffers,
               static_cast<long>(bytes));
 }

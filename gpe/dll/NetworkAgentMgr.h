@@ -4,9 +4,11 @@
 // no agent while a call is inside. Static operations may be called with no instance, and while it goes.
 #pragma once
 
+#include "AgentSlots.h"
 #include "LossAccount.h"
 #include "MemoryMonitor.h"
 #include "NamedObject.h"
+#include "NetworkAgent.h"
 #include "PeriodicTimer.h"
 #include "PlainLock.h"
 #include "Relaxed.h"
@@ -15,8 +17,6 @@
 
 #include <cstdint>
 #include <jni.h>
-
-class NetworkAgent;
 
 // Whoever sends packets. Its first call must come from its own thread. It lives no longer than the
 // manager's time between start and the next start.
@@ -34,14 +34,7 @@ protected:
     ~NetworkAgentMgrConnInitListener() = default;
 };
 
-// Where the Publish Server listens.
-struct PSDetails {
-    char host[200] = "";
-    int32_t port = -1;
-    int32_t sendBuffSize = -1; // bytes
-};
-
-class NetworkAgentMgr : public virtual NamedObject, public AgentPool {
+class NetworkAgentMgr : public virtual NamedObject, public NetworkAgentHost, public AgentPool {
 public:
     static NetworkAgentMgr *getInstance(); // made on first use, by one thread
     static void destroy();                 // stops it before; it stays if a thread is stuck in an agent
@@ -72,14 +65,11 @@ public:
     void unregisterConnectionInitListener(NetworkAgentMgrConnInitListener *listener);
 
     // Called by the agents, on their threads.
-    void notifyNetworkAgentStatus(NetworkAgent *agent, bool status);
-    void notifyPSConnectStatus(NetworkAgent *agent, bool status);
-    void notifyConnectionListeners(NetworkAgent *na);
-    void logStatistics();
-
-    // The shared answer; asks Java if the last one is no longer good. False if there is none. `nCntLog`
-    // counts the failures so far: from 6 on a failure is not logged.
-    bool getPSDetailsFromKernel(JNIEnv *env, int nCntLog, NetworkAgent *na, PSDetails &details);
+    void notifyNetworkAgentStatus(NetworkAgent *agent, bool status) override;
+    void notifyPSConnectStatus(NetworkAgent *agent, bool status) override;
+    void notifyConnectionListeners(NetworkAgent *na) override;
+    void logStatistics() override;
+    bool getPSDetailsFromKernel(JNIEnv *env, int nCntLog, NetworkAgent *na, PSDetails &details) override;
     // Takes an answer: it holds until no agent is connected any more.
     void setPSDetails(const char *host, int32_t port, int32_t sendBuffSize);
 
@@ -91,7 +81,7 @@ public:
 
     // Whether the class data went out once in the life of the process.
     bool isClassDataSent() const { return classDataSent; }
-    bool setClassDataSent(bool sent); // gives what it was: of several callers one is the first
+    bool setClassDataSent(bool sent) override;
 
     int32_t poolSize() const { return poolSize_; }
 
@@ -100,21 +90,16 @@ private:
     ~NetworkAgentMgr() override;
 
     static bool isValid(int id);
-    static NetworkAgent *holdAgent(int id);
-    static void releaseAgent(NetworkAgent *agent);
     NetworkAgent *assignAgent(NetworkClient *client);
     void callListener() const;
-    NetworkAgent *firstShared() const;
-    void endAgents(int64_t deadline);
-    void dropAgents(bool nobodyInside);
     bool readDetails(PSDetails &details);
     void storeDetails(const PSDetails *details); // null: there is none
     bool allSocketsDown() const;
     void askKernel(JNIEnv *env, int nCntLog);
     void readLookupResult(JNIEnv *env, jclass lookup);
 
-    const int32_t poolSize_; // 0 and more
-    NetworkAgent *agents_[MAX_POOL_SIZE] = {};
+    static AgentSlots<NetworkAgent> agents_; // one for all, as callers may come while the manager goes
+    const int32_t poolSize_;                 // 0 and more
     ZykHashTable<NetworkClient *, NetworkAgent *> clientMap_;
     Relaxed<NetworkAgentMgrConnInitListener *> connListener_{nullptr};
     Relaxed<NetworkAgent *> defaultAgent_{nullptr};

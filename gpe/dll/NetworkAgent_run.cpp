@@ -2,7 +2,6 @@
 
 #include "NetworkAgent.h"
 
-#include "NetworkAgentMgr.h"
 #include "ProbeLgKit.h"
 #include "platform.h"
 
@@ -25,7 +24,7 @@ void NetworkAgent::runTCPagent(JNIEnv *env) {
     if (!enterThread(env)) {
         return;
     }
-    networkAgentMgr.get()->notifyNetworkAgentStatus(this, true);
+    networkAgentHost.get()->notifyNetworkAgentStatus(this, true);
     messageInfo(1062, "Network Agent Thread Started");
     traceInfo("NAID(%d): Network Agent Thread Started", id_);
     while (alive_) {
@@ -51,14 +50,14 @@ void NetworkAgent::leaveThread() {
     sayFarewell();
     alive_ = false;
     started_ = false;
-    networkAgentMgr.get()->notifyNetworkAgentStatus(this, false);
+    networkAgentHost.get()->notifyNetworkAgentStatus(this, false);
     traceInfo("Network Agent Thread Stopped");
 }
 
 void NetworkAgent::runPass() {
     resetConnectionOnExpiry(monotonicSeconds());
     if (id_ == 0 && getStatisticsEnabled()) {
-        networkAgentMgr.get()->logStatistics();
+        networkAgentHost.get()->logStatistics();
     }
     if (!connected_) {
         reconnect();
@@ -104,8 +103,8 @@ void NetworkAgent::connectionLost() {
     }
     accountForSent();
     traceError("Write failed, looks like socket is down, retrying to connect to PS");
-    networkAgentMgr.get()->notifyPSConnectStatus(this, false);
-    networkAgentMgr.get()->notifyConnectionListeners(this);
+    networkAgentHost.get()->notifyPSConnectStatus(this, false);
+    networkAgentHost.get()->notifyConnectionListeners(this);
 }
 
 // A receiver that is behind gets some time more.
@@ -121,7 +120,7 @@ void NetworkAgent::resetConnectionOnExpiry(int64_t now) {
     endStream();
     connected_ = false;
     socketDown_ = true;
-    networkAgentMgr.get()->notifyConnectionListeners(this);
+    networkAgentHost.get()->notifyConnectionListeners(this);
     connectTime_ = NONE;
 }
 
@@ -158,7 +157,7 @@ void NetworkAgent::reconnectPause() {
 bool NetworkAgent::openStream(int &failures) {
     disconnect2ps();
     sent_.restart();
-    networkAgentMgr.get()->notifyPSConnectStatus(this, false);
+    networkAgentHost.get()->notifyPSConnectStatus(this, false);
     const bool known = getPSDetailsFromKernel(env_, failures);
     if (!alive_) {
         return true;
@@ -216,7 +215,7 @@ bool NetworkAgent::getPSDetailsFromKernel(JNIEnv *env, int nCntLog) {
     sendBuffSize_ = -1;
     psHost_[0] = '\0';
     PSDetails details;
-    if (!networkAgentMgr.get()->getPSDetailsFromKernel(env, nCntLog, this, details)) {
+    if (!networkAgentHost.get()->getPSDetailsFromKernel(env, nCntLog, this, details)) {
         return false;
     }
     snprintf(psHost_, sizeof(psHost_), "%s", details.host);

@@ -3,7 +3,6 @@
 #include "NetworkAgent.h"
 
 #include "Event.h"
-#include "NetworkAgentMgr.h"
 #include "PlainLock.h"
 #include "ProbeLgKit.h"
 #include "ProtocolVisitor.h"
@@ -126,7 +125,7 @@ bool NetworkAgent::sendInitRecords() {
     opened_ = true;
     traceInfo("NAID(%d): Sent Init records successfully to PS.", id_);
     AM_TRACE(naTracer, LGK_DEBUG_MID, "NetworkAgent::sendInitRecords()", "Sent Init records successfully");
-    if (!networkAgentMgr.get()->setClassDataSent(true)) {
+    if (!networkAgentHost.get()->setClassDataSent(true)) {
         sendClassEvents();
     }
     return true;
