@@ -43,13 +43,13 @@ void noteGrowth(int64_t bytes) {
 } // namespace
 
 EventAgent::EventAgent(int agentId)
-    : NamedObject("EventAgent"), id(agentId), packetSizeKB(eventPacketKB()),
+    : NamedObject("EventAgent"), sleepTime(configuredSleepTime()), id(agentId), packetSizeKB(eventPacketKB()),
       packetBuffer(new (std::nothrow) char[static_cast<size_t>(packetSizeKB) * 1024]),
       queueLimit(longProperty("internal.probe.event.queue.size.limit", 5000)),
-      sleepTime(configuredSleepTime()), psDownQueueLimit(queueLimit),
       psDownIterationLimit(OUTAGE_GRACE_MS / sleepTime),
       noSleep(isTrue(stringProperty("eventagent.no.sleep", "false"))),
-      popSize(std::max(intProperty("ea.popevent.size", 1), 1)), exactDrops(dropsAreExact()) {
+      popSize(std::max(intProperty("ea.popevent.size", 1), 1)), exactDrops(dropsAreExact()),
+      psDownQueueLimit(queueLimit) {
     traceInfo("EAID: %d PacketSize: %ld PopSize: %d QueueLimit: %ld Sleep: %ld ", id,
               static_cast<long>(packetSizeKB), popSize, static_cast<long>(queueLimit),
               static_cast<long>(sleepTime));
@@ -276,12 +276,12 @@ bool EventAgent::manageThreadData(ThreadData *thr) {
     if (thr->listed) {
         return true;
     }
-    thr->listed = true;
+    thr->setListed(true);
     if (threadList.append(thr) && isAlive()) {
         return true;
     }
     threadList.remove(thr);
-    thr->listed = false;
+    thr->setListed(false);
     return false;
 }
 
@@ -307,8 +307,8 @@ bool EventAgent::listSpecialThread() {
     const ZykLockGuard guard(threads->destructionLock());
     ThreadData *special = threads->createSpecialEventQueue(env);
     if (special != nullptr) {
-        special->isShared = true;
-        special->listed = special->listed || threadList.prepend(special);
+        special->share();
+        special->setListed(special->listed || threadList.prepend(special));
     }
     specialThreadData = special != nullptr && special->listed ? special : nullptr;
     return specialThreadData != nullptr;
@@ -320,7 +320,7 @@ bool EventAgent::unlistEnded(bool (*isDoneWith)(const ThreadData &thr)) {
     bool any = false;
     for (ThreadData *thr : round) {
         if (!thr->acceptsEvents() && isDoneWith(*thr)) {
-            thr->listed = false;
+            thr->setListed(false);
             any = true;
         }
     }
@@ -349,7 +349,7 @@ void EventAgent::releaseThreads() {
         const ZykLockGuard guard(threads->destructionLock());
         while (ThreadData *thr = threadList.removeFirst()) {
             if (thr->acceptsEvents()) {
-                thr->listed = false;
+                thr->setListed(false);
                 noteGrowth(-thr->takeReported());
                 if (manager != nullptr) {
                     manager->manageThreadData(thr);

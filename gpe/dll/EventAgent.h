@@ -130,32 +130,41 @@ private:
     int32_t deleteDeadThread(ThreadData *thr);
     void reportDropsOnPSDown(int32_t total) const;
 
+    // Guard themselves.
     ZykList<ThreadData *> threadList{true}; // others append; only the agent takes out
-    ThreadRound round;                      // the list as of the start of a walk
-    const int32_t id;
-    std::atomic<bool> entered{false}; // a thread is inside `startThread`
-    std::atomic<bool> keepRunning{false};
+    ZykLock sleepLock;
+    bool woken = false; // guarded by `sleepLock`: the next sleep, or the present one, is cut short
+
+    // Written by the agent, read by any thread.
+    std::atomic<bool> entered{false};   // a thread is inside `startThread`
     std::atomic<bool> isRunning{false}; // the loop runs
-    std::atomic<bool> forgotten{false};
-    const int32_t packetSizeKB;
-    std::unique_ptr<char[]> packetBuffer; // null if memory ran out: the agent then refuses to start
+    Relaxed<uint32_t> memoryTaken{0};
     Relaxed<ThreadData *> specialThreadData{nullptr};
-    JNIEnv *env = nullptr;
-    const int32_t queueLimit;
+
+    // Written and read by any thread.
+    std::atomic<bool> keepRunning{false};
+    std::atomic<bool> forgotten{false};
+    Relaxed<bool> resendInitialDataPending{false};
     Relaxed<int32_t> sleepTime; // ms
-    int32_t psDownQueueLimit;   // what queues keep during an outage
-    int32_t psDownIterations = 0;
+
+    // Set at its birth.
+    const int32_t id;
+    const int32_t packetSizeKB;
+    const std::unique_ptr<char[]> packetBuffer; // null if memory ran out: the agent then refuses to start
+    const int32_t queueLimit;
     const int32_t psDownIterationLimit; // passes in about 30 seconds
     const bool noSleep;
-    ThreadData *currentThread = nullptr; // where the round continues
     const int32_t popSize; // a batch of events; as nothing is taken out before it is written, without effect
     const bool exactDrops; // losses of any kind are told
-    DropFigures drops;     // of the present dropping pass
-    DropFigures inPacket;  // what is lost with the present packet
-    Relaxed<bool> resendInitialDataPending{false};
-    Relaxed<uint32_t> memoryTaken{0};
-    bool woken = false; // guarded by `sleepLock`: the next sleep, or the present one, is cut short
-    ZykLock sleepLock;
+
+    // Of the agent's thread alone.
+    JNIEnv *env = nullptr;
+    ThreadRound round;                   // the list as of the start of a walk
+    ThreadData *currentThread = nullptr; // where the round continues
+    int32_t psDownQueueLimit;            // what queues keep during an outage
+    int32_t psDownIterations = 0;
+    DropFigures drops;    // of the present dropping pass
+    DropFigures inPacket; // what is lost with the present packet
 };
 
 // Queues the last sampling rates again after a reconnection. Set by the layer that keeps them; null until

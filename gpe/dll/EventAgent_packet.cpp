@@ -69,11 +69,7 @@ int32_t EventAgent::processThread(ProtocolVisitor &visitor) {
         dropped = dropRecordsFromQueue(&thr, true, &visitor);
     }
     const int32_t dropRecords = visitor.getCursor() != mark ? 1 : 0;
-    const int32_t refused = thr.droppedAtAppend;
-    if (refused > 0) {
-        dropped += refused;
-        thr.droppedAtAppend = 0;
-    }
+    dropped += thr.takeDroppedAtAppend();
     if (exactDrops) {
         lossAccount.enter(thr.takeRefused());
     }

@@ -11,15 +11,17 @@
 
 class ThreadData;
 
-// Complete a request event (names, clocks, weight) and append it; nothing with a null `storage`. Names are
-// cut at `urlLimit` bytes. The draft's event is a `RequestEvent`. The result as of `appendRequestEvent`.
+// Complete a request event (names, clocks, weight) and append it; nothing with a null `storage`. Of names
+// `urlLimit` bytes are kept, the NUL included. The draft's event is a `RequestEvent`. The result as of
+// `appendRequestEvent`.
 bool sendRequest(JNIEnv *env, ThreadData *storage, EventDraft &request, jstring requestName,
                  jstring applicationName, jstring url);
 // Two events of a thread within the same millisecond share their clocks.
 void sendEJBRequest(JNIEnv *env, ThreadData *storage, Draft<EJBEvent> &request);
 
 // Statements. The wrapper's pair is recorded in and outside requests; the driver's pair only where no
-// wrapper has reported the statement already. `sql` is cut at `sqlLimit` bytes, before a broken character.
+// wrapper has reported the statement already. Of `sql` are kept `sqlLimit` bytes, the NUL included, less what
+// would be a broken character.
 void beginSQLRequest(JNIEnv *env, jobject thisObject, jstring sql, jstring dataSrcName);
 void endSQLRequest(JNIEnv *env, jobject thisObject, jstring sql, jstring dataSrcName);
 void beginJDBCSQLRequest(JNIEnv *env, jobject thisObject, jstring sql, jstring dataSrcName);

@@ -60,8 +60,11 @@ public:
     // A new event of type thread start or end; with `getInfo` it carries the thread's and group's names.
     JVMPI_Event *mapThreadData2JVMPI_Event(JNIEnv *env, jthread thread, bool getInfo, bool isStart);
 
-    void (*notifyEvent)(JVMPI_Event *event) = nullptr; // filled by the probe manager, called by nobody
-    Relaxed<uint32_t> phase;                           // a jvmtiPhase, written by JVMTIAgent::setPhase
+    // Of the real JVM, as its agent learns them.
+    void setPhase(uint32_t now) { phase = now; }
+    void setRealJvm(JavaVM *vm) { realJvm = vm; }
+
+    Relaxed<uint32_t> phase; // a jvmtiPhase
     JavaVM *realJvm = nullptr;
 
 private:

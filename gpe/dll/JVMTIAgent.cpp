@@ -89,13 +89,13 @@ JVMTIAgent::~JVMTIAgent() {
 
 void JVMTIAgent::setPhase(uint32_t value) {
     phase = value;
-    wrapper->phase = value;
+    wrapper->setPhase(value);
 }
 
 int JVMTIAgent::handleOnLoad(JavaVM *vm, const char *options, void *) {
     realJvm = vm;
     fflush(stdout);
-    wrapper->realJvm = vm;
+    wrapper->setRealJvm(vm);
     ProbeMgr::onLoadInitialize(fakeJvm, options);
     uint32_t sec = 0;
     uint32_t usec = 0;

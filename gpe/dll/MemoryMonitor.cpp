@@ -1,6 +1,5 @@
 #include "MemoryMonitor.h"
 
-#include "Event.h"
 #include "ProbeLgKit.h"
 #include "ProbeState.h"
 #include "PropertyMgr.h"
@@ -75,13 +74,6 @@ int32_t truncated(float bytes) {
 int32_t portionFor(uint32_t threadCount) {
     const auto share = static_cast<uint32_t>(memoryLimit) / UNREPORTED_SHARE / std::max(threadCount, 1U);
     return std::clamp(static_cast<int32_t>(share), LEAST_PORTION, MOST_PORTION);
-}
-
-// False when memory is out.
-bool appendMarker(ThreadData *td) {
-    Draft<DroppedEvent> marker(Event::SUB_ALONE);
-    marker->threadId = td->threadId;
-    return td->appendEvent(&marker);
 }
 
 void noteGrowthOfQueues(int64_t bytes) {
@@ -434,9 +426,11 @@ bool MemoryMonitor::shouldReject(JNIEnv *env) {
             return notAccepting;
         }
     } else if (allowNew && !td->acceptingNewRequests) {
-        td->acceptingNewRequests = true;
+        td->acceptNewRequests();
     }
-    return refusedByLimit(td);
+    const bool refusing = notAccepting;
+    td->noteMemoryLimit(refusing);
+    return refusing;
 }
 
 // A thread in the middle of a request waits for the end of turbo mode and keeps its request whole; a thread
@@ -448,8 +442,7 @@ bool MemoryMonitor::refusedInTurbo(ThreadData *td) {
     if (td->requestDepth > 0) {
         return !passTurboLock();
     }
-    td->acceptingNewRequests = false;
-    appendMarker(td);
+    td->refuseNewRequests();
     return true;
 }
 
@@ -462,15 +455,4 @@ bool MemoryMonitor::passTurboLock() {
     turboLock.unlock();
     --waitingAtGate;
     return !probeDisabled;
-}
-
-// Each thread marks the gap in its stream once.
-bool MemoryMonitor::refusedByLimit(ThreadData *td) {
-    const bool refusing = notAccepting;
-    if (!td->memoryLimitMarkerSent && refusing) {
-        td->memoryLimitMarkerSent = appendMarker(td);
-    } else if (td->memoryLimitMarkerSent && !refusing) {
-        td->memoryLimitMarkerSent = false;
-    }
-    return refusing;
 }

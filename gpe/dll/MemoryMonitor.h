@@ -97,7 +97,6 @@ private:
     void switchToTurboMode(JNIEnv *env);
     void switchToNormalMode(JNIEnv *env);
     bool refusedInTurbo(ThreadData *td);
-    bool refusedByLimit(ThreadData *td);
     bool passTurboLock();
 
     ZykLock lock; // held during a check

@@ -97,7 +97,7 @@ public:
     // Not below 0 where one of the two words is already settled or flushed and the other is not.
     int32_t bytesQueued() const { return std::max(queuedBytes_ - sentBytes_, 0); }
 
-    // State that other threads read.
+    // State that other threads read. It is the thread's to write, but for the operations above.
     Relaxed<int32_t> sleepTime_{500}; // base pause of the loop, ms
     Relaxed<bool> connected_{false};  // the stream is open, the initial records have been dealt with
     Relaxed<bool> alive_{false};      // the thread shall go on
@@ -164,10 +164,30 @@ private:
     void setSocketOption(int option, const void *value, size_t size, const char *doneText, int figure,
                          const char *failedText);
 
+    // Guard themselves.
     ZykList<NetworkAgentData *> dataQueue_{true};
-    ZykLock sleepLock_;      // the thread sleeps on it; held only around a wait and a notify
+    ZykLock statsLock_;
+    Relaxed<int32_t> queuedBytes_{0}; // written under `statsLock_`: ever queued, less what was settled
+    ZykLock sleepLock_;               // the thread sleeps on it; held only around a wait and a notify
     bool woken_ = false;     // guarded by `sleepLock_`: the next sleep, or the present one, is cut short
     bool forgotten_ = false; // guarded by `sleepLock_`: no thread is let in any more
+
+    // Set at its birth.
+    const int32_t id_;
+    const bool exactDrops_;               // losses of any kind are told
+    uint32_t socketTimeout_ = NO_TIMEOUT; // seconds
+    int32_t reconnectFrequency_ = 120000; // ms
+    int32_t resetSeconds_ = -1;           // forced reconnect interval; not positive: never
+    char bindAddress_[HOST_ROOM] = "";    // empty: any
+    int32_t bindPort_ = 0;
+    int32_t bufferLimit_ = 10; // buffers in the queue
+    int32_t popSize_ = 1;      // buffers taken from the queue in one go
+    bool popSingle_ = true;
+    bool nagleOff_ = false;
+    bool noSleep_ = false;
+
+    // Of the agent's thread, and of its owner once that has left.
+    JNIEnv *env_ = nullptr;
     int32_t socket_ = -1;
     bool opened_ = false;                    // the initial block is out, whole
     int strandedSockets_[MAX_STRANDED] = {}; // opened on the way to a bind address; closed with `socket_`
@@ -175,25 +195,10 @@ private:
     HostLookup lookup_;
     char psHost_[HOST_ROOM] = "";
     int32_t psPort_ = -1;
-    int32_t sendBuffSize_ = -1;           // bytes
-    uint32_t socketTimeout_ = NO_TIMEOUT; // seconds
-    int32_t reconnectFrequency_ = 120000; // ms
-    ZykLock statsLock_;                   // guards `queuedBytes_`
-    Relaxed<int32_t> queuedBytes_{0};     // ever queued, less what was settled
-    Relaxed<int32_t> sentBytes_{0};       // since the last settling
-    char bindAddress_[HOST_ROOM] = "";    // empty: any
-    int32_t bindPort_ = 0;
-    int32_t bufferLimit_ = 10; // buffers in the queue
-    const int32_t id_;
-    int32_t popSize_ = 1; // buffers taken from the queue in one go
-    bool popSingle_ = true;
-    JNIEnv *env_ = nullptr; // of the thread
-    bool nagleOff_ = false;
-    bool noSleep_ = false;
-    int64_t connectTime_ = NONE; // monotonic seconds
-    const bool exactDrops_;      // losses of any kind are told
-    SentPackets sent_;           // on the present connection
-    int32_t resetSeconds_ = -1;  // forced reconnect interval; not positive: never
+    int32_t sendBuffSize_ = -1;     // bytes
+    int64_t connectTime_ = NONE;    // monotonic seconds
+    SentPackets sent_;              // on the present connection
+    Relaxed<int32_t> sentBytes_{0}; // since the last settling; others read it
 };
 
 // Bytes that an agent sends between two settlings of its account; each constructor writes it.

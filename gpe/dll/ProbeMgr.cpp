@@ -50,15 +50,6 @@ bool saysYes(const char *key) {
     return value != nullptr && strcasecmp(value, "YES") == 0;
 }
 
-void ignoreEvent(JVMPI_Event *) {}
-
-void fillNotifySlot() {
-    JVMPIWrapper *events = jvmpi;
-    if (events->notifyEvent == nullptr) {
-        events->notifyEvent = ignoreEvent;
-    }
-}
-
 // A negative result leaves `jvmpi` as it is; no JVM counts as success and leaves it null.
 jint askForEventInterface(jint version) {
     if (jvm == nullptr) {
@@ -137,14 +128,12 @@ bool ProbeMgr::initializeJVMPI() {
 
 void ProbeMgr::enableClassLoadHook() {
     if (eventInterfaceReady()) {
-        fillNotifySlot();
         jvmpi->EnableEvent(JVMPI_EVENT_CLASS_LOAD_HOOK, nullptr);
     }
 }
 
 void ProbeMgr::enableJVMInitDone() {
     if (eventInterfaceReady()) {
-        fillNotifySlot();
         jvmpi->EnableEvent(JVMPI_EVENT_JVM_INIT_DONE, nullptr);
     }
 }
@@ -335,7 +324,6 @@ bool ProbeMgr::initProbe() {
         messageFatal(1013, "JVMPI was NOT initialized by Native Probe Start. Exiting");
         return false;
     }
-    fillNotifySlot();
     jvmpi->EnableEvent(JVMPI_EVENT_THREAD_START, nullptr);
     jvmpi->EnableEvent(JVMPI_EVENT_THREAD_END, nullptr);
     if (gcProcessor != nullptr && !suppressGCEventCollection) {

@@ -150,6 +150,27 @@ void ThreadData::refuse(const Event &evt) {
     }
 }
 
+// With the thread's number, unlike the one at the queue's limit. False when memory is out.
+bool ThreadData::appendGapMarker() {
+    Draft<DroppedEvent> marker(Event::SUB_ALONE);
+    marker->threadId = threadId;
+    return appendEvent(&marker);
+}
+
+void ThreadData::refuseNewRequests() {
+    acceptingNewRequests = false;
+    appendGapMarker();
+}
+
+int32_t ThreadData::takeDroppedAtAppend() {
+    const int32_t count = droppedAtAppend;
+    if (count <= 0) {
+        return 0;
+    }
+    droppedAtAppend = 0;
+    return count;
+}
+
 DropFigures ThreadData::takeRefused() {
     DropFigures figures;
     for (int kind = 0; kind < DropFigures::KINDS; ++kind) {

@@ -1,7 +1,9 @@
 // What the agent keeps about one Java thread: nesting counters, clocks, memory accounts, and the queue that
-// the thread fills and exactly one event agent drains. The thread itself is the only writer of every plain
-// field; atomic words are read, or written, elsewhere too. At its limit the queue refuses all but the few
-// types that the receiver cannot do without.
+// the thread fills and exactly one event agent drains. At its limit the queue refuses all but the few types
+// that the receiver cannot do without.
+// At any time one thread fills it: mostly its own. While that waits for a monitor, whoever reports the wait
+// does it under the thread manager's lock; a special queue has many writers, and `appendEvent` lets in one at
+// a time.
 #pragma once
 
 #include "EventQueue.h"
@@ -32,8 +34,8 @@ protected:
 
 // Set by the layers above; null while there is nobody.
 extern Relaxed<ThreadKeeper *> threadKeeper; // not owned
-extern Relaxed<void (*)(int64_t bytes)>
-    growthHook; // told of bytes that came into queues, or went if negative
+// Told of bytes that came into queues, or went if negative.
+extern Relaxed<void (*)(int64_t bytes)> growthHook;
 
 // Bytes that a thread queues before it reports them: smaller with many threads, so that all that is
 // unreported stays a small share of the memory limit.
@@ -92,48 +94,78 @@ public:
 
     bool acceptsEvents() const { return isAlive.load(std::memory_order_acquire); }
 
-    int64_t lastCpuTime = 0;         // nanoseconds
-    char *inFlightBuffer1 = nullptr; // owned
-    char *inFlightBuffer2 = nullptr; // owned
-    Relaxed<bool> threadSuspendedFlag{false};
-    Relaxed<bool> threadEndedFlag{false};
-    int32_t sqlWrapperDepth = 0;       // open SQL requests of the statement wrappers
-    int32_t requestDepth = 0;          // nesting of requests, 0 outside any
-    int32_t suppressedNestedCount = 0; // begins swallowed by the nested-request switch
-    Relaxed<int32_t> droppedAtAppend{0};
-    Relaxed<uint32_t> refused[DropFigures::KINDS];  // since its birth, by kind, modulo 2^32
-    uint32_t refusedTaken[DropFigures::KINDS] = {}; // of it the drainer's part
-    Relaxed<bool> droppedMarkerSent{false};         // a marker stands for the present overflow
-    KnownStrings *known = nullptr;                  // owned; made by its thread when first needed
-    char *pageName = nullptr;                       // last portal page, owned
+    // For the gate that the thread has to pass. The gap of each time at the memory limit is marked once.
+    void noteMemoryLimit(bool reached) {
+        if (reached != memoryLimitMarkerSent) {
+            memoryLimitMarkerSent = reached && appendGapMarker();
+        }
+    }
+    // Marks the gap too.
+    void refuseNewRequests();
+    void acceptNewRequests() { acceptingNewRequests = true; }
+
+    // For whoever drains it: whether he has it in his list.
+    void setListed(bool isListed) { listed = isListed; }
+    // Other threads may append too from now on.
+    void share() { isShared = true; }
+    // How many the queue has refused since the last call; one may be overlooked.
+    int32_t takeDroppedAtAppend();
+
+    // For its maker, who destroys it before an agent has seen it: that is worth no word.
+    void endUnseen() { isAlive = false; }
+
+    // Plain words of the thread. Others touch them under the thread manager's lock only: whoever reports what
+    // it waits for, meanwhile, and whoever ends the record of a thread that is over.
+    int64_t lastCpuTime = 0; // nanoseconds
     uint32_t lastEjbTimeSec = 0;
     uint32_t lastEjbTimeUSec = 0;
-    std::atomic<char *> threadName{
-        nullptr}; // owned, from malloc; set once by the thread's start, may stay null
-    std::atomic<char *> groupName{nullptr}; // likewise
-    Relaxed<uint32_t> bytesAddedOther{0};   // added by the producer, consumed by the agent
-    Relaxed<uint32_t> bytesConsumedOther{0};
+    int32_t requestDepth = 0;           // nesting of requests, 0 outside any
+    int32_t sqlWrapperDepth = 0;        // open SQL requests of the statement wrappers
+    int32_t suppressedNestedCount = 0;  // begins swallowed by the nested-request switch
+    bool memoryLimitMarkerSent = false; // a marker was queued for the present memory-limit state
+    bool acceptingNewRequests = true;   // false while turbo mode refuses new requests
+    char *pageName = nullptr;           // last portal page, owned
+    KnownStrings *known = nullptr;      // owned; made when first needed
+    char *inFlightBuffer1 = nullptr;    // owned; nobody fills them
+    char *inFlightBuffer2 = nullptr;
+
+    // Written by the one who appends; the drainer reads them, and takes from the last three.
+    Relaxed<bool> droppedMarkerSent{false}; // a marker stands for the present overflow
+    Relaxed<uint32_t> bytesAddedOther{0};
     Relaxed<uint32_t> bytesAddedClassMethod{0};
+    Relaxed<uint32_t> refused[DropFigures::KINDS]; // since its birth, by kind, modulo 2^32
+    Relaxed<int32_t> droppedAtAppend{0};           // refused since the drainer last looked
+    Relaxed<int32_t> unreportedBytes{0};           // added since the memory monitor was last told
+    std::atomic<int64_t> reportedBytes{0};         // what it was told since the drainer last summed up
+
+    // Written by the drainer; any thread may read the first two.
+    Relaxed<uint32_t> bytesConsumedOther{0};
     Relaxed<uint32_t> bytesConsumedClassMethod{0};
-    Relaxed<int32_t> unreportedBytes{0};   // added since the memory monitor was last told
-    std::atomic<int64_t> reportedBytes{0}; // what it was told since the agent last summed up its queues
-    EventQueue *eventQueue = nullptr;      // owned; null only if memory ran out
-    bool memoryLimitMarkerSent = false;    // a marker was queued for the present memory-limit state
-    bool acceptingNewRequests = true;      // false while turbo mode refuses new requests
-    std::atomic<bool> isAlive{true};       // its release at thread end hands the object to the agent
-    Relaxed<bool> listed{false};           // an event agent has it in its list
-    Relaxed<bool> isShared{false};         // a special queue: other threads append too
-    jweak virtualThread = nullptr;         // whose it is, for a virtual thread; owned
-    ThreadData *nextInBucket = nullptr;    // of the table of virtual threads
-    ThreadData *nextWatched = nullptr;     // of the thread manager
-    JNIEnv *const envId;                   // the thread's key
-    Relaxed<uint32_t> threadId{0};         // goes into every event of this thread
+    uint32_t refusedTaken[DropFigures::KINDS] = {}; // of `refused` the part that he has seen
+
+    // Written under the thread manager's lock, `listed` also by the drainer once the thread has ended.
+    std::atomic<bool> isAlive{true}; // its release at thread end hands the object to the agent
+    Relaxed<bool> listed{false};     // an event agent has it in its list
+    Relaxed<bool> threadSuspendedFlag{false};
+    Relaxed<bool> threadEndedFlag{false};
+    ThreadData *nextWatched = nullptr;  // of the manager's own chains
+    ThreadData *nextInBucket = nullptr; // of the table of virtual threads: under its lock
+
+    // Set once: before others can see the object, but for the names and `isShared`.
+    JNIEnv *const envId;                     // the thread's key
+    Relaxed<uint32_t> threadId{0};           // goes into every event of this thread
+    EventQueue *eventQueue = nullptr;        // owned, guards itself; null only if memory ran out
+    jweak virtualThread = nullptr;           // whose it is, for a virtual thread; owned
+    std::atomic<char *> threadName{nullptr}; // owned, from malloc; by the thread's start, may stay null
+    std::atomic<char *> groupName{nullptr};  // likewise
+    Relaxed<bool> isShared{false};           // a special queue: other threads append too
 
 private:
     void initialize();
     void refuse(const Event &evt);
     void reportGrowth(int32_t bytes);
     void reportRefusal(const EventDraft *evt) const;
+    bool appendGapMarker();
 };
 
 // Types that may exceed the limit of a queue and survive the dropping of old events.

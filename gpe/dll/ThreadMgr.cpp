@@ -247,7 +247,7 @@ namespace {
 ThreadData *newThreadData(JNIEnv *key) {
     auto *data = new (std::nothrow) ThreadData(key);
     if (data != nullptr && data->eventQueue == nullptr) {
-        data->isAlive = false; // the destructor would complain
+        data->endUnseen(); // the destructor would complain
         delete data;
         return nullptr;
     }
@@ -281,7 +281,7 @@ ThreadData *ThreadMgr::createThreadData(JNIEnv *env, JNIEnv *key) {
     }
     if ((isVirtualKey(key) && !describe(env, *data)) || !enter(data)) {
         traceFailedInsertion(SIGNATURE, *data);
-        data->isAlive = false; // no agent has seen it: the destructor would complain
+        data->endUnseen(); // no agent has seen it: the destructor would complain
         delete data;
         return nullptr;
     }
@@ -366,13 +366,13 @@ void ThreadMgr::discard(ThreadData *data) {
     const ZykLockGuard guard(threadLock);
     if (isVirtualKey(data->envId)) {
         virtualTable.remove(data->envId);
-        data->isAlive = false;
+        data->endUnseen();
         return;
     }
     threadTable.remove(data->envId);
     eraseId(data->envId);
     forgetAnswers();
-    data->isAlive = false;
+    data->endUnseen();
     delete data;
 }
 

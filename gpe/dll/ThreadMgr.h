@@ -100,18 +100,23 @@ private:
     void endRecord(ThreadData *data);
     void unwatch(ThreadData **&link, const ThreadData *data);
 
+    // Guard themselves, each key by a lock of its bucket. What has to agree with the maps is changed under
+    // `threadLock`.
     ZykHashTable<JNIEnv *, ThreadData *> threadTable;
     VirtualThreadTable virtualTable;
-    ThreadData *watched = nullptr; // virtual threads not known to have ended, newest first
+
+    // Guarded by `threadLock`, as is the destruction of a `ThreadData`.
+    ZykLock threadLock;
+    ZykHashTable<uint32_t, JNIEnv *> threadIdMap; // of platform threads
+    ZykHashTable<JNIEnv *, uint32_t> envNumbers;  // its inverse
     ThreadData *leftOver =
-        nullptr; // ended, in no agent's list, for the next stop; chained as the watched are
-    ZykHashTable<uint32_t, JNIEnv *>
-        threadIdMap; // of platform threads; guarded by `threadLock`, as its inverse
-    ZykHashTable<JNIEnv *, uint32_t> envNumbers;
-    Relaxed<bool> started{false};
-    ZykLock startLock;  // taken once, so that the JVM has made its first raw monitor before threads race
-    ZykLock threadLock; // the maps, changes of them together, and the destruction of a `ThreadData`
-    ZykLock sweepLock;  // held while ended virtual threads are looked for; before `threadLock`
+        nullptr;                   // ended, in no agent's list, for the next stop; chained as the watched are
+    ThreadData *watched = nullptr; // virtual threads not known to have ended, newest first
+
+    ZykLock sweepLock; // held while `watched` is walked and records are taken out of it; before `threadLock`
+    ZykLock startLock; // taken once, so that the JVM has made its first raw monitor before threads race
+
+    Relaxed<bool> started{false}; // by start and stop, under the latter's locks
 };
 
 // The one instance, null until made. Both always hold the same value.
