@@ -124,19 +124,20 @@ public:
 
     // Ends all, told before the first is waited for. A thread may have been let in before the gate closed and
     // start its agent only after it was told to stop: after `waiting(agent)` that one is told again. False if
-    // a thread still holds one at `deadline`.
+    // at `deadline` a thread still holds one, or is inside the gate.
     template <typename Waiting>
     bool end(int64_t deadline, Waiting waiting) {
         const auto rest = [deadline] { return (deadline - monotonicMicros()) / MICROS_PER_MS; };
         forEach([](Agent &agent) { agent.requestStop(); });
         forEach([&](Agent &agent) { agent.stopThread(rest()); });
         return awaitUntil(deadline, [&] {
+            const bool noneComes = gate.isEmpty(); // first: who is inside may be about to hold one
             Agent *shared = firstShared();
             if (shared != nullptr && shared->isAlive() && rest() > 0) {
                 waiting(*shared);
                 shared->stopThread(rest());
             }
-            return shared == nullptr;
+            return noneComes && shared == nullptr;
         });
     }
     Agent *firstShared() const {

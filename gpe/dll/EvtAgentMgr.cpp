@@ -90,16 +90,15 @@ void EvtAgentMgr::stop() {
     if (network != nullptr) {
         network->unregisterConnectionInitListener(this);
     }
-    const int64_t deadline = monotonicMicros() + EventAgent::STOP_PATIENCE_MS * MICROS_PER_MS;
-    const bool nobodyInside =
-        stopAgents(deadline) && awaitUntil(deadline, [this] { return agents.gate.isEmpty(); });
+    const bool nobodyInside = stopAgents();
     MemoryMonitor::setEventPool(nullptr);
     deleteData(nobodyInside);
     messageInfo(1047, "EvtAgentManager stopped...");
 }
 
-// False if a thread is still in one.
-bool EvtAgentMgr::stopAgents(int64_t deadline) {
+// False if somebody is still inside after all.
+bool EvtAgentMgr::stopAgents() {
+    const int64_t deadline = monotonicMicros() + EventAgent::STOP_PATIENCE_MS * MICROS_PER_MS;
     return agents.end(deadline, [](const EventAgent &agent) {
         AM_TRACE(eaTracer, LGK_DEBUG_MID, "EvtAgentMgr::stop()",
                  "EventAgent ID: %d was alive, waiting for 1 secs", agent.getId());

@@ -67,7 +67,7 @@ public:
 
 private:
     bool createData();
-    bool stopAgents(int64_t deadline);
+    bool stopAgents();
     void deleteData(bool nobodyInside);
     bool isValid(int id, const char *signature, const char *badIdText) const;
     int32_t firstAlive() const; // -1 if there is none

@@ -98,7 +98,7 @@ void NetworkAgentMgr::stop() {
     if (!ended && left != nullptr) {
         traceWarn("NetworkAgent ID: %d has not ended and is left to itself", left->id());
     }
-    agents_.drop(awaitUntil(deadline, [] { return agents_.gate.isEmpty(); }));
+    agents_.drop(agents_.gate.isEmpty());
     defaultAgent_ = nullptr;
     clientMap_.clear();
     messageInfo(1067, "NetworkAgentManager stopped");
