@@ -1,6 +1,5 @@
 #include "JavaText.h"
 
-#include "jnihelp.h"
 #include "platform.h"
 
 #include <algorithm>
@@ -114,11 +113,14 @@ Relaxed<bool> stringsByUnits{false};
 
 void chooseStringAccess(JNIEnv *env) {
     constexpr char USUAL[] = "select name, price from item where shop = ? and kind in (?, ?, ?) order by 1";
-    const LocalRef<jstring> text(env, env->NewStringUTF(USUAL));
-    if (!clearException(env) && text) {
-        stringsByUnits = timeOf(env, text.get(), sizeof(USUAL) - 1, copyUnits) <
-                         timeOf(env, text.get(), sizeof(USUAL) - 1, copyBytes);
+    jstring text = env->NewStringUTF(USUAL);
+    if (text == nullptr) {
+        env->ExceptionClear();
+        return;
     }
+    stringsByUnits = timeOf(env, text, sizeof(USUAL) - 1, copyUnits) <
+                     timeOf(env, text, sizeof(USUAL) - 1, copyBytes);
+    env->DeleteLocalRef(text);
 }
 
 jsize charsWithin(JNIEnv *env, jstring text, int32_t limit) {
