@@ -1,7 +1,7 @@
 // How events go unsent: from queues that are too long, and while the Publish Server is away.
 #include "EventAgent.h"
 
-#include "Event.h"
+#include "Event_types.h"
 #include "MemoryMonitor.h"
 #include "ProbeLgKit.h"
 #include "ProtocolVisitor.h"

@@ -1,5 +1,6 @@
 #include "LossAccount.h"
 
+#include "Event_types.h"
 #include "PropertyMgr.h"
 
 #include <algorithm>
@@ -12,10 +13,10 @@ namespace {
 
 constexpr uint64_t MOST_IN_A_RECORD = INT32_MAX;
 
-DropFigures::Kind kindOf(Event::EventType type, bool end) {
-    const int base = type == Event::TYPE_METHOD ? DropFigures::METHOD_START
-                     : type == Event::TYPE_SQL  ? DropFigures::SQL_START
-                                                : DropFigures::OTHER_START;
+DropFigures::Kind kindOf(Loss loss, bool end) {
+    const int base = loss == Loss::Method ? DropFigures::METHOD_START
+                     : loss == Loss::Sql  ? DropFigures::SQL_START
+                                          : DropFigures::OTHER_START;
     return static_cast<DropFigures::Kind>(base + (end ? 1 : 0));
 }
 
@@ -26,18 +27,19 @@ bool dropsAreExact() {
 }
 
 DropFigures::Kind lossKind(const Event &evt) {
-    if (evt.type == Event::TYPE_GENERIC_START || evt.type == Event::TYPE_GENERIC_STOP) {
-        return kindOf(evt.type, evt.type == Event::TYPE_GENERIC_STOP);
+    const Loss loss = factsOf(evt.type).loss;
+    if (loss == Loss::OtherBegin || loss == Loss::OtherEnd) {
+        return kindOf(loss, loss == Loss::OtherEnd);
     }
-    if (evt.type == Event::TYPE_PORTAL_METHOD_CONSTANT) { // it stands alone, whatever its subtype says
+    if (loss == Loss::None) {
         return DropFigures::KINDS;
     }
     switch (evt.subType) {
     case Event::SUB_START:
-        return kindOf(evt.type, false);
+        return kindOf(loss, false);
     case Event::SUB_END:
     case Event::SUB_FAILED:
-        return kindOf(evt.type, true);
+        return kindOf(loss, true);
     default:
         return DropFigures::KINDS;
     }
@@ -45,7 +47,7 @@ DropFigures::Kind lossKind(const Event &evt) {
 
 void DropFigures::count(const Event &evt) {
     if (evt.subType == Event::SUB_START || evt.subType == Event::SUB_END) {
-        ++counts[kindOf(evt.type, evt.subType == Event::SUB_END)];
+        ++counts[kindOf(factsOf(evt.type).loss, evt.subType == Event::SUB_END)];
     }
 }
 

@@ -1,6 +1,7 @@
 #include "ThreadData.h"
 
 #include "Event.h"
+#include "Event_types.h"
 #include "ProbeLgKit.h"
 #include "PropertyMgr.h"
 #include "VirtualThreads.h"
@@ -37,18 +38,6 @@ ZykLock &sharedLock() {
 }
 
 } // namespace
-
-bool isProtectedType(const Event &evt) {
-    switch (evt.type) {
-    case Event::TYPE_CLASS:
-    case Event::TYPE_SAMPLING:
-    case Event::TYPE_DROPPED:
-    case Event::TYPE_PORTAL_METHOD_CONSTANT:
-        return true;
-    default:
-        return false;
-    }
-}
 
 ThreadData::ThreadData(JNIEnv *env) : NamedObject("ThreadData"), envId(env) {
     initialize();

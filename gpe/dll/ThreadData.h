@@ -167,6 +167,3 @@ private:
     void reportRefusal(const EventDraft *evt) const;
     bool appendGapMarker();
 };
-
-// Types that may exceed the limit of a queue and survive the dropping of old events.
-bool isProtectedType(const Event &evt);

@@ -1,0 +1,122 @@
+#include "Event_types.h"
+
+#include "ProtocolVisitor.h"
+
+namespace {
+
+// The event's type tells its class, so the cast is exact. The visitor has a record for this very class, not
+// only for a base of it.
+template <typename E>
+void record(ProtocolVisitor *visitor, Event *event) {
+    constexpr void (ProtocolVisitor::*WRITE)(E *) = &ProtocolVisitor::addToBuffer;
+    (visitor->*WRITE)(static_cast<E *>(event));
+}
+
+void writeNothing(ProtocolVisitor *, Event *) {}
+
+constexpr auto NO_RECORD = nullptr;
+constexpr auto WRITES_ITSELF = nullptr; // its class overrides `addToBuffer`
+
+// Without a default, so that a type without a row does not compile.
+constexpr EventTypeFacts rowOf(Event::EventType type) {
+    switch (type) {
+    case Event::TYPE_NOTHING:
+        return {writeNothing, Loss::Other, Keeping::Droppable};
+    case Event::TYPE_CLASS:
+        return {NO_RECORD, Loss::Other, Keeping::Protected};
+    case Event::TYPE_METHOD:
+        return {NO_RECORD, Loss::Method, Keeping::Droppable};
+    case Event::TYPE_HTTP:
+        return {record<RequestEvent>, Loss::Other, Keeping::Droppable};
+    case Event::TYPE_EJB:
+        return {record<EJBEvent>, Loss::Other, Keeping::Droppable};
+    case Event::TYPE_TRACE:
+        return {record<TraceEvent>, Loss::Other, Keeping::Droppable};
+    case Event::TYPE_SQL:
+        return {record<SQLEvent>, Loss::Sql, Keeping::Droppable};
+    case Event::TYPE_GC:
+        return {record<GCEvent>, Loss::Other, Keeping::Droppable};
+    case Event::TYPE_JMS:
+        return {record<JMSEvent>, Loss::Other, Keeping::Droppable};
+    case Event::TYPE_JCA:
+        return {record<JCAEvent>, Loss::Other, Keeping::Droppable};
+    case Event::TYPE_JNDI:
+        return {record<JNDIEvent>, Loss::Other, Keeping::Droppable};
+    case Event::TYPE_MAIL:
+        return {record<MailEvent>, Loss::Other, Keeping::Droppable};
+    case Event::TYPE_SAMPLING:
+        return {record<SamplingEvent>, Loss::Other, Keeping::Protected};
+    case Event::TYPE_GPS:
+        return {record<GPSEvent>, Loss::Other, Keeping::Droppable};
+    case Event::TYPE_DROPPED:
+        return {record<DroppedEvent>, Loss::Other, Keeping::Protected};
+    case Event::TYPE_GWX:
+        return {record<GWXEvent>, Loss::Other, Keeping::Droppable};
+    case Event::TYPE_XQI:
+        return {record<XQIEvent>, Loss::Other, Keeping::Droppable};
+    case Event::TYPE_PS_STATUS:
+        return {record<PSStatusEvent>, Loss::Other, Keeping::Droppable};
+    case Event::TYPE_EXCEPTION:
+        return {record<ExceptionEvent>, Loss::Other, Keeping::Droppable};
+    case Event::TYPE_XQ:
+        return {record<XQEvent>, Loss::Other, Keeping::Droppable};
+    case Event::TYPE_GPS_XQ:
+        return {record<GPSXQEvent>, Loss::Other, Keeping::Droppable};
+    case Event::TYPE_DO_VERB_FOR:
+        return {record<DoVerbForEvent>, Loss::Other, Keeping::Droppable};
+    case Event::TYPE_POLL_FOR:
+        return {record<PollForEvent>, Loss::Other, Keeping::Droppable};
+    case Event::TYPE_PORTAL_METHOD_CONSTANT:
+        return {NO_RECORD, Loss::None, Keeping::Protected};
+    case Event::TYPE_IIOP_CLIENT:
+        return {WRITES_ITSELF, Loss::Other, Keeping::Droppable};
+    case Event::TYPE_IIOP_SERVER:
+        return {WRITES_ITSELF, Loss::Other, Keeping::Droppable};
+    case Event::TYPE_JDO:
+        return {record<JDOEvent>, Loss::Other, Keeping::Droppable};
+    case Event::TYPE_WS_CLIENT:
+        return {record<WSClientEvent>, Loss::Other, Keeping::Droppable};
+    case Event::TYPE_WS_PROVIDER:
+        return {record<WSClientEvent>, Loss::Other, Keeping::Droppable};
+    case Event::TYPE_WS_FAULT:
+        return {record<WSFaultEvent>, Loss::Other, Keeping::Droppable};
+    case Event::TYPE_GENERIC_START:
+        return {record<GenericEvent>, Loss::OtherBegin, Keeping::Droppable};
+    case Event::TYPE_GENERIC_STOP:
+        return {record<GenericEvent>, Loss::OtherEnd, Keeping::Droppable};
+    case Event::TYPE_GENERIC_EXCEPTION:
+        return {record<GenericExceptionEvent>, Loss::Other, Keeping::Droppable};
+    case Event::TYPE_PORTAL_LOGIN:
+    case Event::TYPE_PORTAL_ACCESS_CONTROL:
+    case Event::TYPE_PORTAL_CREDENTIAL_VAULT:
+    case Event::TYPE_PORTAL_CONTENT_ACCESS:
+    case Event::TYPE_PORTAL_PAGE:
+    case Event::TYPE_PORTAL_PORTLET:
+    case Event::TYPE_HEAP:
+    case Event::TYPE_LOCK_ACQUISITION:
+    case Event::TYPE_LOCK_CONTENTION:
+    case Event::TYPE_LOCK_RELEASE:
+    case Event::TYPE_PORTAL_GATEWAY_SERVLET_SUM:
+    case Event::TYPE_PORTAL_MODEL_BUILDING_SUM:
+    case Event::TYPE_PORTAL_PAGE_LOADING_SUM:
+    case Event::TYPE_PORTAL_AUTHENTICATION:
+    case Event::TYPE_PORTAL_AUTHORIZATION:
+    case Event::TYPE_PORTAL_MODEL_BUILDING:
+    case Event::TYPE_PORTAL_PAGE_LOADING:
+    case Event::TYPE_PORTAL_PAGE_RENDERING:
+    case Event::TYPE_PORTAL_ACTION:
+    case Event::TYPE_PORTAL_GATEWAY_SERVLET:
+        return {NO_RECORD, Loss::Other, Keeping::Droppable};
+    }
+    return {NO_RECORD, Loss::Other, Keeping::Droppable};
+}
+
+} // namespace
+
+constexpr decltype(EVENT_TYPES) EVENT_TYPES = [] {
+    std::array<EventTypeFacts, EVENT_TYPE_LIMIT + 1> facts{};
+    for (size_t type = 0; type < facts.size(); ++type) {
+        facts[type] = rowOf(static_cast<Event::EventType>(type));
+    }
+    return facts;
+}();
