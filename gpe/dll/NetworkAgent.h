@@ -105,6 +105,10 @@ public:
     Relaxed<bool> needAlive_{false};  // an alive packet is due
     Relaxed<bool> socketDown_{false}; // the connection was lost; cleared by the manager only
 
+    // Shows sent buffers to Java from now on, or no longer. The first call of all finds `writeTraceEntry` of
+    // `owner`; if that fails, the trace stays without effect.
+    static void setNetworkTrace(JNIEnv *env, jclass owner, bool on);
+
 private:
     static constexpr uint32_t NO_TIMEOUT = UINT32_MAX;
     static constexpr int64_t NONE = -1;

@@ -301,23 +301,3 @@ void NetworkAgentMgr::logStatistics() {
     traceInfo("## NAMgr: Statistics across all NA's: Number of Buffers: %d Total Buffer Size: %ld", buffers,
               static_cast<long>(bytes));
 }
-
-// ---------------------------------------------------------------- natives
-
-#define AM_NETWORK_NATIVE(name) Java_com_qel_morvex_norak_dc_networkagent_NativeNetworkAgentImpl_##name
-
-// The number of agents, so of threads that the Java half shall start: 0 to 256.
-extern "C" JNIEXPORT jint JNICALL AM_NETWORK_NATIVE(getNetAgentCountNative)(JNIEnv *, jclass) {
-    return NetworkAgentMgr::agentCount();
-}
-
-// Runs the agent of that index on the calling thread; returns when it was stopped, or at once if the index
-// is outside the pool or the pool is closed.
-extern "C" JNIEXPORT void JNICALL AM_NETWORK_NATIVE(startThreadNative)(JNIEnv *env, jclass, jint id) {
-    NetworkAgentMgr::startNetworkAgent(env, id);
-}
-
-// Ends the agent of that index; returns when its thread has left `startThreadNative`.
-extern "C" JNIEXPORT void JNICALL AM_NETWORK_NATIVE(stopThreadNative)(JNIEnv *env, jclass, jint id) {
-    NetworkAgentMgr::stopNetworkAgent(env, id);
-}

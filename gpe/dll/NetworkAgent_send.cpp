@@ -192,12 +192,8 @@ void NetworkAgent::traceBuffer(const NetworkAgentData &buffer) const {
     env_->PopLocalFrame(nullptr);
 }
 
-// Switches the network trace, on if `flag` is 1. The first call of all finds its Java method; if that fails,
-// the trace stays without effect.
-extern "C" JNIEXPORT void JNICALL
-Java_com_qel_morvex_norak_dc_networkagent_NativeNetworkAgentImpl_setNetworkTrace(JNIEnv *env, jclass owner,
-                                                                                 jbyte flag) {
-    networkTrace = flag == 1;
+void NetworkAgent::setNetworkTrace(JNIEnv *env, jclass owner, bool on) {
+    networkTrace = on;
     static PlainLock lookUpLock;
     const std::lock_guard<PlainLock> guard(lookUpLock);
     if (traceClass == nullptr) {

@@ -72,6 +72,8 @@ public:
 
     // Whether visitors with a JNI environment show their finished records to Java.
     static void setRecordTrace(bool on) { recordTrace = on; }
+    // The same, and the first call that finds it makes `writeTraceEntry` of `cls` the method that they call.
+    static void switchRecordTrace(JNIEnv *env, jclass cls, bool on);
 
     // Primitives. Wider values are cut to their low bytes; a null text counts as empty. The prefix of a text
     // or blob holds the low 16 bits of its length, but all bytes follow: texts are cut where they are copied.

@@ -2,7 +2,6 @@
 #include "ProtocolVisitor.h"
 
 #include "PlainLock.h"
-#include "ProbeLgKit.h"
 #include "jnihelp.h"
 
 #include <mutex>
@@ -54,15 +53,12 @@ void ProtocolVisitor::traceRecord(const Record &record) {
     env->PopLocalFrame(nullptr);
 }
 
-// Switches the record trace: on for 1, off for any other value.
-extern "C" JNIEXPORT void JNICALL Java_com_qel_morvex_norak_dc_networkagent_NativeNetworkAgentImpl_setTrace(
-    JNIEnv *env, jclass cls, jbyte flag) {
-    AM_TRACE_SCOPE(naTracer, LGK_DEBUG_MID, "setTrace( JNIEnv *env, jclass cls, jbyte flag )");
+void ProtocolVisitor::switchRecordTrace(JNIEnv *env, jclass cls, bool on) {
     {
         const std::lock_guard<PlainLock> guard(listenerLock);
         if (writeTraceEntry == nullptr) {
             findListener(env, cls);
         }
     }
-    ProtocolVisitor::setRecordTrace(flag == 1);
+    setRecordTrace(on);
 }

@@ -11,8 +11,6 @@
 #include <mutex>
 #include <utility>
 
-#define SYSTEM(name) Java_com_zykora_probe_ProbeSystem_##name
-
 SystemSettings systemSettings;
 
 namespace {
@@ -20,7 +18,6 @@ namespace {
 constexpr char STRING_SIGNATURE[] = "Ljava/lang/String;";
 constexpr char CLASS_SIGNATURE[] = "Ljava/lang/Class;";
 constexpr char SIGNATURE_TEXT[] = "setSystemProperties( JNIEnv *env, jclass cls )";
-constexpr int STOP_STATUS = 12;
 
 PlainLock settingsLock; // `systemSettings` and the names; no call into Java is made behind it
 using SettingsGuard = std::lock_guard<PlainLock>;
@@ -297,6 +294,16 @@ bool giveContextFileName(JNIEnv *env, jclass cls) {
     return true;
 }
 
+} // namespace
+
+int setSystemProperties(JNIEnv *env, jclass cls) {
+    if (!takeNames(env, cls) || !takeSizes(env, cls) || !takeIdentity(env, cls)) {
+        return -1;
+    }
+    loadClassesFindMethods(env, cls);
+    return 1;
+}
+
 bool initializeProbe(JNIEnv *env, jclass cls) {
     reportCompilerDirectives();
     if (setSystemProperties(env, cls) == -1) {
@@ -321,52 +328,3 @@ bool initializeProbe(JNIEnv *env, jclass cls) {
     }
     return true;
 }
-
-} // namespace
-
-int setSystemProperties(JNIEnv *env, jclass cls) {
-    if (!takeNames(env, cls) || !takeSizes(env, cls) || !takeIdentity(env, cls)) {
-        return -1;
-    }
-    loadClassesFindMethods(env, cls);
-    return 1;
-}
-
-extern "C" {
-
-// Takes the server's settings over from the class's static fields and answers in three of them. False if a
-// field is missing; what was taken so far stays.
-JNIEXPORT jboolean JNICALL SYSTEM(initializeProbe)(JNIEnv *env, jclass cls) {
-    return initializeProbe(env, cls) ? JNI_TRUE : JNI_FALSE;
-}
-
-// Ends the process with status 12, at the Java side's request.
-JNIEXPORT void JNICALL SYSTEM(stopNative)(JNIEnv *, jclass) {
-    exit(STOP_STATUS);
-}
-
-JNIEXPORT jint JNICALL SYSTEM(getProcessId)(JNIEnv *, jclass) {
-    return processId;
-}
-
-// There is no lock on the id file on this platform: always 0.
-JNIEXPORT jint JNICALL SYSTEM(nativeLockIdFile)(JNIEnv *, jclass, jstring) {
-    return 0;
-}
-JNIEXPORT jint JNICALL SYSTEM(nativeUnlockIdFile)(JNIEnv *, jclass, jstring) {
-    return 0;
-}
-
-// The library's build time and date as one line.
-JNIEXPORT jstring JNICALL Java_com_zykora_probe_ProbeUtils_getBuildTime(JNIEnv *env, jclass) {
-    jstring text = env->NewStringUTF("JVMTI Version Lib, TIME : " __TIME__ " DATE: " __DATE__ "\n");
-    clearException(env);
-    return text;
-}
-
-// Nothing to do; always true.
-JNIEXPORT jboolean JNICALL Java_com_zykora_probe_ProbePMI_initializeProbe(JNIEnv *, jclass) {
-    return JNI_TRUE;
-}
-
-} // extern "C"

@@ -27,3 +27,7 @@ extern SystemSettings systemSettings;
 // Reads the static fields of ProbeSystem in their order. 1, or 0 after an exception at the end; -1 at the
 // first field that is missing, with what was read so far in place.
 int setSystemProperties(JNIEnv *env, jclass cls);
+
+// Takes the server's settings over from the static fields of ProbeSystem and answers in three of them. False
+// if a field is missing; what was taken so far stays.
+bool initializeProbe(JNIEnv *env, jclass cls);

@@ -14,3 +14,6 @@ void registerBcmBootstrapNative(const JVMPI_Event *event);
 
 // Calls `BcmBootstrap.disable()`; false if the class was never found or the call failed.
 bool disableToolkit(JNIEnv *env);
+
+// Registers the natives of `BcmBootstrap`, as its loader cannot link them by name. Not 0 if that fails.
+jint registerNatives(JNIEnv *env, jclass bootstrapClass);
