@@ -42,45 +42,7 @@ void appendPortalRequestEvent(JNIEnv *env, Event::EventType type, Event::EventSu
     }
 }
 
-// ---------------------------------------------------------------- phases
-
-namespace {
-
-// Without the thread's data there is no record.
-template <typename E>
-void appendPhase(JNIEnv *env, Event::EventSubType subType, jbyte methodId) {
-    if (callingThread(env) != nullptr) {
-        countedRequest<E>(env, subType, [=](E &event, Texts &) {
-            event.methodId = event.subType == Event::SUB_START ? methodId : event.methodId;
-        });
-    }
-}
-
-} // namespace
-
-void appendPortalAuthorizationRequestEvent(JNIEnv *env, Event::EventSubType subType, jbyte methodId) {
-    appendPhase<PortalAuthorizationEvent>(env, subType, methodId);
-}
-
-void appendPortalAuthenticationRequestEvent(JNIEnv *env, Event::EventSubType subType, jbyte methodId) {
-    appendPhase<PortalAuthenticationEvent>(env, subType, methodId);
-}
-
-void appendPortalModelBuildingRequestEvent(JNIEnv *env, Event::EventSubType subType, jbyte methodId) {
-    appendPhase<PortalModelBuildingEvent>(env, subType, methodId);
-}
-
-void appendPortalPageLoadingRequestEvent(JNIEnv *env, Event::EventSubType subType, jbyte methodId) {
-    appendPhase<PortalPageLoadingEvent>(env, subType, methodId);
-}
-
-void appendPortalPageRenderingRequestEvent(JNIEnv *env, Event::EventSubType subType, jbyte methodId) {
-    appendPhase<PortalPageRenderingEvent>(env, subType, methodId);
-}
-
-void appendPortalActionRequestEvent(JNIEnv *env, Event::EventSubType subType, jbyte methodId) {
-    appendPhase<PortalActionEvent>(env, subType, methodId);
-}
+// ---------------------------------------------------------------- the gateway
 
 void appendPortalGatewayServletRequestEvent(JNIEnv *env, Event::EventSubType subType) {
     const ThreadData *td = callingThread(env);

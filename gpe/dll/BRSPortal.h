@@ -1,6 +1,7 @@
-// Requests of a portal server, their phases, and the figures that its Java half has counted. Called on
+// Requests of a portal server and the figures that its Java half has counted. Called on
 // application threads, behind the admission gate, as the rest of the event assembly; null strings are empty.
-// Requests and phases are counted without any test of the depth, which unbalanced ends take below 0.
+// The phases of a page are rows of `EventFamilies.h`. Requests are counted without any test of the depth,
+// which unbalanced ends take below 0.
 #pragma once
 
 #include "Event.h"
@@ -12,15 +13,8 @@
 void appendPortalRequestEvent(JNIEnv *env, Event::EventType type, Event::EventSubType subType,
                               jstring request_name, jstring className, jstring url, jstring userid);
 
-// The phases of a page request. `methodId` is a key of the method constants and counts in a begin only.
-void appendPortalAuthorizationRequestEvent(JNIEnv *env, Event::EventSubType subType, jbyte methodId);
-void appendPortalAuthenticationRequestEvent(JNIEnv *env, Event::EventSubType subType, jbyte methodId);
-void appendPortalModelBuildingRequestEvent(JNIEnv *env, Event::EventSubType subType, jbyte methodId);
-void appendPortalPageLoadingRequestEvent(JNIEnv *env, Event::EventSubType subType, jbyte methodId);
-void appendPortalPageRenderingRequestEvent(JNIEnv *env, Event::EventSubType subType, jbyte methodId);
-void appendPortalActionRequestEvent(JNIEnv *env, Event::EventSubType subType, jbyte methodId);
-
-// The end carries the page's name: the thread's last one, or the one that is given.
+// A request's way through the gateway. The end carries the page's name: the thread's last one, or the one
+// that is given.
 void appendPortalGatewayServletRequestEvent(JNIEnv *env, Event::EventSubType subType);
 void appendPortalGatewayServletRequestEvent(JNIEnv *env, Event::EventSubType subType, jstring pageName);
 

@@ -54,7 +54,7 @@ bool enter(ThreadData *td, Rule rule) {
     if (td == nullptr) {
         return true;
     }
-    if (rule != Rule::Any && td->requestDepth == 0) {
+    if ((rule == Rule::Nested || rule == Rule::Plain) && td->requestDepth == 0) {
         return false;
     }
     if (rule != Rule::Plain && suppressBegin(td)) {
@@ -78,6 +78,10 @@ void leave(ThreadData *td) {
     if (td != nullptr && td->requestDepth > 0) {
         --td->requestDepth;
     }
+}
+
+bool isSilent(const ThreadData *td, Rule rule) {
+    return rule == Rule::Inner && td != nullptr && td->requestDepth <= 1;
 }
 
 int64_t threadCpuTime(ThreadData *td) {

@@ -32,7 +32,8 @@ KnownString *knownTo(ThreadData *td, KnownString KnownStrings::*place);
 enum class Rule {
     Nested, // inside a request only, and not when nested requests are suppressed
     Plain,  // inside a request only
-    Any     // everywhere, but not when nested requests are suppressed
+    Any,    // everywhere, but not when nested requests are suppressed
+    Inner   // as nested, but everywhere: one that opens a thread's outermost level is counted only
 };
 
 // The calling thread's data; null if it has none.
@@ -48,6 +49,8 @@ bool enter(ThreadData *td, Rule rule);
 // False if an end is not recorded. If it is, `leave` closes the level once the event has been built.
 bool mayEnd(ThreadData *td, Rule rule);
 void leave(ThreadData *td);
+// Whether the level that is open now is counted only.
+bool isSilent(const ThreadData *td, Rule rule);
 
 // Asks the Java listeners, if there are any to be asked; false if one refuses the event. They may take any
 // time, even until the collector has been stopped: then it is false too, `recordStands` is false, and no
@@ -167,7 +170,7 @@ bool completeAndAppend(JNIEnv *env, ThreadData *td, Draft<E> &draft, Clocks orde
 template <typename E, typename Fill>
 bool beginRequest(JNIEnv *env, Rule rule, Fill fill) {
     ThreadData *td = callingThread(env);
-    if (!enter(td, rule)) {
+    if (!enter(td, rule) || isSilent(td, rule)) {
         return false;
     }
     NestedDraft<E> draft(td, Event::SUB_START);
@@ -179,6 +182,10 @@ template <typename E, typename Fill>
 bool endRequest(JNIEnv *env, Rule rule, Fill fill) {
     ThreadData *td = callingThread(env);
     if (!mayEnd(td, rule)) {
+        return false;
+    }
+    if (isSilent(td, rule)) {
+        leave(td);
         return false;
     }
     NestedDraft<E> draft(td, Event::SUB_END);

@@ -174,111 +174,7 @@ void endJDBCSQLRequest(JNIEnv *env, jobject, jstring, jstring) {
     }
 }
 
-// ---------------------------------------------------------------- resources of a request
-
-namespace {
-
-auto jmsTexts(Event::JMS_ACTION act, jstring server, jstring queue, jstring sel) {
-    return [=](JMSEvent &event, Texts &texts) {
-        event.action = act;
-        texts.weigh(event.server, server);
-        texts.weigh(event.queue, queue);
-        texts.copy(event.selector, sel);
-    };
-}
-
-auto jcaTexts(jstring eis) {
-    return [=](JCAEvent &event, Texts &texts) { texts.weigh(event.eis, eis); };
-}
-
-auto jndiTexts(jstring url, jstring lookup) {
-    return [=](JNDIEvent &event, Texts &texts) {
-        texts.weigh(event.url, url);
-        texts.weigh(event.lookup, lookup);
-    };
-}
-
-auto mailTexts(jstring url, jstring subject) {
-    return [=](MailEvent &event, Texts &texts) {
-        texts.weigh(event.url, url);
-        texts.weigh(event.subject, subject);
-    };
-}
-
-auto xqTexts(jstring queueName, jstring queueMgrName, jint act) {
-    return [=](XQEvent &event, Texts &texts) {
-        event.action = act;
-        texts.weigh(event.queueName, queueName);
-        texts.weigh(event.queueMgrName, queueMgrName);
-    };
-}
-
-auto jdoTexts(jstring className, jstring methodName, jstring argumentString) {
-    return [=](JDOEvent &event, Texts &texts) {
-        texts.weigh(event.className, className);
-        texts.weigh(event.argumentString, argumentString);
-        texts.weigh(event.methodName, methodName);
-    };
-}
-
-} // namespace
-
-void beginJMSRequest(JNIEnv *env, Event::JMS_ACTION act, jstring server, jstring queue, jstring sel) {
-    beginRequest<JMSEvent>(env, Rule::Nested, jmsTexts(act, server, queue, sel));
-}
-void endJMSRequest(JNIEnv *env, Event::JMS_ACTION act, jstring server, jstring queue, jstring sel) {
-    endRequest<JMSEvent>(env, Rule::Nested, jmsTexts(act, server, queue, sel));
-}
-
-void beginJCARequest(JNIEnv *env, jstring eis) {
-    beginRequest<JCAEvent>(env, Rule::Nested, jcaTexts(eis));
-}
-void endJCARequest(JNIEnv *env, jstring eis) {
-    endRequest<JCAEvent>(env, Rule::Nested, jcaTexts(eis));
-}
-
-void beginJNDIRequest(JNIEnv *env, jstring url, jstring lookup) {
-    beginRequest<JNDIEvent>(env, Rule::Nested, jndiTexts(url, lookup));
-}
-void endJNDIRequest(JNIEnv *env, jstring url, jstring lookup) {
-    endRequest<JNDIEvent>(env, Rule::Nested, jndiTexts(url, lookup));
-}
-
-void beginJavaMailRequest(JNIEnv *env, jstring url, jstring subject) {
-    beginRequest<MailEvent>(env, Rule::Plain, mailTexts(url, subject));
-}
-void endJavaMailRequest(JNIEnv *env, jstring url, jstring subject) {
-    endRequest<MailEvent>(env, Rule::Plain, mailTexts(url, subject));
-}
-
-void beginXQRequest(JNIEnv *env, jstring queueName, jstring queueMgrName, jint act) {
-    beginRequest<XQEvent>(env, Rule::Plain, xqTexts(queueName, queueMgrName, act));
-}
-void endXQRequest(JNIEnv *env, jstring queueName, jstring queueMgrName, jint act) {
-    endRequest<XQEvent>(env, Rule::Plain, xqTexts(queueName, queueMgrName, act));
-}
-
-// A call that opens a thread's outermost level is only counted, its end likewise.
-void beginJDORequest(JNIEnv *env, jstring className, jstring methodName, jstring argumentString) {
-    ThreadData *td = callingThread(env);
-    if (enter(td, Rule::Any) && (td == nullptr || td->requestDepth > 1)) {
-        NestedDraft<JDOEvent> draft(td, Event::SUB_START);
-        completeAndAppend(env, td, draft, Clocks::WallFirst, jdoTexts(className, methodName, argumentString));
-    }
-}
-
-void endJDORequest(JNIEnv *env, jstring className, jstring methodName, jstring argumentString) {
-    ThreadData *td = callingThread(env);
-    if (!mayEnd(td, Rule::Nested)) {
-        return;
-    }
-    const bool recorded = td == nullptr || td->requestDepth > 1;
-    NestedDraft<JDOEvent> draft(td, Event::SUB_END);
-    if (!recorded || completeAndAppend(env, td, draft, Clocks::CpuFirst,
-                                       jdoTexts(className, methodName, argumentString), Goes::Nowhere)) {
-        leave(td);
-    }
-}
+// ---------------------------------------------------------------- correlation
 
 namespace {
 
@@ -290,7 +186,7 @@ bool hasCorrelationRecord(jint act) {
 } // namespace
 
 // Both records carry the raised depth. The pair is made after the call, so both take the CPU clock first.
-void processGpsXQRequest(JNIEnv *env, jstring queueName, jstring, jint act, jbyteArray gpsToken) {
+void processGpsXQRequest(JNIEnv *env, jstring, jstring queueName, jint act, jbyteArray gpsToken) {
     ThreadData *td = callingThread(env);
     if ((td != nullptr && td->requestDepth == 0) || !hasCorrelationRecord(act)) {
         return;
@@ -375,22 +271,6 @@ void endBeanRequest(JNIEnv *env, jclass) {
         NestedDraft<EJBEvent> draft(td, Event::SUB_END);
         leave(td);
         sendEJBRequest(env, td, draft);
-    }
-}
-
-void appendCommonEvent(JNIEnv *env, Event::EventType type, Event::EventSubType subType, jstring className,
-                       jstring methodName) {
-    const auto names = [=](CommonEvent &event, Texts &texts) {
-        event.prepare(env, 0);
-        if (event.subType == Event::SUB_START) {
-            texts.copy(event.className, className);
-            texts.copy(event.methodName, methodName);
-        }
-    };
-    if (type == Event::TYPE_IIOP_SERVER) {
-        countedRequest<IIOPServerEvent>(env, subType, names);
-    } else {
-        countedRequest<CommonEvent>(env, subType, names);
     }
 }
 

@@ -1,6 +1,7 @@
 // Turns one native call into an event of the calling thread: pairs begins with ends through the thread's
 // request depth, decides whether the call counts, takes the clocks, copies the Java strings, and hands the
-// event to the thread's queue. Called on application threads, behind the admission gate. Nothing here throws
+// event to the thread's queue. Here stand the families that go a way of their own; the usual ones are rows of
+// `EventFamilies.h`. Called on application threads, behind the admission gate. Nothing here throws
 // into Java or reports to it: every failure is an event less. A null string is an empty string.
 #pragma once
 
@@ -27,33 +28,17 @@ void endSQLRequest(JNIEnv *env, jobject thisObject, jstring sql, jstring dataSrc
 void beginJDBCSQLRequest(JNIEnv *env, jobject thisObject, jstring sql, jstring dataSrcName);
 void endJDBCSQLRequest(JNIEnv *env, jobject thisObject, jstring sql, jstring dataSrcName);
 
-// Calls of a request to other resources; ignored outside a request.
-void beginJMSRequest(JNIEnv *env, Event::JMS_ACTION act, jstring server, jstring queue, jstring sel);
-void endJMSRequest(JNIEnv *env, Event::JMS_ACTION act, jstring server, jstring queue, jstring sel);
-void beginJCARequest(JNIEnv *env, jstring eis);
-void endJCARequest(JNIEnv *env, jstring eis);
-void beginJNDIRequest(JNIEnv *env, jstring url, jstring lookup);
-void endJNDIRequest(JNIEnv *env, jstring url, jstring lookup);
-void beginJDORequest(JNIEnv *env, jstring className, jstring methodName, jstring argumentString);
-void endJDORequest(JNIEnv *env, jstring className, jstring methodName, jstring argumentString);
-void beginJavaMailRequest(JNIEnv *env, jstring url, jstring subject);
-void endJavaMailRequest(JNIEnv *env, jstring url, jstring subject);
-void beginXQRequest(JNIEnv *env, jstring queueName, jstring queueMgrName, jint act);
-void endXQRequest(JNIEnv *env, jstring queueName, jstring queueMgrName, jint act);
+// Requests over HTTP. The name "JSP_CANCEL_REQUEST" ends all levels of the thread; a failure ends a request
+// in place of its finish.
+void startHttpRequest(JNIEnv *env, jstring requestName, jstring applicationName, jstring url, jstring userId);
+void finishHttpRequest(JNIEnv *env, jstring requestName);
+void failHttpRequest(JNIEnv *env, jstring requestName, jstring applicationName, jstring err);
+
 // A correlated message as a begin and end pair. A token that is null, or longer than the 16 bits of its
 // length on the wire, counts as empty.
-void processGpsXQRequest(JNIEnv *env, jstring queueName, jstring queueMgrName, jint act, jbyteArray gpsToken);
+void processGpsXQRequest(JNIEnv *env, jstring queueMgrName, jstring queueName, jint act, jbyteArray gpsToken);
 
-// Work inside a request that no native reports at its usual level: objects made, and monitors entered. The
-// results say whether it was recorded. Of an allocation the line is not kept.
-bool beginHeapAllocation(JNIEnv *env, jint allocatingMethodId, jint allocatingLineNumber,
-                         jstring instantiatedClassName);
-bool endHeapAllocation(JNIEnv *env, jint allocatingMethodId, jint allocatingLineNumber,
-                       jstring instantiatedClassName);
-bool beginLockAcquisition(JNIEnv *env, jint lockingMethodId, jstring lockedClassName);
-bool endLockAcquisition(JNIEnv *env, jint lockingMethodId, jstring lockedClassName);
-bool beginLockRelease(JNIEnv *env, jint lockingMethodId, jstring lockedClassName);
-bool endLockRelease(JNIEnv *env, jint lockingMethodId, jstring lockedClassName);
+// A monitor that is waited for. The results say whether it was recorded.
 // Belongs to the request of the thread whose number is `waitingThreadId`; the caller's, if that is unknown.
 bool beginLockContention(JNIEnv *env, jint lockingMethodId, jstring lockedClassName, jbyte owningRequestType,
                          jstring owningRequestName, jstring owningApplicationName, jint owning_method_id,
@@ -71,19 +56,14 @@ void endBeanRequest(JNIEnv *env, jclass thisClass);
 void beginGenericEvent(JNIEnv *env, jint id, jint nCtxProps, jobjectArray ctxValues);
 void endGenericEvent(JNIEnv *env, jint id);
 void exceptionGenericEvent(JNIEnv *env, jint id, jint nCtxProps, jobjectArray ctxValues);
-// Type 45 (client) or 46 (server).
-void appendCommonEvent(JNIEnv *env, Event::EventType type, Event::EventSubType subType, jstring className,
-                       jstring methodName);
 
-// Records that stand alone.
-void appendExceptionEvent(JNIEnv *env, jstring exception, jstring class_name, jstring method_name,
-                          jstring stacktrace);
-void appendGWXEvent(JNIEnv *env, jstring gatewayName, jstring serverName, jstring progName,
-                    jlong snapShotTime, jint count, jlong avgTimeTaken);
-// Nothing unless all arrays have `arrLength` elements or more.
+// Asks for a round of traces: a record of its own name, through the gate once more.
+void issueTraceRequest(JNIEnv *env);
+
+// Figures of message queues, a record that stands alone. Nothing unless all arrays have `arrLength` elements
+// or more.
 void appendXQIEvent(JNIEnv *env, jstring mgrName, jstring queueName, jlong snapShotTime, jbyteArray type,
                     jintArray count, jlongArray avgTimeTaken, jint arrLength);
-void appendDroppedRecEvent(JNIEnv *env);
 
 // Records without a thread of their own: they go to the special queue of the first event agent.
 void appendSamplingRateEvent(JNIEnv *env, const int32_t *levels, int32_t useDefault); // four levels
@@ -98,3 +78,8 @@ void storeSamplingRates(const int32_t *levels, int32_t useDefault);
 // Fills `levels` and gives `useDefault`.
 int32_t storedSamplingRates(int32_t *levels);
 void resendSamplingRates(JNIEnv *env);
+// Keeps the first four of `levels`, missing ones as they were, and sends them; null changes nothing.
+void takeSamplingRates(JNIEnv *env, jintArray levels, jint useDefault);
+
+// Fills `cpuTime` (nanoseconds), `timeSec_` and `timeUSec_` of `times`; an object without them is left alone.
+void fillThreadTimes(JNIEnv *env, ThreadData *td, jobject times);

@@ -1,63 +1,9 @@
-// Objects made and monitors entered within a request.
-#include "EventUtils.h"
-
+// Monitors that a request waits for.
 #include "EventAssembly.h"
 #include "ThreadMgr.h"
 #include "platform.h"
 
 using namespace assembly;
-
-// ---------------------------------------------------------------- objects
-
-namespace {
-
-auto allocation(jint methodId, jstring className) {
-    return [=](HeapEvent &event, Texts &texts) {
-        event.allocatingMethodId = methodId;
-        texts.weigh(event.instantiatedClassName, className);
-    };
-}
-
-} // namespace
-
-bool beginHeapAllocation(JNIEnv *env, jint allocatingMethodId, jint, jstring instantiatedClassName) {
-    return beginRequest<HeapEvent>(env, Rule::Plain, allocation(allocatingMethodId, instantiatedClassName));
-}
-
-bool endHeapAllocation(JNIEnv *env, jint allocatingMethodId, jint, jstring instantiatedClassName) {
-    return endRequest<HeapEvent>(env, Rule::Plain, allocation(allocatingMethodId, instantiatedClassName));
-}
-
-// ---------------------------------------------------------------- monitors entered and left
-
-namespace {
-
-auto monitor(jint methodId, jstring className) {
-    return [=](LockEvent &event, Texts &texts) {
-        event.lockingMethodId = methodId;
-        texts.weigh(event.lockedClassName, className);
-    };
-}
-
-} // namespace
-
-bool beginLockAcquisition(JNIEnv *env, jint lockingMethodId, jstring lockedClassName) {
-    return beginRequest<LockAcquisitionEvent>(env, Rule::Plain, monitor(lockingMethodId, lockedClassName));
-}
-
-bool endLockAcquisition(JNIEnv *env, jint lockingMethodId, jstring lockedClassName) {
-    return endRequest<LockAcquisitionEvent>(env, Rule::Plain, monitor(lockingMethodId, lockedClassName));
-}
-
-bool beginLockRelease(JNIEnv *env, jint lockingMethodId, jstring lockedClassName) {
-    return beginRequest<LockReleaseEvent>(env, Rule::Plain, monitor(lockingMethodId, lockedClassName));
-}
-
-bool endLockRelease(JNIEnv *env, jint lockingMethodId, jstring lockedClassName) {
-    return endRequest<LockReleaseEvent>(env, Rule::Plain, monitor(lockingMethodId, lockedClassName));
-}
-
-// ---------------------------------------------------------------- monitors waited for
 
 namespace {
 
@@ -71,7 +17,8 @@ struct Contention {
     jint owningMethodId;
 
     void operator()(LockContentionEvent &event, Texts &texts) const {
-        monitor(lockingMethodId, lockedClassName)(event, texts);
+        event.lockingMethodId = lockingMethodId;
+        texts.weigh(event.lockedClassName, lockedClassName);
         event.owningRequestType = owningRequestType;
         texts.weigh(event.owningRequestName, owningRequestName);
         texts.copy(event.owningApplicationName, owningApplicationName);

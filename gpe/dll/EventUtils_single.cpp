@@ -3,8 +3,12 @@
 
 #include "EventAssembly.h"
 #include "EvtAgentMgr.h"
+#include "MemoryMonitor.h"
+#include "ProbeLgKit.h"
+#include "ProbeState.h"
 #include "platform.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 
@@ -31,28 +35,6 @@ void appendSpecial(EventDraft &draft) {
 
 } // namespace
 
-void appendExceptionEvent(JNIEnv *env, jstring exception, jstring class_name, jstring method_name,
-                          jstring stacktrace) {
-    appendSingle<ExceptionEvent>(env, [=](ExceptionEvent &event, Texts &texts) {
-        texts.copy(event.exception, exception);
-        texts.copy(event.className, class_name);
-        texts.copy(event.methodName, method_name);
-        texts.copy(event.stackTrace, stacktrace);
-    });
-}
-
-void appendGWXEvent(JNIEnv *env, jstring gatewayName, jstring serverName, jstring progName,
-                    jlong snapShotTime, jint count, jlong avgTimeTaken) {
-    appendSingle<GWXEvent>(env, [=](GWXEvent &event, Texts &texts) {
-        texts.weigh(event.gatewayName, gatewayName);
-        texts.weigh(event.serverName, serverName);
-        texts.weigh(event.progName, progName);
-        event.snapShotTime = snapShotTime;
-        event.count = count;
-        event.avgTimeTaken = avgTimeTaken;
-    });
-}
-
 void appendXQIEvent(JNIEnv *env, jstring mgrName, jstring queueName, jlong snapShotTime, jbyteArray type,
                     jintArray count, jlongArray avgTimeTaken, jint arrLength) {
     for (const jarray array :
@@ -70,10 +52,6 @@ void appendXQIEvent(JNIEnv *env, jstring mgrName, jstring queueName, jlong snapS
         texts.hold<jlong>(event.avgTimes, avgTimeTaken, arrLength, &JNIEnv::GetLongArrayRegion);
         event.arrLength = arrLength;
     });
-}
-
-void appendDroppedRecEvent(JNIEnv *env) {
-    appendSingle<DroppedEvent>(env, [](DroppedEvent &, Texts &) {});
 }
 
 void appendSamplingRateEvent(JNIEnv *env, const int32_t *levels, int32_t useDefault) {
@@ -134,4 +112,38 @@ void resendSamplingRates(JNIEnv *env) {
     int32_t levels[SAMPLING_LEVELS];
     const int32_t useDefault = storedSamplingRates(levels);
     appendSamplingRateEvent(env, levels, useDefault);
+}
+
+void takeSamplingRates(JNIEnv *env, jintArray levels, jint useDefault) {
+    if (probeDisabled) {
+        AM_TRACE(ccTracer, LGK_DEBUG_MID, "setNativeSamplingRates()",
+                 "Native probe is disabled, rejecting setNativeSamplingRates");
+        return;
+    }
+    if (levels == nullptr) {
+        return;
+    }
+    int32_t table[SAMPLING_LEVELS];
+    storedSamplingRates(table);
+    env->GetIntArrayRegion(levels, 0, std::min<jsize>(env->GetArrayLength(levels), SAMPLING_LEVELS), table);
+    storeSamplingRates(table, useDefault);
+    appendSamplingRateEvent(env, table, useDefault);
+}
+
+void issueTraceRequest(JNIEnv *env) {
+    // Null, with nothing pending, when memory is out.
+    const auto text = [env](const char *utf) {
+        jstring made = env->NewStringUTF(utf);
+        clearException(env);
+        return made;
+    };
+    const LocalRef<jstring> name(env, text("system_trace"));
+    const LocalRef<jstring> application(env, text("trace_app"));
+    const LocalRef<jstring> url(env, text(""));
+    if (shouldReject(env)) {
+        return;
+    }
+    ThreadData *td = callingThread(env);
+    NestedDraft<TraceEvent> draft(td, Event::SUB_ALONE);
+    sendRequest(env, td, draft, name.get(), application.get(), url.get());
 }

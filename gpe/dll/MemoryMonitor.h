@@ -130,16 +130,6 @@ inline bool shouldReject(JNIEnv *env) {
     return monitor == nullptr || monitor->shouldReject(env);
 }
 
-// The same at the head of a native: true if the call counts. The thread is inside while it lives.
-class Admission {
-public:
-    explicit Admission(JNIEnv *env) : admitted(inside && !shouldReject(env)) {}
-    explicit operator bool() const { return admitted; }
-
-private:
-    const Inside inside;
-    const bool admitted;
-};
 
 // Limits of texts in events (bytes kept, the NUL included) and the running averages that weigh a text before
 // its event exists in full.

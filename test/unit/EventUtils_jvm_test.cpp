@@ -1,3 +1,4 @@
+#include "EventFamilies.h"
 #include "families_test_support.h"
 
 #include <algorithm>
@@ -368,11 +369,12 @@ TEST_F(FamiliesTest, LongTextsAreChargedForWhatTheyHold) {
         const LocalRef<jclass> strings(env, env->FindClass("java/lang/String"));
         const LocalRef<jstring> text(env, env->NewStringUTF(std::string(40000, 'x').c_str()));
         const LocalRef<jobjectArray> values(env, env->NewObjectArray(2, strings.get(), text.get()));
+        const jstring none = nullptr;
         worker.data()->requestDepth = 1;
         exceptionGenericEvent(env, 1, 2, values.get());
-        beginJDORequest(env, text.get(), text.get(), text.get());
-        beginJCARequest(env, text.get());
-        appendExceptionEvent(env, nullptr, nullptr, nullptr, text.get());
+        families::JDORequest::begin(env, text.get(), text.get(), text.get());
+        families::JCARequest::begin(env, text.get());
+        families::Exception::append(env, none, none, none, text.get());
         beginSQLRequest(env, nullptr, nullptr, text.get());
         worker.run("-xqLongest");
         const size_t usual = 2048;

@@ -1,6 +1,7 @@
 // Producers whose records and natives stand elsewhere: allocations, monitors, the portal. The events are
 // looked at in the queue.
 #include "BRSPortal.h"
+#include "EventFamilies.h"
 #include "families_test_support.h"
 
 using namespace families_test;
@@ -61,9 +62,9 @@ std::string lockFields(const Event &event) {
     return std::to_string(lock.lockingMethodId) + " " + shown(lock.lockedClassName);
 }
 
-template <void (*append)(JNIEnv *, Event::EventSubType, jbyte)>
+template <typename Phase>
 void phase(JNIEnv *env, jstring, Event::EventSubType subType) {
-    append(env, subType, 9);
+    subType == Event::SUB_START ? Phase::begin(env, 9) : Phase::end(env);
 }
 
 template <Event::EventType type>
@@ -74,7 +75,9 @@ void portalRequest(JNIEnv *env, jstring text, Event::EventSubType subType) {
 const Producer producers[] = {
     {"heap",
      [](JNIEnv *env, jstring text, Event::EventSubType sub) {
-         (sub == Event::SUB_START ? beginHeapAllocation : endHeapAllocation)(env, 7, 35, text);
+         using families::HeapAllocation;
+         sub == Event::SUB_START ? HeapAllocation::begin(env, 7, 35, text)
+                                 : HeapAllocation::end(env, 7, 35, text);
      },
      Event::TYPE_HEAP, false, "wc", "7 four 0", "7 null 0", sizeof(HeapEvent) + 4,
      [](const Event &event) {
@@ -85,13 +88,15 @@ const Producer producers[] = {
      depthOf<HeapEvent>},
     {"acquisition",
      [](JNIEnv *env, jstring text, Event::EventSubType sub) {
-         (sub == Event::SUB_START ? beginLockAcquisition : endLockAcquisition)(env, 7, text);
+         using families::LockAcquisition;
+         sub == Event::SUB_START ? LockAcquisition::begin(env, 7, text) : LockAcquisition::end(env, 7, text);
      },
      Event::TYPE_LOCK_ACQUISITION, false, "wc", "7 four", "7 null", sizeof(LockAcquisitionEvent) + 4,
      lockFields<LockAcquisitionEvent>, depthOf<LockAcquisitionEvent>},
     {"release",
      [](JNIEnv *env, jstring text, Event::EventSubType sub) {
-         (sub == Event::SUB_START ? beginLockRelease : endLockRelease)(env, 7, text);
+         using families::LockRelease;
+         sub == Event::SUB_START ? LockRelease::begin(env, 7, text) : LockRelease::end(env, 7, text);
      },
      Event::TYPE_LOCK_RELEASE, false, "wc", "7 four", "7 null", sizeof(LockReleaseEvent) + 4,
      lockFields<LockReleaseEvent>, depthOf<LockReleaseEvent>},
@@ -117,22 +122,21 @@ const Producer producers[] = {
      "four four four four", "null null null null", sizeof(RequestEvent) + 100,
      [](const Event &event) { return requestFields(static_cast<const RequestEvent &>(event)); },
      depthOf<RequestEvent>},
-    {"authentication", phase<appendPortalAuthenticationRequestEvent>, Event::TYPE_PORTAL_AUTHENTICATION, true,
-     "ww", "9", "0", sizeof(PortalAuthenticationEvent), phaseFields<PortalAuthenticationEvent>,
+    {"authentication", phase<families::PortalAuthentication>, Event::TYPE_PORTAL_AUTHENTICATION, true, "ww",
+     "9", "0", sizeof(PortalAuthenticationEvent), phaseFields<PortalAuthenticationEvent>,
      depthOf<PortalAuthenticationEvent>},
-    {"authorization", phase<appendPortalAuthorizationRequestEvent>, Event::TYPE_PORTAL_AUTHORIZATION, true,
-     "ww", "9", "0", sizeof(PortalAuthorizationEvent), phaseFields<PortalAuthorizationEvent>,
+    {"authorization", phase<families::PortalAuthorization>, Event::TYPE_PORTAL_AUTHORIZATION, true, "ww", "9",
+     "0", sizeof(PortalAuthorizationEvent), phaseFields<PortalAuthorizationEvent>,
      depthOf<PortalAuthorizationEvent>},
-    {"model", phase<appendPortalModelBuildingRequestEvent>, Event::TYPE_PORTAL_MODEL_BUILDING, true, "ww",
-     "9", "0", sizeof(PortalModelBuildingEvent), phaseFields<PortalModelBuildingEvent>,
+    {"model", phase<families::PortalModelBuilding>, Event::TYPE_PORTAL_MODEL_BUILDING, true, "ww", "9", "0",
+     sizeof(PortalModelBuildingEvent), phaseFields<PortalModelBuildingEvent>,
      depthOf<PortalModelBuildingEvent>},
-    {"loading", phase<appendPortalPageLoadingRequestEvent>, Event::TYPE_PORTAL_PAGE_LOADING, true, "ww", "9",
-     "0", sizeof(PortalPageLoadingEvent), phaseFields<PortalPageLoadingEvent>,
-     depthOf<PortalPageLoadingEvent>},
-    {"rendering", phase<appendPortalPageRenderingRequestEvent>, Event::TYPE_PORTAL_PAGE_RENDERING, true, "ww",
-     "9", "0", sizeof(PortalPageRenderingEvent), phaseFields<PortalPageRenderingEvent>,
+    {"loading", phase<families::PortalPageLoading>, Event::TYPE_PORTAL_PAGE_LOADING, true, "ww", "9", "0",
+     sizeof(PortalPageLoadingEvent), phaseFields<PortalPageLoadingEvent>, depthOf<PortalPageLoadingEvent>},
+    {"rendering", phase<families::PortalPageRendering>, Event::TYPE_PORTAL_PAGE_RENDERING, true, "ww", "9",
+     "0", sizeof(PortalPageRenderingEvent), phaseFields<PortalPageRenderingEvent>,
      depthOf<PortalPageRenderingEvent>},
-    {"action", phase<appendPortalActionRequestEvent>, Event::TYPE_PORTAL_ACTION, true, "ww", "9", "0",
+    {"action", phase<families::PortalAction>, Event::TYPE_PORTAL_ACTION, true, "ww", "9", "0",
      sizeof(PortalActionEvent), phaseFields<PortalActionEvent>, depthOf<PortalActionEvent>},
     {"gateway with a name",
      [](JNIEnv *env, jstring text, Event::EventSubType sub) {

@@ -1,9 +1,8 @@
 // One allocation of the agent after the other finds no memory, from the start of the managers to a packet in
 // the network agent's queue. Nobody falls over it, and of each call that was made the account tells.
 #include "EventAgent.h"
-#include "EventAssembly.h"
+#include "EventFamilies.h"
 #include "EventUtils.h"
-#include "WebService.h"
 #include "pump_test_support.h"
 
 #include <gtest/gtest.h>
@@ -36,35 +35,37 @@ namespace {
 constexpr uint64_t FAMILIES = 12; // beside the statements
 
 void callEachFamily(JNIEnv *env) {
-    ThreadData *td = assembly::callingThread(env);
-    td = td != nullptr ? td : assembly::callingThread(env); // so that all calls find the same
-    appendWSClientEvent(env, Event::SUB_START, nullptr, nullptr, nullptr);
+    using namespace families;
+    const jstring none = nullptr;
+    ThreadData *td = callingThread(env);
+    td = td != nullptr ? td : callingThread(env); // so that all calls find the same
+    WSClientCall::begin(env, none, none, none);
     for (const auto sub : {Event::SUB_START, Event::SUB_END}) {
-        assembly::NestedDraft<HttpEvent> request(td, sub);
+        NestedDraft<HttpEvent> request(td, sub);
         sendRequest(env, td, request, nullptr, nullptr, nullptr);
     }
     beginSQLRequest(env, nullptr, nullptr, nullptr);
     endSQLRequest(env, nullptr, nullptr, nullptr);
-    beginJMSRequest(env, Event::JMS_ACTION_1, nullptr, nullptr, nullptr);
-    endJMSRequest(env, Event::JMS_ACTION_1, nullptr, nullptr, nullptr);
-    beginJCARequest(env, nullptr);
-    endJCARequest(env, nullptr);
-    beginJNDIRequest(env, nullptr, nullptr);
-    endJNDIRequest(env, nullptr, nullptr);
-    beginJDORequest(env, nullptr, nullptr, nullptr);
-    endJDORequest(env, nullptr, nullptr, nullptr);
-    beginJavaMailRequest(env, nullptr, nullptr);
-    endJavaMailRequest(env, nullptr, nullptr);
-    beginXQRequest(env, nullptr, nullptr, 1);
-    endXQRequest(env, nullptr, nullptr, 1);
+    JMSRequest::begin(env, Event::JMS_ACTION_1, none, none, none);
+    JMSRequest::end(env, Event::JMS_ACTION_1, none, none, none);
+    JCARequest::begin(env, none);
+    JCARequest::end(env, none);
+    JNDIRequest::begin(env, none, none);
+    JNDIRequest::end(env, none, none);
+    JDORequest::begin(env, none, none, none);
+    JDORequest::end(env, none, none, none);
+    JavaMailRequest::begin(env, none, none);
+    JavaMailRequest::end(env, none, none);
+    XQRequest::begin(env, none, none, 1);
+    XQRequest::end(env, none, none, 1);
     beginBeanRequest(env, nullptr, nullptr, 0);
     endBeanRequest(env, nullptr);
-    beginHeapAllocation(env, 1, 1, nullptr);
-    endHeapAllocation(env, 1, 1, nullptr);
-    beginLockAcquisition(env, 1, nullptr);
-    endLockAcquisition(env, 1, nullptr);
+    HeapAllocation::begin(env, 1, 1, none);
+    HeapAllocation::end(env, 1, 1, none);
+    LockAcquisition::begin(env, 1, none);
+    LockAcquisition::end(env, 1, none);
     processGpsXQRequest(env, nullptr, nullptr, 7, nullptr); // a pair
-    appendWSClientEvent(env, Event::SUB_END, nullptr, nullptr, nullptr);
+    WSClientCall::end(env);
 }
 
 class OutOfMemory : public PumpTest, public ::testing::WithParamInterface<const char *>, public ThreadTaker {
