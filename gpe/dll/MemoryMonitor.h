@@ -130,7 +130,6 @@ inline bool shouldReject(JNIEnv *env) {
     return monitor == nullptr || monitor->shouldReject(env);
 }
 
-
 // Limits of texts in events (bytes kept, the NUL included) and the running averages that weigh a text before
 // its event exists in full.
 extern Relaxed<int32_t> urlLimit;
