@@ -1,12 +1,14 @@
 # Holds the layer table of gpe/dll/README.md, which is the first file, against the includes of the others. Faults
 # go to stderr; what goes to stdout are the edges between modules, for `tsort` to find circles.
 
-# `EventUtils_locks.cpp` belongs to `EventUtils`.
+# `EventUtils_locks.cpp` belongs to `EventUtils`; all `*_natives.cpp` are one module.
 function module_of(path,    name) {
     name = path
     sub(/.*\//, "", name)
     sub(/\.[a-z]+$/, "", name)
-    if (!(name in layer)) {
+    if (name ~ /_natives$/) {
+        name = "natives"
+    } else if (!(name in layer)) {
         sub(/_[^_]*$/, "", name)
     }
     return name
