@@ -31,8 +31,8 @@ extern "C" {
 
 JNIEXPORT void JNICALL COMPARISON(nothing)(JNIEnv *, jclass, jstring, jstring) {}
 
-// What no pair of events can do without: a call with its arguments, in which each clock is read once. Not in a
-// loop, since a system call also costs what runs after it.
+// What no pair of events can do without: a call with its arguments, in which each clock is read once. Not in
+// a loop, since a system call also costs what runs after it.
 JNIEXPORT void JNICALL COMPARISON(clocks)(JNIEnv *env, jclass, jstring, jstring) {
     jlong nanos = 0;
     if (jvmtiEnv *jvmti = clockInterface(env)) {

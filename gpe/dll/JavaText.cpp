@@ -118,8 +118,8 @@ void chooseStringAccess(JNIEnv *env) {
         env->ExceptionClear();
         return;
     }
-    stringsByUnits = timeOf(env, text, sizeof(USUAL) - 1, copyUnits) <
-                     timeOf(env, text, sizeof(USUAL) - 1, copyBytes);
+    stringsByUnits =
+        timeOf(env, text, sizeof(USUAL) - 1, copyUnits) < timeOf(env, text, sizeof(USUAL) - 1, copyBytes);
     env->DeleteLocalRef(text);
 }
 

@@ -175,7 +175,6 @@ TEST_F(EventAgentTest, AnEventLargerThanAPacketGoesAlone) {
 
 // ---------------------------------------------------------------- queues that are too long
 
-
 using Make = bool (*)(ThreadData *td, Event::EventSubType subType);
 template <typename E>
 bool make(ThreadData *td, Event::EventSubType subType) {
