@@ -49,7 +49,7 @@ EventAgent::EventAgent(int agentId)
       psDownIterationLimit(OUTAGE_GRACE_MS / sleepTime),
       noSleep(isTrue(stringProperty("eventagent.no.sleep", "false"))),
       popSize(std::max(intProperty("ea.popevent.size", 1), 1)), exactDrops(dropsAreExact()),
-      psDownQueueLimit(queueLimit) {
+      queuesWake(queuesWakeAgents()), psDownQueueLimit(queueLimit) {
     traceInfo("EAID: %d PacketSize: %ld PopSize: %d QueueLimit: %ld Sleep: %ld ", id,
               static_cast<long>(packetSizeKB), popSize, static_cast<long>(queueLimit),
               static_cast<long>(sleepTime));
@@ -163,19 +163,15 @@ void EventAgent::setSleepTime(int32_t ms) {
     }
 }
 
-// An agent that is on its way to sleep does not miss it.
-void EventAgent::wakeUp() {
-    const ZykLockGuard guard(sleepLock);
-    woken = true;
-    sleepLock.notifyAll();
+void EventAgent::sleep(int64_t ms) {
+    hurried = false;
+    if (keepRunning) {
+        pause.sleep(ms);
+    }
 }
 
-void EventAgent::sleep(int64_t ms) {
-    const ZykLockGuard guard(sleepLock);
-    if (keepRunning && !woken) {
-        sleepLock.wait(ms);
-    }
-    woken = false;
+void EventAgent::rest(int64_t ms) {
+    hurried = keepRunning && pause.rest(ms);
 }
 
 // ---------------------------------------------------------------- one pass
@@ -201,30 +197,29 @@ void EventAgent::sendPass() {
     tellLosses();
     const int32_t size = prepare2send();
     if (size < 1) {
-        sleep(int64_t{sleepTime} * 2);
+        rest(int64_t{sleepTime} * 2);
         return;
     }
     if (networkAgentMgr->send(this, packetBuffer.get(), size, inPacket)) {
         AM_TRACE(eaTracer, LGK_DEBUG_MID, SIGNATURE, "Buffer size sent to PS: %d", size);
+        rest(noSleep ? 0 : pauseByFill(size));
     } else {
         lossAccount.enter(inPacket);
         messageWarn(1041, "Failed to send data, NAMgr send was unsuccessful");
-    }
-    if (!noSleep) {
-        sleepByFill(size);
+        sleep(noSleep ? 0 : pauseByFill(size)); // nobody hurries it: the next packet would be lost too
     }
 }
 
 // A full packet means that the producers are ahead.
-void EventAgent::sleepByFill(int32_t packetSize) {
+int64_t EventAgent::pauseByFill(int32_t packetSize) const {
     const int64_t bytes = int64_t{packetSizeKB} * 1024;
     if (packetSize < bytes * 20 / 100) {
-        sleep(int64_t{sleepTime} * 2);
-    } else if (packetSize < bytes * 50 / 100) {
-        sleep(sleepTime);
-    } else if (packetSize < bytes * 75 / 100) {
-        sleep(sleepTime / 2);
+        return int64_t{sleepTime} * 2;
     }
+    if (packetSize < bytes * 50 / 100) {
+        return sleepTime;
+    }
+    return packetSize < bytes * 75 / 100 ? sleepTime / 2 : 0;
 }
 
 void EventAgent::waitForPS() {
@@ -276,7 +271,7 @@ bool EventAgent::manageThreadData(ThreadData *thr) {
     if (thr->listed) {
         return true;
     }
-    thr->setListed(true);
+    thr->setListed(true, hurriedBy());
     if (threadList.append(thr) && isAlive()) {
         return true;
     }
@@ -308,7 +303,7 @@ bool EventAgent::listSpecialThread() {
     ThreadData *special = threads->createSpecialEventQueue(env);
     if (special != nullptr) {
         special->share();
-        special->setListed(special->listed || threadList.prepend(special));
+        special->setListed(special->listed || threadList.prepend(special), hurriedBy());
     }
     specialThreadData = special != nullptr && special->listed ? special : nullptr;
     return specialThreadData != nullptr;
@@ -348,6 +343,7 @@ void EventAgent::releaseThreads() {
     if (threads != nullptr) {
         const ZykLockGuard guard(threads->destructionLock());
         while (ThreadData *thr = threadList.removeFirst()) {
+            thr->hurries = nullptr; // its thread may be at it until `awaitDeparture`
             if (thr->acceptsEvents()) {
                 thr->setListed(false);
                 noteGrowth(-thr->takeReported());

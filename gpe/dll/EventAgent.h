@@ -9,11 +9,11 @@
 #include "LossAccount.h"
 #include "NamedObject.h"
 #include "NetworkAgentMgr.h"
+#include "Pause.h"
 #include "Relaxed.h"
 #include "ThreadMgr.h"
 #include "ThreadRound.h"
 #include "ZykList.h"
-#include "ZykLock.h"
 
 #include <atomic>
 #include <cstdint>
@@ -58,6 +58,8 @@ public:
     bool stopThread(int64_t patienceMs = STOP_PATIENCE_MS);
     // Any thread: tells it to end, without waiting.
     void requestStop();
+    // Any thread: its present pause ends, or the next one.
+    void wakeUp() { pause.wake(); }
 
     // Any thread: nobody waits for it any more. Its thread ends without a word when it can, and touches
     // nothing but itself; the object stays in memory.
@@ -79,6 +81,9 @@ public:
     void reduceMemoryUsed();
     ThreadData *getSpecialThreadData() const { return specialThreadData; } // any thread; null if it has none
 
+    // For the agent's thread: whether a queue that fills has called for this pass ahead of its time.
+    bool isHurried() const { return hurried; }
+
     int32_t getId() const { return id; }
     JNIEnv *getEnv() const { return env; } // of the agent's thread
 
@@ -91,14 +96,15 @@ private:
     void leaveLoop();
     bool canSend();
     void sendPass();
-    void sleepByFill(int32_t packetSize);
+    int64_t pauseByFill(int32_t packetSize) const;
     void waitForPS();
     void checkMemory();
     void computeMemoryTaken();
     void sleep(int64_t ms);
-    void wakeUp();
+    void rest(int64_t ms);
 
     // The list.
+    Pause *hurriedBy() { return queuesWake ? &pause : nullptr; }
     void adoptThreads();
     bool listSpecialThread();
     bool unlistEnded(bool (*isDoneWith)(const ThreadData &thr));
@@ -132,8 +138,7 @@ private:
 
     // Guard themselves.
     ZykList<ThreadData *> threadList{true}; // others append; only the agent takes out
-    ZykLock sleepLock;
-    bool woken = false; // guarded by `sleepLock`: the next sleep, or the present one, is cut short
+    Pause pause;
 
     // Written by the agent, read by any thread.
     std::atomic<bool> entered{false};   // a thread is inside `startThread`
@@ -156,6 +161,7 @@ private:
     const bool noSleep;
     const int32_t popSize; // a batch of events; as nothing is taken out before it is written, without effect
     const bool exactDrops; // losses of any kind are told
+    const bool queuesWake; // queues that fill call for a pass
 
     // Of the agent's thread alone.
     JNIEnv *env = nullptr;
@@ -163,6 +169,7 @@ private:
     ThreadData *currentThread = nullptr; // where the round continues
     int32_t psDownQueueLimit;            // what queues keep during an outage
     int32_t psDownIterations = 0;
+    bool hurried = false; // the present pass was called for
     DropFigures drops;    // of the present dropping pass
     DropFigures inPacket; // what is lost with the present packet
 };

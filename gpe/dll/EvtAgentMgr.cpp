@@ -1,5 +1,6 @@
 #include "EvtAgentMgr.h"
 
+#include "Inside.h"
 #include "ProbeLgKit.h"
 #include "ProbeState.h"
 #include "PropertyMgr.h"
@@ -15,6 +16,8 @@ Relaxed<EvtAgentMgr *> evtAgentMgr(nullptr);
 Relaxed<EvtAgentMgr *> evtAgentMgrInstance(nullptr);
 
 namespace {
+
+constexpr uint32_t SWEEP_MS = 1000; // where passes are hurried
 
 pthread_mutex_t birthLock = PTHREAD_MUTEX_INITIALIZER; // several natives may come first at once
 
@@ -36,7 +39,7 @@ EvtAgentMgr::EvtAgentMgr()
     : NamedObject("EvtAgentMgr"), poolSize(eventPoolSize()),
       turboEnabled(boolProperty("dc.turbomode.enabled", true)),
       statsTimer(static_cast<uint32_t>(longProperty("log.statistics.frequency", 30000))),
-      logStatistics(getStatisticsEnabled()) {}
+      sweepTimer(SWEEP_MS), logStatistics(getStatisticsEnabled()) {}
 
 EvtAgentMgr::~EvtAgentMgr() {
     stop();
@@ -83,7 +86,8 @@ void EvtAgentMgr::stop() {
     if (network != nullptr) {
         network->unregisterConnectionInitListener(this);
     }
-    const bool nobodyInside = stopAgents();
+    // A thread inside may be about to wake an agent.
+    const bool nobodyInside = stopAgents() && awaitDeparture();
     MemoryMonitor::setEventPool(nullptr);
     deleteData(nobodyInside);
     messageInfo(1047, "EvtAgentManager stopped...");
@@ -181,6 +185,10 @@ void EvtAgentMgr::notifySocketStatus() {
     });
 }
 
+void EvtAgentMgr::notifyRoom() {
+    agents.call([](EventAgent &agent) { agent.wakeUp(); });
+}
+
 void EvtAgentMgr::notifyEventAgentStatus(EventAgent *agent, bool status) {
     if (isLeader(agent) && status != leaderAlive) {
         leaderAlive = status;
@@ -207,7 +215,8 @@ void EvtAgentMgr::checkForMemory(EventAgent *agent) {
         });
     }
     ThreadMgr *threads = threadMgr;
-    if (threads != nullptr && agent->getEnv() != nullptr) {
+    const bool sweep = sweepTimer.expired() || !agent->isHurried();
+    if (threads != nullptr && agent->getEnv() != nullptr && sweep) {
         threads->endFinishedVirtualThreads(agent->getEnv());
     }
     // The other agents' sums are up to one pass old: the account has what their threads have queued since.

@@ -29,7 +29,7 @@ public:
     // Without memory for the agents it stays closed.
     void start();
     // Returns when no agent runs any more, after 5 seconds at most: one that does not end by then is left to
-    // itself.
+    // itself. So are all, if a thread does not come out that may be about to hurry one.
     void stop();
 
     // Runs the agent on the calling thread: returns when it was stopped, at once if it runs already.
@@ -43,6 +43,8 @@ public:
 
     // On a network thread: connections were lost, the initial data are needed again.
     void notifySocketStatus() override;
+    // On a network thread: packets are taken, for the first time or again.
+    void notifyRoom() override;
 
     // On the agents' threads.
     bool isLeader(const EventAgent *agent) const { return agent == leaderAgent; }
@@ -82,7 +84,8 @@ private:
     Relaxed<bool> leaderResent{true};           // the initial data are out
     Relaxed<EventAgent *> leaderAgent{nullptr}; // the first of `agents`
     const bool turboEnabled;
-    PeriodicTimer statsTimer; // asked by the leader only
+    PeriodicTimer statsTimer; // asked by the leader only, as the next
+    PeriodicTimer sweepTimer;
     const bool logStatistics;
 };
 

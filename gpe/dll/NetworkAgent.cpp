@@ -2,9 +2,11 @@
 
 #include "ProbeLgKit.h"
 #include "PropertyMgr.h"
+#include "ThreadData.h"
 
 #include <algorithm>
 #include <cstdio>
+#include <mutex>
 #include <strings.h>
 
 Relaxed<NetworkAgentHost *> networkAgentHost(nullptr);
@@ -21,7 +23,8 @@ bool isTrue(const char *key) {
 
 } // namespace
 
-NetworkAgent::NetworkAgent(int id) : NamedObject("NetworkAgent"), id_(id), exactDrops_(dropsAreExact()) {
+NetworkAgent::NetworkAgent(int id)
+    : NamedObject("NetworkAgent"), queueWakes_(queuesWakeAgents()), id_(id), exactDrops_(dropsAreExact()) {
     readProperties();
     traceInfo(
         "NAID(%d): bufferLimit_: %d NagleOff: %d SleepTime: %ld BufferLimit: %d PopSize: %d ResetCntrs: %ld",
@@ -79,6 +82,7 @@ bool NetworkAgent::sendData(const char *data, const int size, const DropFigures 
                   static_cast<long>(bytesQueued()), bufferLimit_, static_cast<long>(bufferLimit_));
         messageWarn(1057, "Queue is full, buffer limit reached");
         traceWarn("Queue is full, buffer limit reached");
+        refused_ = true;
         return false;
     }
     if (data == nullptr || size < 0) {
@@ -94,6 +98,9 @@ bool NetworkAgent::sendData(const char *data, const int size, const DropFigures 
     addQueuedBytes(size);
     if (dataQueue_.append(buffer.get())) {
         static_cast<void>(buffer.release());
+        if (isFilling()) {
+            pause_.hurry();
+        }
         return true;
     }
     addQueuedBytes(-size);
@@ -140,30 +147,23 @@ bool NetworkAgent::stopThread(int64_t patienceMs) {
 
 // A thread that is only now on its way in is sent away, also once the stuck one has left.
 void NetworkAgent::forget() {
-    const ZykLockGuard guard(sleepLock_);
-    forgotten_ = true;
-    alive_ = false;
-    sleepLock_.notifyAll();
+    {
+        const std::lock_guard<PlainLock> guard(entryLock_);
+        forgotten_ = true;
+        alive_ = false;
+    }
+    pause_.wake();
 }
 
-// The flag falls before the lock is taken, and the thread tests it under the lock before it sleeps: so
-// either it does not fall asleep, or it is there to be woken.
 void NetworkAgent::requestStop() {
     alive_ = false;
-    wakeUp();
+    pause_.wake();
 }
 
 void NetworkAgent::setSleepTime(int32_t ms) {
     const bool shorter = ms < sleepTime_;
     sleepTime_ = ms;
     if (shorter) {
-        wakeUp();
+        pause_.wake();
     }
-}
-
-// A thread that is on its way to sleep does not miss it.
-void NetworkAgent::wakeUp() {
-    const ZykLockGuard guard(sleepLock_);
-    woken_ = true;
-    sleepLock_.notifyAll();
 }

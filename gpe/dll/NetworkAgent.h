@@ -9,6 +9,8 @@
 #include "HostLookup.h"
 #include "NamedObject.h"
 #include "NetworkAgentData.h"
+#include "Pause.h"
+#include "PlainLock.h"
 #include "Relaxed.h"
 #include "SentPackets.h"
 #include "ZykList.h"
@@ -34,6 +36,7 @@ public:
     virtual void notifyNetworkAgentStatus(NetworkAgent *agent, bool status) = 0;
     virtual void notifyPSConnectStatus(NetworkAgent *agent, bool status) = 0;
     virtual void notifyConnectionListeners(NetworkAgent *na) = 0;
+    virtual void notifyRoom() const = 0; // packets are taken, for the first time or again
     virtual void logStatistics() = 0;
     // The shared answer; asks Java if the last one is no longer good. False if there is none. `nCntLog`
     // counts the failures so far: from 6 on a failure is not logged.
@@ -123,7 +126,9 @@ private:
     void leaveThread();
     void runPass();
     void sleepFor(int64_t ms);
-    void wakeUp();
+    void restFor(int64_t ms);
+    bool isFilling() const;
+    void tellOfRoom();
     void connectionLost();
 
     // Reconnecting.
@@ -172,13 +177,15 @@ private:
     ZykList<NetworkAgentData *> dataQueue_{true};
     ZykLock statsLock_;
     Relaxed<int32_t> queuedBytes_{0}; // written under `statsLock_`: ever queued, less what was settled
-    ZykLock sleepLock_;               // the thread sleeps on it; held only around a wait and a notify
-    bool woken_ = false;     // guarded by `sleepLock_`: the next sleep, or the present one, is cut short
-    bool forgotten_ = false; // guarded by `sleepLock_`: no thread is let in any more
+    Pause pause_;
+    PlainLock entryLock_;          // who of two threads is let in
+    bool forgotten_ = false;       // guarded by `entryLock_`: no thread is let in any more
+    Relaxed<bool> refused_{false}; // a packet, since there was last told of room
 
     // Set at its birth.
     const int32_t id_;
     const bool exactDrops_;               // losses of any kind are told
+    const bool queueWakes_;               // a queue that fills ends the thread's rest
     uint32_t socketTimeout_ = NO_TIMEOUT; // seconds
     int32_t reconnectFrequency_ = 120000; // ms
     int32_t resetSeconds_ = -1;           // forced reconnect interval; not positive: never

@@ -252,6 +252,13 @@ void NetworkAgentMgr::callListener() const {
     }
 }
 
+void NetworkAgentMgr::notifyRoom() const {
+    NetworkAgentMgrConnInitListener *listener = connListener_;
+    if (listener != nullptr) {
+        listener->notifyRoom();
+    }
+}
+
 bool NetworkAgentMgr::allSocketsDown() const {
     return agents_.firstFrom(0, [](const NetworkAgent &agent) { return !agent.socketDown_; }) < 0;
 }

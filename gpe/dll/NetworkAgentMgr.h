@@ -24,11 +24,13 @@ struct NetworkClient {
     NetworkAgent *networkAgent = nullptr; // filled by the manager, for a pool of more than one
 };
 
-// Told when connections were lost, so that the initial data go out again. Called on a network agent's
-// thread, in a larger pool under a lock: it must not come back into `notifyConnectionListeners`.
+// Told on a network agent's thread how its connection is. When connections were lost, the initial data have
+// to go out again: in a larger pool that is told under a lock, and must not come back into
+// `notifyConnectionListeners`.
 class NetworkAgentMgrConnInitListener {
 public:
     virtual void notifySocketStatus() = 0;
+    virtual void notifyRoom() {} // packets are taken, for the first time or again
 
 protected:
     ~NetworkAgentMgrConnInitListener() = default;
@@ -68,6 +70,7 @@ public:
     void notifyNetworkAgentStatus(NetworkAgent *agent, bool status) override;
     void notifyPSConnectStatus(NetworkAgent *agent, bool status) override;
     void notifyConnectionListeners(NetworkAgent *na) override;
+    void notifyRoom() const override;
     void logStatistics() override;
     bool getPSDetailsFromKernel(JNIEnv *env, int nCntLog, NetworkAgent *na, PSDetails &details) override;
     // Takes an answer: it holds until no agent is connected any more.

@@ -5,7 +5,9 @@
 #include "ProbeLgKit.h"
 #include "platform.h"
 
+#include <algorithm>
 #include <cstdio>
+#include <mutex>
 
 namespace {
 
@@ -35,7 +37,7 @@ void NetworkAgent::runTCPagent(JNIEnv *env) {
 
 // Under the lock, so that of two threads one is sent away.
 bool NetworkAgent::enterThread(JNIEnv *env) {
-    const ZykLockGuard guard(sleepLock_);
+    const std::lock_guard<PlainLock> guard(entryLock_);
     if (started_ || forgotten_) {
         return false;
     }
@@ -63,9 +65,11 @@ void NetworkAgent::runPass() {
         reconnect();
     } else if (sendNext() == -1) {
         connectionLost();
+    } else if (refused_) {
+        tellOfRoom();
     }
     if (!noSleep_) {
-        sleepFor(ratePause());
+        restFor(ratePause());
     }
 }
 
@@ -83,11 +87,28 @@ int64_t NetworkAgent::ratePause() const {
 }
 
 void NetworkAgent::sleepFor(int64_t ms) {
-    const ZykLockGuard guard(sleepLock_);
-    if (alive_ && !woken_) {
-        sleepLock_.wait(ms);
+    if (alive_) {
+        pause_.sleep(ms);
     }
-    woken_ = false;
+}
+
+// Between two packets: a queue that fills needs the thread sooner.
+void NetworkAgent::restFor(int64_t ms) {
+    if (alive_) {
+        pause_.rest(isFilling() ? std::min(ms, Pause::LEAST_MS) : ms);
+    }
+}
+
+bool NetworkAgent::isFilling() const {
+    return queueWakes_ && queueCount() > bufferLimit_ / 4;
+}
+
+// Event agents that wait for a connection, or whose packet was refused, need not wait any longer.
+void NetworkAgent::tellOfRoom() {
+    refused_ = false;
+    if (queueWakes_) {
+        networkAgentHost.get()->notifyRoom();
+    }
 }
 
 // A write that a stop cut short is no loss to report, but its stream ends within a packet and is not gone on
@@ -139,6 +160,7 @@ void NetworkAgent::reconnect() {
         reconnectPause();
     }
     connected_ = true;
+    tellOfRoom();
     scheduleReset();
 }
 

@@ -42,7 +42,7 @@ long NetworkAgent::sendNext() {
         needAlive_ = false;
         return popSingle_ ? sendFirst() : exactDrops_ ? sendOneByOne() : sendBatch();
     }
-    sleepFor(2 * static_cast<int64_t>(sleepTime_));
+    restFor(2 * static_cast<int64_t>(sleepTime_));
     if (!needAlive_) {
         return 0;
     }

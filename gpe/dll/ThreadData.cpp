@@ -2,6 +2,7 @@
 
 #include "Event.h"
 #include "Event_types.h"
+#include "Pause.h"
 #include "ProbeLgKit.h"
 #include "PropertyMgr.h"
 #include "VirtualThreads.h"
@@ -97,12 +98,27 @@ bool ThreadData::appendEvent(EventDraft *evt) {
     addToProduced(event);
     reportGrowth(event.charge());
     if (eventQueue->append(*evt)) {
+        if (size >= limit / 4) {
+            hurryAgent();
+        }
         return true;
     }
     takeBackProduced(event);
     reportGrowth(-event.charge());
     lossAccount.enter(event);
     return false;
+}
+
+// The agent's pause outlives whoever is inside here.
+void ThreadData::hurryAgent() {
+    Pause *pause = hurries.load(std::memory_order_acquire);
+    if (pause != nullptr) {
+        pause->hurry();
+    }
+}
+
+bool queuesWakeAgents() {
+    return boolProperty("internal.probe.queue.wakeup", false);
 }
 
 // In portions, so that the common word is touched once in many events. The agent may take `unreportedBytes`

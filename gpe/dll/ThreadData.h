@@ -16,6 +16,8 @@
 #include <cstdint>
 #include <jni.h>
 
+class Pause;
+
 // Of the calls that servers make most.
 struct KnownStrings {
     KnownString requestName, applicationName, url, userId, sql, dataSource;
@@ -104,8 +106,12 @@ public:
     void refuseNewRequests();
     void acceptNewRequests() { acceptingNewRequests = true; }
 
-    // For whoever drains it: whether he has it in his list.
-    void setListed(bool isListed) { listed = isListed; }
+    // For whoever drains it: whether he has it in his list, and what ends his rest when it fills, if
+    // anything.
+    void setListed(bool isListed, Pause *hurriedBy = nullptr) {
+        hurries = hurriedBy;
+        listed = isListed;
+    }
     // Other threads may append too from now on.
     void share() { isShared = true; }
     // How many the queue has refused since the last call; one may be overlooked.
@@ -144,8 +150,9 @@ public:
     uint32_t refusedTaken[DropFigures::KINDS] = {}; // of `refused` the part that he has seen
 
     // Written under the thread manager's lock, `listed` also by the drainer once the thread has ended.
-    std::atomic<bool> isAlive{true}; // its release at thread end hands the object to the agent
-    Relaxed<bool> listed{false};     // an event agent has it in its list
+    std::atomic<bool> isAlive{true};       // its release at thread end hands the object to the agent
+    Relaxed<bool> listed{false};           // an event agent has it in its list
+    std::atomic<Pause *> hurries{nullptr}; // of that agent
     Relaxed<bool> threadSuspendedFlag{false};
     Relaxed<bool> threadEndedFlag{false};
     ThreadData *nextWatched = nullptr;  // of the manager's own chains
@@ -166,4 +173,8 @@ private:
     void reportGrowth(int32_t bytes);
     void reportRefusal(const EventDraft *evt) const;
     bool appendGapMarker();
+    void hurryAgent();
 };
+
+// Whether a queue beyond a quarter of its limit wakes its agent: the property `internal.probe.queue.wakeup`.
+bool queuesWakeAgents();

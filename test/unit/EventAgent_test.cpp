@@ -413,6 +413,22 @@ TEST_F(EventAgentTest, WithoutSleepAPassFollowsASentPacketAndAStopWakesTheSleepe
     EXPECT_GT(20000, millisSince(begin));
 }
 
+TEST_F(EventAgentTest, AConnectionAndAQueueBeyondItsQuarterEndThePause) {
+    properties.set("internal.probe.queue.wakeup", "true");
+    properties.set("internal.probe.publishing.frequency", "60000");
+    startAndWait();
+    FakeJni jni;
+    ThreadData *td = threadOf(jni);
+    appendSqlStart(td, "early");
+    server.emplace();
+    answerWith(server->port());
+    ASSERT_TRUE(receivesText("early"));
+    for (int i = 0; i <= 5000 / 4; ++i) {
+        appendSqlStart(td, std::to_string(i));
+    }
+    EXPECT_TRUE(receivesText("1249"));
+}
+
 // An environment whose thread another agent lists already: one queue, one reader.
 TEST_F(EventAgentTest, AnAgentsThreadThatIsListedElsewhereIsNotListedTwice) {
     properties.set("eventagent.pool.size", "2");

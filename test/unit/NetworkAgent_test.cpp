@@ -135,6 +135,27 @@ TEST_F(NetworkTest, PacketsArriveWholeAndInOrder) {
     }
 }
 
+// The third of ten ends the rest; whoever was refused is told as soon as one is gone.
+TEST_F(NetworkTest, AQueueBeyondItsQuarterEndsTheRest) {
+    properties.set("internal.probe.queue.wakeup", "true");
+    properties.set("networkagent.publish.frequency", "60000");
+    PeerServer server;
+    start();
+    answerWith(server.port());
+    NetworkClient client;
+    std::string expected;
+    ASSERT_TRUE(eventually([&] { return listener.rooms == 1; })) << "connected";
+    for (int i = 0; i < 5; ++i) {
+        sendSurely(client, packet(i));
+        expected += i < 3 ? packet(i) : "";
+    }
+    EXPECT_TRUE(eventually([&] { return afterInitialBlock(server.bytes(0)) == expected; }));
+    NetworkAgent *agent = mgr->getNetworkAgent(&client);
+    while (agent->sendData("x", 1)) {
+    }
+    EXPECT_TRUE(eventually([&] { return listener.rooms > 1 && agent->queueCount() == 2; }));
+}
+
 // ---------------------------------------------------------------- lost connections
 
 TEST_F(NetworkTest, ServerGoneMidStreamGetsANewInitialBlock) {

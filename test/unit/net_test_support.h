@@ -179,7 +179,9 @@ public:
 
 struct CountingListener : NetworkAgentMgrConnInitListener {
     void notifySocketStatus() override { ++calls; }
+    void notifyRoom() override { ++rooms; }
     std::atomic<int> calls{0};
+    std::atomic<int> rooms{0};
 };
 
 // A pool whose agents run until `stop`. The lookup has no Java here: `answerWith` gives the answer whenever

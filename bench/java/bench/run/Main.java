@@ -26,11 +26,14 @@ public final class Main {
         case "pump" -> {
             return Pump.run(install, options);
         }
+        case "keepup" -> {
+            return KeepUp.run(install, options);
+        }
         case "load" -> {
             return Load.run(install, options);
         }
         default -> {
-            System.err.println("benchmarks are pair, families, pump, startup, memory, load");
+            System.err.println("benchmarks are pair, families, pump, startup, memory, keepup, load");
             return false;
         }
         }

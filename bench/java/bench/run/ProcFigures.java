@@ -5,6 +5,7 @@ import java.nio.file.Files;
 import java.nio.file.Path;
 import java.util.HashMap;
 import java.util.Map;
+import java.util.function.ToDoubleFunction;
 import java.util.stream.Stream;
 
 /** What the system knows of a process. */
@@ -17,11 +18,21 @@ final class ProcFigures {
 
     /** Processor seconds of a process by the names of its threads, as far as the kernel keeps them (15 letters). */
     static Map<String, Double> threadSeconds(long pid) throws IOException {
-        Map<String, Double> seconds = new HashMap<>();
+        return ofThreads(pid, "stat", ProcFigures::cpuSeconds);
+    }
+
+    /** How often the threads of a process have gone to sleep, by the same names. */
+    static Map<String, Double> threadSleeps(long pid) throws IOException {
+        return ofThreads(pid, "status", ProcFigures::sleeps);
+    }
+
+    private static Map<String, Double> ofThreads(long pid, String file, ToDoubleFunction<String> figure)
+            throws IOException {
+        Map<String, Double> sums = new HashMap<>();
         try (Stream<Path> tasks = Files.list(Path.of("/proc", String.valueOf(pid), "task"))) {
-            tasks.forEach(task -> addTask(task, seconds));
+            tasks.forEach(task -> addTask(task, file, figure, sums));
         }
-        return seconds;
+        return sums;
     }
 
     static double seconds(long pid) throws IOException {
@@ -38,13 +49,24 @@ final class ProcFigures {
         }
     }
 
-    private static void addTask(Path task, Map<String, Double> seconds) {
+    /** Seconds that the machine's processors have had nothing to do, of all together. */
+    static double idleSeconds() throws IOException {
+        String[] fields = Files.readString(Path.of("/proc/stat")).split("\\s+", 6);
+        return Long.parseLong(fields[4]) / TICKS_PER_SECOND;
+    }
+
+    private static void addTask(Path task, String file, ToDoubleFunction<String> figure, Map<String, Double> sums) {
         try {
             String name = Files.readString(task.resolve("comm")).trim();
-            seconds.merge(name, cpuSeconds(Files.readString(task.resolve("stat"))), Double::sum);
+            sums.merge(name, figure.applyAsDouble(Files.readString(task.resolve(file))), Double::sum);
         } catch (IOException ended) {
             // A thread that ended meanwhile.
         }
+    }
+
+    private static double sleeps(String status) {
+        return status.lines().filter(line -> line.startsWith("voluntary_ctxt_switches:"))
+                .mapToLong(line -> Long.parseLong(line.replaceAll("\\D+", ""))).sum();
     }
 
     /** User and system time; the name before them may hold blanks. */

@@ -31,7 +31,7 @@ final class Pump {
     }
 
     /** The producers have ended by the time of the second look: they are what the agent's threads leave over. */
-    private static Map<String, Double> processorSeconds(MonitoredJvm jvm, Receiver receiver) throws IOException {
+    static Map<String, Double> processorSeconds(MonitoredJvm jvm, Receiver receiver) throws IOException {
         Map<String, Double> threads = ProcFigures.threadSeconds(jvm.pid());
         double pump = threads.getOrDefault("am-event-agent-", 0.0);
         double network = threads.getOrDefault("am-network-agen", 0.0);
@@ -50,9 +50,13 @@ final class Pump {
                 received.number("bytes") / seconds / 1e6);
         System.out.printf("decoded %d, counted as dropped %d, gaps marked %d, broken streams %d%n", received.events(),
                 received.dropped(), received.markers(), received.number("errors"));
+        printSides(processor, seconds, made);
+        return received.events() + received.dropped() == made;
+    }
+
+    static void printSides(Map<String, Double> processor, double seconds, long events) {
         System.out.printf("%-18s %10s %14s%n", "side", "processor", "ns an event");
         processor.forEach((side, spent) -> System.out.printf("%-18s %9.1f%% %14.0f%n", side, 100 * spent / seconds,
-                spent * 1e9 / made));
-        return received.events() + received.dropped() == made;
+                spent * 1e9 / events));
     }
 }

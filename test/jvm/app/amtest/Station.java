@@ -38,6 +38,7 @@ import java.util.function.IntUnaryOperator;
  * /interrupted?1   stops the collector on an interrupted thread, with 1 a virtual one where the JVM has such; the
  *                  milliseconds, or -1 if the interrupt is lost
  * /enabled?0       1 while events are taken
+ * /queued?0        events that wait for an event agent
  * /level?1003      changes the monitoring level; 1 if it changed
  * /log?22000       changes the native log level
  * /return?0 /throw?0 /exit?N /halt?N      ends the process
@@ -74,6 +75,7 @@ public final class Station {
         on(server, "/cycle", n -> cycle());
         on(server, "/interrupted", Station::interrupted);
         on(server, "/enabled", n -> ProbeController.isNativeProbeEnabled() ? 1 : 0);
+        on(server, "/queued", n -> NativeEventAgentImpl.getNumberOfEventsNative());
         on(server, "/level", n -> ProbeController.setModLevel(n) ? 1 : 0);
         on(server, "/log", Station::log);
         onEnd(server, "/return", n -> () -> { });
