@@ -26,6 +26,7 @@ import java.util.function.IntUnaryOperator;
  *
  * <pre>
  * /work?100        100 requests with two nested statements each
+ * /taken?20        20 times 250 such requests, each time until a quarter of a queue at most is left; the milliseconds
  * /threads?1000    1000 threads, one after the other, with one request each
  * /virtual?1000    the same at once on virtual threads, which wait within the request; 0 where the JVM has none
  * /brief?1000      the same without waiting, some at a time
@@ -38,7 +39,6 @@ import java.util.function.IntUnaryOperator;
  * /interrupted?1   stops the collector on an interrupted thread, with 1 a virtual one where the JVM has such; the
  *                  milliseconds, or -1 if the interrupt is lost
  * /enabled?0       1 while events are taken
- * /queued?0        events that wait for an event agent
  * /level?1003      changes the monitoring level; 1 if it changed
  * /log?22000       changes the native log level
  * /return?0 /throw?0 /exit?N /halt?N      ends the process
@@ -50,6 +50,7 @@ public final class Station {
     private static final LongAccumulator longestMicros = new LongAccumulator(Math::max, 0);
     private static final SynchronousQueue<Runnable> ending = new SynchronousQueue<>();
     private static final CountDownLatch released = new CountDownLatch(1);
+    private static final int QUARTER = 1250;
     private static volatile List<Thread> waiting = List.of();
 
     private Station() {
@@ -75,7 +76,7 @@ public final class Station {
         on(server, "/cycle", n -> cycle());
         on(server, "/interrupted", Station::interrupted);
         on(server, "/enabled", n -> ProbeController.isNativeProbeEnabled() ? 1 : 0);
-        on(server, "/queued", n -> NativeEventAgentImpl.getNumberOfEventsNative());
+        on(server, "/taken", Station::taken);
         on(server, "/level", n -> ProbeController.setModLevel(n) ? 1 : 0);
         on(server, "/log", Station::log);
         onEnd(server, "/return", n -> () -> { });
@@ -137,6 +138,17 @@ public final class Station {
             request(0);
         }
         return count;
+    }
+
+    private static int taken(int turns) {
+        long from = System.nanoTime();
+        for (int i = 0; i < turns; i++) {
+            work(250);
+            while (NativeEventAgentImpl.getNumberOfEventsNative() > QUARTER) {
+                pause(1);
+            }
+        }
+        return (int) ((System.nanoTime() - from) / 1000000);
     }
 
     private static int oneByOne(int count) {
