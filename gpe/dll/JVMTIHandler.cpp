@@ -5,9 +5,9 @@
 #include "Inside.h"
 #include "JVMTIAgent.h"
 #include "JVMTIUtils.h"
+#include "Pause.h"
 #include "ProbeMgr.h"
 #include "ProbeState.h"
-#include "ZykLock.h"
 #include "cmdline.h"
 #include "platform.h"
 
@@ -67,16 +67,15 @@ void JNICALL vmInitHandler(jvmtiEnv *jvmti_env, JNIEnv *env, jthread thread) {
     agent->handleVMInit(jvmti_env, env, thread);
 }
 
-// The Java side's shutdown destroys the probe manager; nothing notifies this wait.
+// The Java side's shutdown destroys the probe manager; nothing wakes this pause.
 void waitForProbeMgr() {
     if (instanceCheck == nullptr) {
         return;
     }
-    ZykLock local;
-    const ZykLockGuard guard(local);
+    Pause pause;
     const int64_t deadline = monotonicMicros() + DEATH_PATIENCE_MS * MICROS_PER_MS;
     while (instanceCheck != nullptr && monotonicMicros() < deadline) {
-        local.wait(DEATH_STEP_MS);
+        pause.sleep(DEATH_STEP_MS);
     }
     if (instanceCheck != nullptr) {
         fputs("WARNING: Probe Manager is still alive!\n", stderr);

@@ -9,7 +9,7 @@ governed() {
     options_for station --publish-server "$address"
     printf '%s\n' internal.probe.event.packet.size=500 internal.memory.limit=40 turbo.mem.ulimit=0.2 \
         turbo.mem.llimit=0.175 internal.probe.publishing.frequency=2000 \
-        internal.probe.event.queue.size.limit=20000 "$@" >> "$runtime/datacollector_test.properties"
+        internal.probe.event.queue.size.limit=20000 internal.probe.queue.wakeup=false "$@" >> "$runtime/datacollector_test.properties"
     start_station "${options[@]}"
     await_collector
     wait_until 30 "the connection" received InitRecord
