@@ -24,7 +24,7 @@ bool isTrue(const char *key) {
 } // namespace
 
 NetworkAgent::NetworkAgent(int id)
-    : NamedObject("NetworkAgent"), queueWakes_(queuesWakeAgents()), id_(id), exactDrops_(dropsAreExact()) {
+    : NamedObject("NetworkAgent"), id_(id), exactDrops_(dropsAreExact()), queueWakes_(queuesWakeAgents()) {
     readProperties();
     traceInfo(
         "NAID(%d): bufferLimit_: %d NagleOff: %d SleepTime: %ld BufferLimit: %d PopSize: %d ResetCntrs: %ld",
