@@ -410,8 +410,8 @@ bool EventAgent::resendInitialData() {
                  "Event Queue NULL for Special Event Queue Thread, TID: %d", special->threadId.get());
         return false;
     }
-    while (special->eventQueue->first() != nullptr) {
-        loseFirst(*special); // it was meant for the old connection
+    while (const Event *evt = special->eventQueue->first()) {
+        loseFirst(*special, *evt); // it was meant for the old connection
     }
     ProtocolVisitor::clearCommonNameCache();
     callSendAllClassEvents();

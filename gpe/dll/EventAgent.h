@@ -122,8 +122,8 @@ private:
     int32_t processThread(ProtocolVisitor &visitor);
     int32_t processQueue(EventQueue &queue, ProtocolVisitor &visitor);
     bool addEventToBuffer(Event &evt, ProtocolVisitor &visitor);
-    void consumeFirst(ThreadData &thr);
-    void loseFirst(ThreadData &thr);
+    static void consumeFirst(ThreadData &thr, const Event &first);
+    static void loseFirst(ThreadData &thr, const Event &first);
 
     // Dropping.
     int32_t dropRecordsFromQueue(ThreadData *thrData, bool addDropRec, ProtocolVisitor *visitor);

@@ -48,15 +48,15 @@ int32_t EventAgent::dropOldest(ThreadData &thrData, int32_t lookAt, bool countDr
         }
         if (isProtectedType(*evt)) {
             if (!queue.setAside()) {
-                loseFirst(thrData);
+                loseFirst(thrData, *evt);
             }
             continue;
         }
         if (countDrops) {
             updateDropRecordCounters(*evt);
-            consumeFirst(thrData);
+            consumeFirst(thrData, *evt);
         } else {
-            loseFirst(thrData);
+            loseFirst(thrData, *evt);
         }
         ++dropped;
     }

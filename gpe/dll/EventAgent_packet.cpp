@@ -100,9 +100,9 @@ int32_t EventAgent::processQueue(EventQueue &queue, ProtocolVisitor &visitor) {
             if (exactDrops) {
                 inPacket.countLoss(*evt);
             }
-            consumeFirst(*currentThread);
+            consumeFirst(*currentThread, *evt);
         } else {
-            loseFirst(*currentThread);
+            loseFirst(*currentThread, *evt);
         }
     }
     return count;
@@ -127,13 +127,13 @@ bool EventAgent::addEventToBuffer(Event &evt, ProtocolVisitor &visitor) {
 }
 
 // Of the thread's queue.
-void EventAgent::consumeFirst(ThreadData &thr) {
-    thr.addToConsumed(*thr.eventQueue->first());
+void EventAgent::consumeFirst(ThreadData &thr, const Event &first) {
+    thr.addToConsumed(first);
     thr.eventQueue->removeFirst();
 }
 
 // It is destroyed unsent.
-void EventAgent::loseFirst(ThreadData &thr) {
-    lossAccount.enter(*thr.eventQueue->first());
-    consumeFirst(thr);
+void EventAgent::loseFirst(ThreadData &thr, const Event &first) {
+    lossAccount.enter(first);
+    consumeFirst(thr, first);
 }

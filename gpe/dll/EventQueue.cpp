@@ -31,6 +31,14 @@ struct alignas(8) EventChunk {
     char *bytes() { return reinterpret_cast<char *>(this + 1); }
 };
 
+namespace {
+
+BlockHead *blockAt(EventChunk &chunk, uint32_t offset) {
+    return reinterpret_cast<BlockHead *>(chunk.bytes() + offset);
+}
+
+} // namespace
+
 struct EventQueue::Kept {
     Kept *next;
     BlockHead head;
@@ -177,7 +185,7 @@ Event *EventQueue::first() {
         // In this order: what has a successor is not written any more.
         EventChunk *next = chunk->next.load(std::memory_order_acquire);
         if (readAt < chunk->written.load(std::memory_order_acquire)) {
-            return reinterpret_cast<BlockHead *>(chunk->bytes() + readAt)->event();
+            return blockAt(*chunk, readAt)->event();
         }
         if (next != nullptr) {
             head.store(next, std::memory_order_relaxed);
@@ -206,9 +214,9 @@ bool EventQueue::giveBack(EventChunk *chunk) {
 }
 
 void EventQueue::removeFirst() {
-    Event *event = first();
-    const size_t bytes = blockBytes(*event);
-    event->~Event();
+    BlockHead *block = kept != nullptr ? &kept->head : blockAt(*head.load(std::memory_order_relaxed), readAt);
+    const size_t bytes = block->bytes;
+    block->event()->~Event();
     removed += 1;
     if (Kept *gone = kept) {
         kept = gone->next;

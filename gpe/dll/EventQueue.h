@@ -32,7 +32,7 @@ public:
     // The oldest event; null if there is none. It stands until it is removed. And the size of its block.
     Event *first();
     static size_t blockBytes(const Event &event);
-    // Destroys the oldest; there must be one.
+    // Destroys the oldest, which `first` has given since the last removal.
     void removeFirst();
     // Puts it in front of all others; false, and nothing taken, if memory is out.
     bool prepend(EventDraft &draft);
