@@ -62,8 +62,6 @@ constexpr size_t SMALLEST_CHUNK = 1024;
 constexpr int CHUNK_SIZES = 6; // up to 32 KB
 constexpr size_t MOST_POOLED = 2 << 20;
 
-std::atomic<int64_t> bytesInUse{0};
-
 // Chunks that wait for their next queue.
 class Pool {
 public:
@@ -120,12 +118,10 @@ EventChunk *newChunk(size_t bytes, const EventChunk *last) {
     if (place == nullptr) {
         return nullptr;
     }
-    bytesInUse.fetch_add(static_cast<int64_t>(size), std::memory_order_relaxed);
     return new (place) EventChunk(static_cast<uint32_t>(size - sizeof(EventChunk)));
 }
 
 void freeChunk(EventChunk *chunk) {
-    bytesInUse.fetch_sub(static_cast<int64_t>(bytesOf(*chunk)), std::memory_order_relaxed);
     const int sizeClass = sizeClassOf(bytesOf(*chunk));
     if (sizeClass == CHUNK_SIZES || !pool.give(sizeClass, chunk)) {
         free(chunk);
@@ -133,10 +129,6 @@ void freeChunk(EventChunk *chunk) {
 }
 
 } // namespace
-
-int64_t EventQueue::chunkBytesInUse() {
-    return bytesInUse.load(std::memory_order_relaxed);
-}
 
 // ---------------------------------------------------------------- those who append
 

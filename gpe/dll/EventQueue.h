@@ -41,9 +41,6 @@ public:
     bool setAside();
     void putBack();
 
-    // Bytes of all chunks that are in queues, for the memory account.
-    static int64_t chunkBytesInUse();
-
 private:
     struct Kept; // an event in a block of its own
 
@@ -56,7 +53,7 @@ private:
     EventChunk *tail = nullptr;
     Relaxed<uint32_t> appended; // events since the beginning, modulo 2^32
 
-    char apart[64] = {}; // keeps the words of the two sides off one cache line
+    [[maybe_unused]] char apart[64] = {}; // keeps the words of the two sides off one cache line
 
     // Of the consumer; those who append set `head` when they find the queue without a chunk.
     std::atomic<EventChunk *> head{nullptr};

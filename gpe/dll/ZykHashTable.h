@@ -117,7 +117,6 @@ public:
     }
 
     int32_t entryCount() const { return count; }
-    uint32_t bucketCount() const { return size; }
 
     // Takes every bucket's lock once, so that its monitor exists before threads race for it.
     void prepareLocks() {
