@@ -18,6 +18,7 @@ constexpr auto NO_RECORD = nullptr;
 constexpr auto WRITES_ITSELF = nullptr; // its class overrides `addToBuffer`
 
 // Without a default, so that a type without a row does not compile.
+// NOLINTNEXTLINE(readability-function-size): as long as there are types
 constexpr EventTypeFacts rowOf(Event::EventType type) {
     switch (type) {
     case Event::TYPE_NOTHING:
