@@ -17,9 +17,8 @@ final class Settings {
             "networkagent.publish.frequency", "10",
             "networkagent.buffer.limit", "200"));
 
-    /** Nobody sleeps while there is work. */
+    /** The shortest pauses. */
     static final Map<String, String> PUMP = with(BURSTS, Map.of(
-            "eventagent.no.sleep", "true",
             "networkagent.no.sleep", "true",
             "internal.probe.publishing.frequency", "1"));
 
