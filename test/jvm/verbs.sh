@@ -36,7 +36,7 @@ wait_until() {
 start_receiver() {
     : > receiver.err
     "$HOME_AM/bin/publish-server" --listen "${1:-127.0.0.1:0}" --json --stats-file received.json \
-        > records.json 2> receiver.err &
+        "${@:2}" > records.json 2> receiver.err &
     receiver=$!
     wait_until 30 "the Publish Server" grep -q 'listening on' receiver.err
     address=$(grep -oE '127\.0\.0\.1:[0-9]+' receiver.err | head -n 1)

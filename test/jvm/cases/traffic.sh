@@ -76,3 +76,28 @@ case_publish_server_never_there() {
     expect_line "$logs/dc-msg.log" 'ERROR 1059 socket connect() failure [127.0.0.1:1] Errno: 111'
     expect_line "$logs/dc-msg.log" 'ERROR 1064 Failed to connect to PS socket'
 }
+
+# differential SEED CALLS SETTING...: whatever is called, a receiver gets what was to be expected, byte by byte.
+differential() {
+    local seed=$1 calls=$2
+    shift 2
+    start_receiver 127.0.0.1:0 --capture "$PWD/capture"
+    options_for differential --publish-server "$address"
+    printf '%s\n' internal.url.limit=60 internal.sql.limit=80 "$@" >> "$runtime/datacollector_test.properties"
+    local suppresses=NO status=0
+    [[ "$*" != *nestedrequests=YES* ]] || suppresses=YES
+    "$JAVA" "${options[@]}" -Xmx128m -XX:+UseSerialGC -cp "$APP" amtest.Differential "$calls" "$seed" 60 80 $suppresses \
+        expected > server.out 2> server.err || status=$?
+    [ "$status" -eq 3 ] || fail "exit status $status: $(tail -n 3 server.err)"
+    stop_receiver
+    "$JAVA" -Xmx512m -cp "$APP" amtest.Differential compare capture/* expected 2> difference ||
+        fail "seed $seed, $*: $(grep -m 1 -A 2 Exception difference | cut -c 1-2000)"
+}
+
+# AM_CALLS=100000 and AM_SEED make more of it by hand.
+case_every_byte() {
+    local seed=${AM_SEED:-$RANDOM}
+    differential "$seed" "${AM_CALLS:-20000}" ea.popevent.size=1
+    rm -r data capture
+    differential "$seed" "${AM_CALLS:-20000}" ea.popevent.size=7 internal.disable.nestedrequests=YES
+}

@@ -1,0 +1,470 @@
+package amtest;
+
+import static com.qel.morvex.norak.dc.eventagent.NativeEventAgentImpl.*;
+
+import com.qel.morvex.norak.dc.eventagent.BeanRequest;
+import com.zykora.jdbc.ZykoraStatement;
+import com.zykora.probe.ProbeController;
+import java.io.IOException;
+import java.nio.ByteBuffer;
+import java.nio.file.Files;
+import java.nio.file.Path;
+import java.util.ArrayDeque;
+import java.util.ArrayList;
+import java.util.List;
+import java.util.Random;
+import oracle.jdbc.driver.OracleStatement;
+
+/**
+ * Calls the natives of requests at random, and says beforehand what a receiver must get for it.
+ *
+ * <pre>
+ *   amtest.Differential CALLS SEED URL_LIMIT SQL_LIMIT YES|NO EXPECTED     calls, with nested requests suppressed or not
+ *   amtest.Differential compare CAPTURE EXPECTED                          holds a captured stream against that, byte by byte
+ * </pre>
+ */
+public final class Differential {
+    private static final int MOST_QUEUED = 2000;
+    private static final String[] TEXTS = {null, "", "a", "/shop/cart", "select * from item where id = ?",
+        "JSP_CANCEL_REQUEST", "JSP_CANCEL_REQUESTED", "Aa", "BB", "\0", "x\0y", "Z\u00fcrich", "\u6f22\u5b57",
+        "\ud83d\ude00", "\ud83d", "\ude00x", "\u07ff\u0800\uffff", "a".repeat(300), "\u00e9".repeat(150),
+        "\u6f22".repeat(100), "x".repeat(70000)};
+    private static final char[] LETTERS = {'a', 'z', '\0', '\u007f', '\u0080', '\u00e9', '\u07ff', '\u0800', '\u6f22',
+        '\ud83d', '\ude00', '\uffff'};
+
+    private final List<Runnable> calls = new ArrayList<>();
+    private final Random random;
+    private final ExpectedStream expected;
+    private final ZykoraStatement wrapper = new ZykoraStatement();
+    private final OracleStatement driver = new OracleStatement();
+
+    private Differential(long seed, ExpectedStream expected) {
+        this.random = new Random(seed);
+        this.expected = expected;
+        requests();
+        resources();
+        messages();
+        components();
+        singles();
+    }
+
+    public static void main(String[] args) throws Exception {
+        if (args[0].equals("compare")) {
+            System.out.println(compare(Path.of(args[1]), Path.of(args[2])));
+            return;
+        }
+        while (!ProbeController.isNativeProbeEnabled()) {
+            Thread.sleep(10);
+        }
+        try (ExpectedStream expected = new ExpectedStream(args[5], args[4].equals("YES"), Integer.parseInt(args[2]),
+                Integer.parseInt(args[3]))) {
+            new Differential(Long.parseLong(args[1]), expected).run(Integer.parseInt(args[0]));
+        }
+        System.out.println("over");
+        System.exit(3);
+    }
+
+    /** On this thread. The level changes at each tenth, when everything has been written at the old one. */
+    private void run(int count) throws InterruptedException {
+        expected.thread = getEnvNative();
+        for (int call = 0; call < count; call++) {
+            int chosen = random.nextInt(calls.size());
+            expected.from(call + "/" + chosen);
+            calls.get(chosen).run();
+            if (call % (count / 10) == 0) {
+                awaitQueued(0);
+                expected.level = 3 - expected.level;
+                ProbeController.setModLevel(1000 + expected.level);
+            }
+            awaitQueued(MOST_QUEUED);
+        }
+        awaitQueued(0);
+    }
+
+    private static void awaitQueued(int most) throws InterruptedException {
+        while (getNumberOfEventsNative() > most) {
+            Thread.sleep(1);
+        }
+    }
+
+    // ---- what is drawn
+
+    /** One of a few objects again and again, an equal one, or one that was never there. */
+    private String text() {
+        String usual = TEXTS[random.nextInt(TEXTS.length)];
+        switch (random.nextInt(4)) {
+            case 0:
+                return usual == null ? null : new String(usual);
+            case 1:
+                StringBuilder drawn = new StringBuilder();
+                for (int left = random.nextInt(60); left > 0; left--) {
+                    drawn.append(LETTERS[random.nextInt(LETTERS.length)]);
+                }
+                return drawn.toString();
+            default:
+                return usual;
+        }
+    }
+
+    /** Of those that a receiver gets whole. */
+    private String whole() {
+        String drawn = text();
+        return drawn != null && drawn.length() > 1000 ? "long" : drawn;
+    }
+
+    private byte[] token() {
+        byte[] token = new byte[random.nextInt(50) == 0 ? 70000 : random.nextInt(40)];
+        random.nextBytes(token);
+        return random.nextInt(5) == 0 ? null : token;
+    }
+
+    private Object[] values() {
+        Object[] values = new Object[1 + random.nextInt(4)];
+        for (int i = 0; i < values.length; i++) {
+            values[i] = random.nextInt(5) == 0 ? Integer.valueOf(i) : whole();
+        }
+        return values;
+    }
+
+    // ---- calls: each tells the expected stream first
+
+    private void requests() {
+        calls.add(() -> {
+            String name = text();
+            String url = random.nextInt(3) == 0 ? name : text();
+            String application = random.nextInt(2) == 0 ? url : text();
+            String user = whole();
+            expected.http(name, application, url, user);
+            startHttpRequestNative(0, name, application, url, user);
+        });
+        calls.add(() -> {
+            String name = text();
+            expected.endHttp(5, name);
+            finishHttpRequestNative(name);
+        });
+        calls.add(() -> {
+            String name = text();
+            expected.endHttp(50, name);
+            errorHttpRequestNative(name, text(), text());
+        });
+        for (int i = 0; i < 2; i++) { // most of what servers report
+            calls.add(() -> {
+                String sql = text();
+                String source = whole();
+                expected.statement(true, sql, source);
+                if (random.nextBoolean()) {
+                    beginSQLRequestNative(sql, source);
+                } else {
+                    wrapper.beginSQLRequest(sql, source);
+                }
+            });
+            calls.add(() -> {
+                expected.endStatement(true);
+                if (random.nextBoolean()) {
+                    endSQLRequestNative(text(), text());
+                } else {
+                    wrapper.endSQLRequest(text(), text());
+                }
+            });
+        }
+        calls.add(() -> {
+            String sql = text();
+            String source = whole();
+            expected.statement(false, sql, source);
+            driver.beginSQLRequest(sql, source);
+        });
+        calls.add(() -> {
+            expected.endStatement(false);
+            driver.endSQLRequest(text(), text());
+        });
+    }
+
+    private void resources() {
+        calls.add(() -> {
+            String product = whole();
+            expected.nested(37, "psl", product);
+            beginJCARequestNative(text(), product);
+        });
+        calls.add(() -> {
+            expected.endNested(38);
+            endJCARequestNative(text(), text());
+        });
+        calls.add(() -> {
+            String lookup = whole();
+            String url = whole();
+            expected.nested(33, "plss", url, lookup);
+            beginJNDIRequestNative(lookup, url);
+        });
+        calls.add(() -> {
+            expected.endNested(34);
+            endJNDIRequestNative(text(), text());
+        });
+        calls.add(() -> {
+            String subject = whole();
+            String url = whole();
+            expected.plain(35, "plss", url, subject);
+            beginMailRequestNative(subject, url);
+        });
+        calls.add(() -> {
+            expected.endPlain(36, "pl");
+            endMailRequestNative(text(), text());
+        });
+        calls.add(() -> {
+            String cls = whole();
+            String method = whole();
+            String argument = whole();
+            expected.inner(147, "psssl", cls, method, argument);
+            beginJDORequestNative(cls, method, argument);
+        });
+        calls.add(() -> {
+            expected.endInner(148);
+            endJDORequestNative(text(), text(), text());
+        });
+    }
+
+    private void messages() {
+        calls.add(() -> {
+            int type = random.nextInt(7) - 1;
+            int action = type >= 1 && type <= 4 ? type : 3;
+            String queue = whole();
+            String server = whole();
+            String selector = whole();
+            if (action <= 2) {
+                expected.nested(23 + 2 * action, "psssl", server, queue, selector);
+            } else {
+                expected.nested(23 + 2 * action, "pssl", server, queue);
+            }
+            beginJMSRequestNative(type, queue, server, selector);
+        });
+        calls.add(() -> {
+            int type = 1 + random.nextInt(4);
+            expected.endNested(24 + 2 * type);
+            endJMSRequestNative(type, text(), text(), text());
+        });
+        calls.add(() -> {
+            String manager = whole();
+            String queue = whole();
+            int action = random.nextInt(16);
+            expected.plain(110, "pss1l", queue, manager, action);
+            beginXQRequestNative(manager, queue, action);
+        });
+        calls.add(() -> {
+            String queue = whole();
+            int action = random.nextInt(16);
+            byte[] token = token();
+            boolean send = random.nextInt(3) > 0;
+            expected.endPlain(111, "p1l", action);
+            if (send) {
+                expected.queuedToken(action, queue, token);
+            }
+            endXQRequestNative(text(), queue, action, token, send);
+        });
+    }
+
+    private void components() {
+        calls.add(() -> {
+            byte[] bean = BeanRequest.compose(whole(), whole(), whole());
+            expected.any(6, "prl", bean);
+            beginEJBRequestNative(bean, bean.length);
+        });
+        calls.add(() -> {
+            expected.endAny(7, "pl");
+            endEJBRequestNative();
+        });
+        calls.add(() -> {
+            Object[] values = values();
+            int id = random.nextInt(300);
+            expected.any(99, "1p" + "1" + "s".repeat(values.length) + "l", contextOf(id, values, " "));
+            genericStartEventNative(id, values.length, values);
+        });
+        calls.add(() -> {
+            int id = random.nextInt(300);
+            expected.endAny(100, "1pl", id);
+            genericStopEventNative(id);
+        });
+        calls.add(() -> {
+            Object[] values = values();
+            int id = random.nextInt(300);
+            expected.record(108, "1t" + "1" + "s".repeat(values.length) + "l", contextOf(id, values, ""));
+            genericExceptionEventNative(id, values.length, values);
+        });
+        remote(150, (first, second, third) -> startIIOPClientRequestNative(first, second),
+                () -> finishIIOPClientRequestNative(text(), text()));
+        remote(152, (first, second, third) -> startIIOPServerRequestNative(first, second),
+                () -> finishIIOPServerRequestNative(text(), text()));
+        remote(199, (first, second, third) -> wsHelperClientRequestNative(first, second, third),
+                () -> wsHelperClientResponseNative(text(), text(), text()));
+        remote(201, (first, second, third) -> wsHelperProviderRequestNative(first, second, third),
+                () -> wsHelperProviderResponseNative(text(), text(), text()));
+        calls.add(() -> {
+            String application = whole();
+            String code = whole();
+            String fault = whole();
+            expected.counted(203, "psssl", application, code, fault);
+            expected.endCounted(204);
+            if (random.nextBoolean()) {
+                wsHelperClientFaultNative(application, code, fault);
+            } else {
+                wsHelperProviderFaultNative(application, code, fault);
+            }
+        });
+    }
+
+    private interface ThreeTexts {
+        void tell(String first, String second, String third);
+    }
+
+    private void remote(int type, ThreeTexts begin, Runnable end) {
+        calls.add(() -> {
+            String first = whole();
+            String second = whole();
+            String third = whole();
+            if (type < 199) {
+                expected.counted(type, "ps4sl", first, 0, second);
+            } else {
+                expected.counted(type, "psssl", first, second, third);
+            }
+            begin.tell(first, second, third);
+        });
+        calls.add(() -> {
+            expected.endCounted(type + 1);
+            end.run();
+        });
+    }
+
+    /** What is no string counts as missing. */
+    private static Object[] contextOf(int id, Object[] values, String missing) {
+        Object[] all = new Object[values.length + 2];
+        all[0] = id;
+        all[1] = values.length;
+        for (int i = 0; i < values.length; i++) {
+            all[i + 2] = values[i] instanceof String ? values[i] : missing;
+        }
+        return all;
+    }
+
+    private void singles() {
+        calls.add(() -> {
+            String[] texts = {whole(), whole(), whole(), whole()};
+            expected.record(45, "ssss", (Object[]) texts);
+            sendExceptionNative(texts[0], texts[1], texts[2], texts[3]);
+        });
+        calls.add(() -> {
+            String[] names = {whole(), whole(), whole()};
+            long time = random.nextLong();
+            int count = random.nextInt();
+            long average = random.nextLong();
+            expected.record(40, "sss848", names[0], names[1], names[2], time, count, average);
+            sendGWXRecordNative(names[0], names[1], names[2], time, count, average);
+        });
+        calls.add(() -> {
+            String manager = whole();
+            String queue = whole();
+            byte[] types = {(byte) random.nextInt()};
+            int[] counts = {random.nextInt()};
+            long[] averages = {random.nextLong()};
+            expected.record(41, "ss84148", manager, queue, 77, 1, types[0], counts[0], averages[0]);
+            sendXQIRecordNative(manager, queue, 77, types, counts, averages, 1);
+        });
+        calls.add(() -> {
+            expected.record(11, "t444444", 0, 0, 0, 0, 0, 0);
+            sendDroppedEventRecordNative();
+        });
+        calls.add(() -> {
+            expected.record(8, "csl", "system_trace");
+            issueTraceRequestNative();
+        });
+        calls.add(() -> {
+            String status = "status " + random.nextInt();
+            expected.record(44, "s", status);
+            setPSStatusEventNative(status);
+        });
+        calls.add(() -> {
+            int[] levels = {random.nextInt(), random.nextInt(), random.nextInt(), random.nextInt(), 7};
+            expected.record(39, "44441", levels[0], levels[1], levels[2], levels[3], 1);
+            setSamplingRatesNative(levels, 1);
+        });
+    }
+
+    // ---- comparison
+
+    /** Two orders: that of the thread's records, and that of those without a thread, which go another way. */
+    private static String compare(Path capture, Path expectations) throws IOException {
+        ArrayDeque<String> own = new ArrayDeque<>();
+        ArrayDeque<String> apart = new ArrayDeque<>();
+        for (String line : Files.readAllLines(expectations)) {
+            (line.startsWith("27") || line.startsWith("2c") ? apart : own).add(line);
+        }
+        int wanted = own.size() + apart.size();
+        ByteBuffer stream = ByteBuffer.wrap(Files.readAllBytes(capture));
+        skipInitialBlock(stream);
+        long clock = 0;
+        while (stream.hasRemaining()) {
+            stream.get();
+            int count = stream.getInt();
+            stream.getShort();
+            for (; count > 0; count--) {
+                if (matches(stream, own.peek())) {
+                    String line = own.remove();
+                    clock = laterClock(stream, line, clock);
+                    stream.position(stream.position() + bytesOf(line));
+                } else if (matches(stream, apart.peek())) {
+                    stream.position(stream.position() + bytesOf(apart.remove()));
+                } else if (matches(stream, "2c00007f7f ")) {
+                    stream.position(stream.position() + 5); // the sign of life of a connection
+                } else {
+                    byte[] found = new byte[Math.min(400, stream.remaining())];
+                    stream.get(found);
+                    throw new IllegalStateException("expected " + own.peek() + "\nor       " + apart.peek() + "\nfound    "
+                            + ExpectedStream.hex(found));
+                }
+            }
+        }
+        if (!own.isEmpty() || !apart.isEmpty()) {
+            throw new IllegalStateException("missing: " + own.size() + " of the thread, first " + own.peek() + "; "
+                    + apart.size() + " others");
+        }
+        return wanted + " records, " + stream.capacity() + " bytes";
+    }
+
+    private static void skipInitialBlock(ByteBuffer stream) {
+        stream.position(17 + 5);
+        for (int text = 0; text < 4; text++) {
+            int length = stream.getShort() & 0xFFFF;
+            stream.position(stream.position() + length);
+        }
+        stream.position(stream.position() + 4 + 2);
+    }
+
+    private static int bytesOf(String line) {
+        return line.indexOf(' ') / 2;
+    }
+
+    private static boolean matches(ByteBuffer stream, String line) {
+        if (line == null || stream.remaining() < bytesOf(line)) {
+            return false;
+        }
+        for (int i = 0; i < bytesOf(line); i++) {
+            char high = line.charAt(2 * i);
+            if (high != '.' && (Character.digit(high, 16) << 4 | Character.digit(line.charAt(2 * i + 1), 16))
+                    != (stream.get(stream.position() + i) & 0xFF)) {
+                return false;
+            }
+        }
+        return true;
+    }
+
+    /** The wall clock of a record, in microseconds, which must not be before the last one. */
+    private static long laterClock(ByteBuffer stream, String line, long last) {
+        int at = line.indexOf('.') / 2;
+        if (!line.contains("................")) {
+            return last;
+        }
+        long micros = (stream.getInt(stream.position() + at) & 0xFFFFFFFFL) * 1_000_000
+                + stream.getInt(stream.position() + at + 4);
+        if (micros < last || micros % 1000 != 0) {
+            throw new IllegalStateException("the clock of " + line + ": " + micros + " after " + last);
+        }
+        return micros;
+    }
+}
