@@ -193,6 +193,10 @@ bool EventAgent::canSend() {
 
 void EventAgent::sendPass() {
     constexpr char SIGNATURE[] = "EventAgent::startThread( JNIEnv *env )";
+    if (hurried && !networkAgentMgr->hasRoom(this)) {
+        sleep(sleepTime); // what it would make ahead of its time would be lost
+        return;
+    }
     resendIfPending();
     tellLosses();
     const int32_t size = prepare2send();
@@ -303,7 +307,9 @@ bool EventAgent::listSpecialThread() {
     ThreadData *special = threads->createSpecialEventQueue(env);
     if (special != nullptr) {
         special->share();
-        special->setListed(special->listed || threadList.prepend(special), hurriedBy());
+        if (!special->listed && threadList.prepend(special)) {
+            special->setListed(true, hurriedBy());
+        }
     }
     specialThreadData = special != nullptr && special->listed ? special : nullptr;
     return specialThreadData != nullptr;

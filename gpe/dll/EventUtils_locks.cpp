@@ -26,6 +26,10 @@ struct Contention {
     }
 };
 
+Goes textsGo(Event::EventSubType subType) {
+    return subType == Event::SUB_START ? Goes::Out : Goes::Nowhere;
+}
+
 // The key of a thread other than the caller; null if the number is the caller's or unknown.
 JNIEnv *otherThread(JNIEnv *env, jint threadId) {
     ThreadMgr *threads = threadMgr;
@@ -41,7 +45,8 @@ bool recordOwn(JNIEnv *env, Event::EventSubType subType, const Contention &conte
         return false;
     }
     NestedDraft<LockContentionEvent> draft(td, subType);
-    const bool recordStands = completeAndAppend(env, td, draft, Clocks::WallFirst, contention);
+    const bool recordStands =
+        completeAndAppend(env, td, draft, Clocks::WallFirst, contention, textsGo(subType));
     if (recordStands && !start) {
         leave(td);
     }
@@ -54,7 +59,7 @@ bool recordOther(JNIEnv *env, jint waitingThreadId, Event::EventSubType subType,
                  const Contention &contention) {
     Draft<LockContentionEvent> draft(subType);
     getCurrentTime(&draft->timeSec, &draft->timeUSec);
-    fillAndCharge(env, draft, contention);
+    fillAndCharge(env, draft, contention, textsGo(subType));
     bool recordStands;
     const bool agreed = askListeners(env, *draft, recordStands);
     ThreadMgr *threads = threadMgr;

@@ -69,6 +69,14 @@ void NetworkAgent::readResetTime() {
     }
 }
 
+bool NetworkAgent::hasRoom() {
+    if (dataQueue_.size() < bufferLimit_) {
+        return true;
+    }
+    refused_ = true;
+    return false;
+}
+
 bool NetworkAgent::sendData(const char *data, const int size, const DropFigures &figures) {
     AM_TRACE_SCOPE(naTracer, LGK_DEBUG_MAX, "NetworkAgent::sendData( const char* data, const int size )");
     if (!alive_ || !started_ || !connected_) {
@@ -76,13 +84,11 @@ bool NetworkAgent::sendData(const char *data, const int size, const DropFigures 
         traceWarn("NetworkAgent Thread is not started/alive/ready, rejecting send data");
         return false;
     }
-    const int32_t queued = dataQueue_.size();
-    if (queued >= bufferLimit_) {
-        traceInfo("NA data queue is full, Queue size: %d %ld BufferLimit: %d %ld ", queued,
+    if (!hasRoom()) {
+        traceInfo("NA data queue is full, Queue size: %d %ld BufferLimit: %d %ld ", dataQueue_.size(),
                   static_cast<long>(bytesQueued()), bufferLimit_, static_cast<long>(bufferLimit_));
         messageWarn(1057, "Queue is full, buffer limit reached");
         traceWarn("Queue is full, buffer limit reached");
-        refused_ = true;
         return false;
     }
     if (data == nullptr || size < 0) {

@@ -72,6 +72,8 @@ public:
     void askForAlive() { needAlive_ = true; }
     void countLossAsTold() { socketDown_ = false; } // of its connection, to the listener
 
+    // Whether the queue takes a packet; if not, event agents are told once it does.
+    bool hasRoom();
     // Queues a copy of the bytes; false if the agent is not connected or its queue is full. Null `data` and a
     // negative size count as done. `figures` tells what is lost with them: from here on the agent's to
     // account for, if they were queued.
@@ -180,7 +182,7 @@ private:
     Pause pause_;
     PlainLock entryLock_;          // who of two threads is let in
     bool forgotten_ = false;       // guarded by `entryLock_`: no thread is let in any more
-    Relaxed<bool> refused_{false}; // a packet, since there was last told of room
+    Relaxed<bool> refused_{false}; // a packet, or the question for room, since there was last told of it
 
     // Set at its birth.
     const int32_t id_;

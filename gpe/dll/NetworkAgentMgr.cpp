@@ -199,6 +199,12 @@ bool NetworkAgentMgr::isConnected(NetworkClient *client) {
     return agent != nullptr && agent->connected_;
 }
 
+bool NetworkAgentMgr::hasRoom(NetworkClient *client) {
+    const CallGate::Pass pass(agents_.gate);
+    NetworkAgent *agent = pass ? getNetworkAgent(client) : nullptr;
+    return agent != nullptr && agent->hasRoom();
+}
+
 // ---------------------------------------------------------------- lost connections
 
 void NetworkAgentMgr::registerConnectionInitListener(NetworkAgentMgrConnInitListener *listener) {

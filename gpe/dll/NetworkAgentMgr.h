@@ -61,6 +61,8 @@ public:
     // Never blocks on the network.
     bool send(NetworkClient *client, const char *data, int size, const DropFigures &figures = {});
     bool isConnected(NetworkClient *client);
+    // Whether a packet would be taken; where it would not, `notifyRoom` follows once it is.
+    bool hasRoom(NetworkClient *client);
 
     // Not owned. There is one listener: a new one replaces it, unregistering clears it whoever asks.
     void registerConnectionInitListener(NetworkAgentMgrConnInitListener *listener);

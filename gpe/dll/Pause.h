@@ -20,10 +20,10 @@ public:
     // Ends the present pause, or the next one.
     void wake();
 
-    // Ends the present rest, or the next one, but none sooner than 20 ms after the last that it has ended.
-    // For those who have filled a queue far enough, at each event: it costs a look at a word that hardly
-    // changes. Only one caller in 20 ms enters the lock, which the pausing thread holds for some
-    // instructions.
+    // Ends the present rest, but none sooner than 20 ms after the last that it has ended. What comes ahead of
+    // a rest does not count. For those who have filled a queue far enough, at each event, refused ones too:
+    // it costs a look at a word that hardly changes. Only one caller in 20 ms enters the lock, which the
+    // pausing thread holds for some instructions.
     void hurry() {
         if (!hurried.load(std::memory_order_relaxed)) {
             callForHurry();

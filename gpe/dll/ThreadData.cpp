@@ -90,6 +90,7 @@ bool ThreadData::appendEvent(EventDraft *evt) {
     const int32_t size = eventQueue->size();
     if (size >= limit && !isProtectedType(event)) {
         refuse(event);
+        hurryAgent();
         return false;
     }
     if (size < limit) {
