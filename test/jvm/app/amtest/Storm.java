@@ -225,7 +225,7 @@ public final class Storm {
         case 11:
             for (int i = 0; i < 10; i++) {
                 start("brief", Storm::brief);
-                startVirtual(Storm::brief);
+                Station.startVirtual(Storm::brief);
             }
             threads.removeIf(thread -> thread.getState() == Thread.State.TERMINATED);
             break;
@@ -343,15 +343,6 @@ public final class Storm {
         ProbeContextPersisterProxy.synchInProbeContext();
         ProbeContextPersisterProxy.resetProbeContext();
         ProbeContextPersisterProxy.getProbeContextLastReadFilePath();
-    }
-
-    /** Nothing where the JVM has no virtual threads. */
-    private static void startVirtual(Runnable work) {
-        try {
-            Thread.class.getMethod("startVirtualThread", Runnable.class).invoke(null, work);
-        } catch (ReflectiveOperationException notInThisJvm) {
-            return;
-        }
     }
 
     /** None at all for 0: a thread that gives way by itself is hardly ever interrupted within a native. */
