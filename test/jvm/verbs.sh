@@ -106,7 +106,7 @@ has_begun() {
     return 1
 }
 
-get() { curl -fsS --max-time 100 "$url$1"; }
+get() { curl -fsS --max-time 300 "$url$1"; }
 
 # end_by PATH STATUS: how the station shall end, and what its exit status must be.
 end_by() {

@@ -108,13 +108,12 @@ TEST_F(RecordTraceTest, FailingListenerLeavesNoExceptionAndNoReference) {
 // that is gone.
 class KnownServer {
 public:
-    KnownServer(JNIEnv *env, const char *version, const std::string &node, const std::string &server,
-                const std::string &profile)
-        : jniEnv(env), oldFacts(serverFacts) {
+    KnownServer(const char *version, const std::string &node, const std::string &server,
+                const std::string &profile) {
         set(version, node, server, profile);
         snprintf(serverFacts.appServerVersion, sizeof(serverFacts.appServerVersion), "%s", version);
         PropertyMgr *oldManager = propertyMgr;
-        PropertyMgr().setGlobalProperties(env);
+        PropertyMgr().setGlobalProperties(RealJvm::env());
         propertyMgr = oldManager;
         propertyMgrInstance = oldManager;
     }
@@ -127,16 +126,18 @@ public:
     }
 
 private:
-    void set(const char *version, const std::string &node, const std::string &server,
-             const std::string &profile) {
-        setJavaSystemProperty(jniEnv, "appserver.version", version);
-        setJavaSystemProperty(jniEnv, "am.nodename", node.c_str());
-        setJavaSystemProperty(jniEnv, "am.appserver", server.c_str());
-        setJavaSystemProperty(jniEnv, "AM_PROFILENAME", profile.c_str());
+    static void set(const std::string &version, const std::string &node, const std::string &server,
+                    const std::string &profile) {
+        const std::pair<const char *, const std::string &> properties[] = {{"appserver.version", version},
+                                                                           {"am.nodename", node},
+                                                                           {"am.appserver", server},
+                                                                           {"AM_PROFILENAME", profile}};
+        for (const auto &[name, value] : properties) {
+            setJavaSystemProperty(RealJvm::env(), name, value.c_str());
+        }
     }
 
-    JNIEnv *jniEnv;
-    const ServerFacts oldFacts;
+    const ServerFacts oldFacts = serverFacts;
 };
 
 std::string lengthAndText(const std::string &text) {
@@ -185,7 +186,7 @@ TEST(ServerNames, AreTheSameFromJavaAndFromTheConfiguration) {
     for (const auto &c : cases) {
         SCOPED_TRACE(std::string(c.version) + " " + c.word + " " + c.expected);
         const GivenArguments given({"java", c.word});
-        const KnownServer known(env, c.version, "node-1", c.server, c.profile);
+        const KnownServer known(c.version, "node-1", c.server, c.profile);
         const std::string expected = lengthAndText("node-1") + lengthAndText(c.expected);
         EXPECT_EQ(expected, initialNames(nullptr));
         EXPECT_EQ(expected, initialNames(env));
@@ -194,9 +195,8 @@ TEST(ServerNames, AreTheSameFromJavaAndFromTheConfiguration) {
 }
 
 TEST(ServerNames, LongestInitialBlockHas818Bytes) {
-    JNIEnv *env = RealJvm::env();
     const std::string wide(300, 'w');
-    const KnownServer known(env, "8.0.0", wide, wide, wide);
+    const KnownServer known("8.0.0", wide, wide, wide);
     snprintf(serverFacts.componentId, sizeof(serverFacts.componentId), "%s", wide.c_str());
     char area[818];
     ProtocolVisitor visitor(area, area, area + sizeof(area), nullptr);

@@ -1,6 +1,5 @@
 package amtest;
 
-import com.zykora.probe.ProbeController;
 import java.nio.ByteOrder;
 import java.nio.MappedByteBuffer;
 import java.nio.channels.FileChannel;
@@ -47,7 +46,7 @@ public final class Shift {
         for (Thread thread : threads) {
             thread.join();
         }
-        boolean after = enabled();
+        boolean after = Station.enabled() == 1;
         phase.putLong(0, CALM);
         System.out.println("worked " + Station.requests + " begun " + Station.begun + " enabled " + before + " " + after
                 + " thrown " + Station.failures);
@@ -56,20 +55,12 @@ public final class Shift {
         System.exit(7);
     }
 
-    private static boolean enabled() {
-        try {
-            return ProbeController.isNativeProbeEnabled();
-        } catch (LinkageError absent) {
-            return false;
-        }
-    }
-
     private static boolean awaitCollector() {
         long until = System.nanoTime() + START_LIMIT_MILLIS * 1_000_000;
-        while (!enabled() && System.nanoTime() < until && Station.pause(10)) {
+        while (Station.enabled() == 0 && System.nanoTime() < until && Station.pause(10)) {
             // it starts on a thread of its own
         }
-        return enabled();
+        return Station.enabled() == 1;
     }
 
     private static void work(int count) {

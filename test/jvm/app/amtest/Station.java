@@ -76,7 +76,7 @@ public final class Station {
         server.createContext("/state", call -> answer(call, state()));
         on(server, "/cycle", n -> cycle());
         on(server, "/interrupted", Station::interrupted);
-        on(server, "/enabled", n -> ProbeController.isNativeProbeEnabled() ? 1 : 0);
+        on(server, "/enabled", n -> enabled());
         on(server, "/taken", Station::taken);
         on(server, "/level", n -> ProbeController.setModLevel(n) ? 1 : 0);
         on(server, "/log", Station::log);
@@ -114,6 +114,10 @@ public final class Station {
         } catch (LinkageError absent) {
             return 0;
         }
+    }
+
+    static int enabled() {
+        return unlessAbsent(n -> ProbeController.isNativeProbeEnabled() ? 1 : 0, 0);
     }
 
     private static void onEnd(HttpServer server, String path, Ending ending) {
