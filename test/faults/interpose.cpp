@@ -256,107 +256,70 @@ char *strdup(const char *text) {
     return copy == nullptr ? nullptr : static_cast<char *>(memcpy(copy, text, size));
 }
 
+// A call that fails with one of these errors, or is made.
+#define DEFINE(result, name, kind, failure, parameters, ...)                                                 \
+    result name parameters {                                                                                 \
+        NEXT(name);                                                                                          \
+        const std::uint64_t drawn = fault(kind, CALLER);                                                     \
+        return drawn != 0 ? failure : real(__VA_ARGS__);                                                     \
+    }
 // The mode counts only where a file may be made.
-#define DEFINE_OPEN(name)                                                                                    \
-    int name(const char *path, int flags, ...) {                                                             \
+#define DEFINE_OPEN(name, parameters, ...)                                                                   \
+    int name parameters {                                                                                    \
         va_list rest;                                                                                        \
         va_start(rest, flags);                                                                               \
         const mode_t mode = (flags & (O_CREAT | O_TMPFILE)) != 0 ? va_arg(rest, mode_t) : 0;                 \
         va_end(rest);                                                                                        \
         NEXT(name);                                                                                          \
         const std::uint64_t drawn = fault(kOpen, CALLER);                                                    \
-        return drawn != 0 ? failed(drawn, kNoFile) : real(path, flags, mode);                                \
+        return drawn != 0 ? failed(drawn, kNoFile) : real(__VA_ARGS__, mode);                                \
     }
-#define DEFINE_OPENAT(name)                                                                                  \
-    int name(int directory, const char *path, int flags, ...) {                                              \
-        va_list rest;                                                                                        \
-        va_start(rest, flags);                                                                               \
-        const mode_t mode = (flags & (O_CREAT | O_TMPFILE)) != 0 ? va_arg(rest, mode_t) : 0;                 \
-        va_end(rest);                                                                                        \
+// A part of the bytes may be taken.
+#define DEFINE_TAKING(name, kind, errors, parameters, ...)                                                   \
+    ssize_t name parameters {                                                                                \
         NEXT(name);                                                                                          \
-        const std::uint64_t drawn = fault(kOpen, CALLER);                                                    \
-        return drawn != 0 ? failed(drawn, kNoFile) : real(directory, path, flags, mode);                     \
+        const std::uint64_t drawn = fault(kind, CALLER);                                                     \
+        const std::size_t part = drawn == 0 ? size : shortened(drawn, size);                                 \
+        return drawn != 0 && part == 0 ? failed(drawn, errors) : real(__VA_ARGS__);                          \
     }
-#define DEFINE_FOPEN(name)                                                                                   \
-    FILE *name(const char *path, const char *mode) {                                                         \
-        NEXT(name);                                                                                          \
-        const std::uint64_t drawn = fault(kFopen, CALLER);                                                   \
-        return drawn != 0 ? (failed(drawn, kNoFile), nullptr) : real(path, mode);                            \
-    }
-DEFINE_OPEN(open)
-DEFINE_OPEN(open64)
-DEFINE_OPENAT(openat)
-DEFINE_OPENAT(openat64)
-DEFINE_FOPEN(fopen)
-DEFINE_FOPEN(fopen64)
-
-ssize_t write(int file, const void *bytes, std::size_t size) {
-    NEXT(write);
-    const std::uint64_t drawn = fault(kWrite, CALLER);
-    const std::size_t part = drawn == 0 ? size : shortened(drawn, size);
-    return drawn != 0 && part == 0 ? failed(drawn, kNoWrite) : real(file, bytes, part);
-}
 // What a stream fails to write it also remembers.
 static int failedStream(std::uint64_t drawn, FILE *stream) {
-    stream->_flags |= _IO_ERR_SEEN;
+    if (stream != nullptr) {
+        stream->_flags |= _IO_ERR_SEEN;
+    }
     return failed(drawn, kNoWrite);
 }
-std::size_t fwrite(const void *bytes, std::size_t size, std::size_t count, FILE *stream) {
-    NEXT(fwrite);
-    const std::uint64_t drawn = fault(kWrite, CALLER);
-    return drawn == 0 ? real(bytes, size, count, stream) : (failedStream(drawn, stream), 0);
-}
-int fputs(const char *text, FILE *stream) {
-    NEXT(fputs);
-    const std::uint64_t drawn = fault(kWrite, CALLER);
-    return drawn == 0 ? real(text, stream) : failedStream(drawn, stream);
-}
-int fflush(FILE *stream) {
-    NEXT(fflush);
-    const std::uint64_t drawn = fault(kWrite, CALLER);
-    return drawn == 0 || stream == nullptr ? real(stream) : failedStream(drawn, stream);
-}
-ssize_t writev(int file, const iovec *parts, int count) {
-    NEXT(writev);
-    const std::uint64_t drawn = fault(kWrite, CALLER);
-    return drawn != 0 ? failed(drawn, kNoWrite) : real(file, parts, count);
-}
-int socket(int domain, int type, int protocol) {
-    NEXT(socket);
-    const std::uint64_t drawn = fault(kSocket, CALLER);
-    return drawn != 0 ? failed(drawn, kNoSocket) : real(domain, type, protocol);
-}
-int connect(int file, const sockaddr *address, socklen_t size) {
-    NEXT(connect);
-    const std::uint64_t drawn = fault(kConnect, CALLER);
-    return drawn != 0 ? failed(drawn, kNoConnection) : real(file, address, size);
-}
-ssize_t sendto(int file, const void *bytes, std::size_t size, int flags, const sockaddr *to,
-               socklen_t toSize) {
-    NEXT(sendto);
-    const std::uint64_t drawn = fault(kSend, CALLER);
-    const std::size_t part = drawn == 0 ? size : shortened(drawn, size);
-    return drawn != 0 && part == 0 ? failed(drawn, kNoSend) : real(file, bytes, part, flags, to, toSize);
-}
-ssize_t send(int file, const void *bytes, std::size_t size, int flags) {
-    NEXT(send);
-    const std::uint64_t drawn = fault(kSend, CALLER);
-    const std::size_t part = drawn == 0 ? size : shortened(drawn, size);
-    return drawn != 0 && part == 0 ? failed(drawn, kNoSend) : real(file, bytes, part, flags);
-}
-int poll(pollfd *files, nfds_t count, int timeout) {
-    NEXT(poll);
-    const std::uint64_t drawn = fault(kPoll, CALLER);
-    return drawn != 0 ? failed(drawn, kNoPoll) : real(files, count, timeout);
-}
-int getaddrinfo(const char *name, const char *service, const addrinfo *hints, addrinfo **found) {
-    NEXT(getaddrinfo);
-    const std::uint64_t drawn = fault(kGetaddrinfo, CALLER);
-    return drawn != 0 ? kNoName[(drawn >> 1) % 4] : real(name, service, hints, found);
-}
-int pthread_create(pthread_t *thread, const pthread_attr_t *attributes, void *(*body)(void *),
-                   void *argument) {
-    NEXT(pthread_create);
-    return fault(kPthreadCreate, CALLER) != 0 ? EAGAIN : real(thread, attributes, body, argument);
-}
+
+DEFINE_OPEN(open, (const char *path, int flags, ...), path, flags)
+DEFINE_OPEN(open64, (const char *path, int flags, ...), path, flags)
+DEFINE_OPEN(openat, (int directory, const char *path, int flags, ...), directory, path, flags)
+DEFINE_OPEN(openat64, (int directory, const char *path, int flags, ...), directory, path, flags)
+#define NO_STREAM (failed(drawn, kNoFile), nullptr)
+DEFINE(FILE *, fopen, kFopen, NO_STREAM, (const char *path, const char *mode), path, mode)
+DEFINE(FILE *, fopen64, kFopen, NO_STREAM, (const char *path, const char *mode), path, mode)
+DEFINE(std::size_t, fwrite, kWrite, (failedStream(drawn, stream), 0),
+       (const void *bytes, std::size_t size, std::size_t count, FILE *stream), bytes, size, count, stream)
+DEFINE(int, fputs, kWrite, failedStream(drawn, stream), (const char *text, FILE *stream), text, stream)
+DEFINE(int, fflush, kWrite, failedStream(drawn, stream), (FILE * stream), stream)
+DEFINE(ssize_t, writev, kWrite, failed(drawn, kNoWrite), (int file, const iovec *parts, int count), file,
+       parts, count)
+DEFINE(int, socket, kSocket, failed(drawn, kNoSocket), (int domain, int type, int protocol), domain, type,
+       protocol)
+DEFINE(int, connect, kConnect, failed(drawn, kNoConnection), (int file, const sockaddr *to, socklen_t size),
+       file, to, size)
+DEFINE(int, poll, kPoll, failed(drawn, kNoPoll), (pollfd * files, nfds_t count, int timeout), files, count,
+       timeout)
+DEFINE(int, getaddrinfo, kGetaddrinfo, kNoName[(drawn >> 1) % 4],
+       (const char *name, const char *service, const addrinfo *hints, addrinfo **found), name, service, hints,
+       found)
+DEFINE(int, pthread_create, kPthreadCreate, EAGAIN,
+       (pthread_t * thread, const pthread_attr_t *attributes, void *(*body)(void *), void *argument), thread,
+       attributes, body, argument)
+DEFINE_TAKING(write, kWrite, kNoWrite, (int file, const void *bytes, std::size_t size), file, bytes, part)
+DEFINE_TAKING(send, kSend, kNoSend, (int file, const void *bytes, std::size_t size, int flags), file, bytes,
+              part, flags)
+DEFINE_TAKING(sendto, kSend, kNoSend,
+              (int file, const void *bytes, std::size_t size, int flags, const sockaddr *to,
+               socklen_t toSize),
+              file, bytes, part, flags, to, toSize)
 }

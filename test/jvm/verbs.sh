@@ -19,10 +19,10 @@ fail() {
     exit 1
 }
 
-# wait_until SECONDS WHAT COMMAND...
+# wait_until WHAT COMMAND...: so long that only a fault gets there, however busy the machine is.
 wait_until() {
-    local deadline=$((SECONDS + $1)) what=$2
-    shift 2
+    local deadline=$((SECONDS + 150)) what=$1
+    shift
     until "$@"; do
         [ "$SECONDS" -lt "$deadline" ] || fail "waited in vain for $what"
         sleep 0.05
@@ -38,7 +38,7 @@ start_receiver() {
     "$HOME_AM/bin/publish-server" --listen "${1:-127.0.0.1:0}" --json --stats-file received.json \
         "${@:2}" > records.json 2> receiver.err &
     receiver=$!
-    wait_until 30 "the Publish Server" grep -q 'listening on' receiver.err
+    wait_until "the Publish Server" grep -q 'listening on' receiver.err
     address=$(grep -oE '127\.0\.0\.1:[0-9]+' receiver.err | head -n 1)
 }
 
@@ -47,9 +47,11 @@ kill_receiver() {
     wait "$receiver" 2>/dev/null || true
 }
 
+# Its streams must have been whole, unless a fault may have broken one: `broken`.
 stop_receiver() {
     kill -INT "$receiver"
     wait "$receiver" || fail "the Publish Server ended with status $?"
+    [ "${broken:-no}" = yes ] || [ "$(value errors received.json)" -eq 0 ] || fail "the stream was broken"
 }
 
 received() { grep -q "\"name\":\"$1\"" records.json; }
@@ -94,7 +96,7 @@ listen_on() {
     : > server.out
     "${runner[@]}" "$@" > server.out 2> server.err &
     server=$!
-    wait_until 150 "the server to listen" has_begun
+    wait_until "the server to listen" has_begun
     url=http://127.0.0.1:$(sed -n "s/^$name listening on //p" server.out)
 }
 
@@ -104,7 +106,7 @@ has_begun() {
     return 1
 }
 
-get() { curl -fsS --max-time 100 "$url$1"; }
+get() { curl -fsS --max-time 300 "$url$1"; }
 
 # end_by PATH STATUS: how the station shall end, and what its exit status must be.
 end_by() {
@@ -114,16 +116,52 @@ end_by() {
     [ "$status" -eq "$2" ] || fail "exit status $status after $1, expected $2"
 }
 
+# end_soon [STATUS]: as soon as the stop of the collector allows, whatever stands still.
+end_soon() {
+    local from=$SECONDS
+    end_by "/exit?${1:-3}" "${1:-3}"
+    [ $((SECONDS - from)) -lt 60 ] || fail "ended after $((SECONDS - from)) s"
+}
+
+unharmed() { get /state | grep -q ' failures 0 ' || fail "natives have thrown: $(get /state)"; }
+requests() { get /state | grep -oE '^requests [0-9]+' | grep -oE '[0-9]+$'; }
+
 # Some work, and the end with a status of its own: what an unharmed server does.
 serves() {
     [ "$(get '/work?200')" = 200 ] || fail "the work was not done"
-    get /state | grep -q '^requests 200 failures 0 ' || fail "natives have thrown: $(get /state)"
+    unharmed
     end_by '/exit?7' 7
 }
 
 enabled() { [ "$(get '/enabled?0' 2>/dev/null)" = 1 ]; }
 
-await_collector() { wait_until 60 "the collector to take events" enabled; }
+# collecting_station [JVM option...]: under the agent with `options`.
+collecting_station() {
+    start_station "${options[@]}" "$@"
+    await_collector
+}
+await_collector() { wait_until "the collector to take events" enabled; }
+
+# lonely_station [JVM option...]: with a collector, which finds no Publish Server.
+lonely_station() {
+    options_for station --publish-server 127.0.0.1:1
+    collecting_station "$@"
+}
+
+# connected_station [SETTING | -JVM option]...: with a collector that is connected to a Publish Server.
+connected_station() {
+    start_receiver
+    options_for station --publish-server "$address"
+    local word jvm=()
+    for word in "$@"; do
+        case $word in -*) jvm+=("$word") ;; *) echo "$word" >> "$runtime/datacollector_test.properties" ;; esac
+    done
+    collecting_station "${jvm[@]}"
+    wait_until "the connection" received InitRecord
+}
+
+memory_kb() { sed -n 's/^VmRSS:[^0-9]*\([0-9]*\).*/\1/p' "/proc/$server/status"; }
+memory_below() { [ "$(memory_kb)" -lt "$1" ]; }
 
 stop_shop() {
     local status=0

@@ -105,7 +105,7 @@ const Producer producers[] = {
          (sub == Event::SUB_START ? beginLockContention : endLockContention)(env, 7, text, 3, text, text, 8,
                                                                              -1);
      },
-     Event::TYPE_LOCK_CONTENTION, false, "ww", "7 four 3 four four 8", "7 four 3 four four 8",
+     Event::TYPE_LOCK_CONTENTION, false, "ww", "7 four 3 four four 8", "7 null 3 null null 8",
      sizeof(LockContentionEvent) + 8,
      [](const Event &event) {
          const auto &lock = static_cast<const LockContentionEvent &>(event);

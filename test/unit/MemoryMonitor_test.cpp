@@ -8,6 +8,7 @@
 #include "RecordedLog.h"
 #include "ThreadData.h"
 #include "ThreadMgr.h"
+#include "Threads.h"
 
 #include <gmock/gmock.h>
 
@@ -286,18 +287,16 @@ TEST_F(MemoryMonitorTest, TurboThatBringsNothingEndsAndWaitsForALowTotal) {
 TEST_F(MemoryMonitorTest, ValidatesItsLimits) {
     const std::string zeroUpper = "turbo.mem.ulimit is 0, invalid value, resetting it to 0.750000";
     const std::string zeroLower = "turbo.mem.llimit is 0, invalid value, resetting it to 0.400000";
-    const auto badUpper = [](int bytes) {
-        return "Invalid Turbo Mode ULimit " + std::to_string(bytes) + ", resetting to 75000000 bytes";
+    const std::string badUpper = "Invalid Turbo Mode ULimit 4100000, resetting to 75000000 bytes";
+    const auto badLower = [](const char *bytes) {
+        return std::string("Invalid Turbo Mode LLimit ") + bytes + ", resetting to 40000000 bytes";
     };
-    const auto badLower = [](int bytes) {
-        return "Invalid Turbo Mode LLimit " + std::to_string(bytes) + ", resetting to 40000000 bytes";
+    const auto ignored = [](const char *bytes) {
+        return std::string("Ignoring user specified Memory Limit as it's less than minimum limit, ") + bytes +
+               " MB";
     };
-    const auto ignored = [](int bytes) {
-        return "Ignoring user specified Memory Limit as it's less than minimum limit, " +
-               std::to_string(bytes) + " MB";
-    };
-    const auto halved = [](int bytes) {
-        return "Accept threshold is greater than Max Limit - Min Limit, using " + std::to_string(bytes);
+    const auto halved = [](const char *bytes) {
+        return std::string("Accept threshold is greater than Max Limit - Min Limit, using ") + bytes;
     };
     const struct {
         const char *settings;
@@ -307,32 +306,32 @@ TEST_F(MemoryMonitorTest, ValidatesItsLimits) {
         {"", "60000000 2000000 24000000 45000000", {}},
         {"internal.memory.limit=1",
          "6048000 0 40000000 4536000",
-         {ignored(6048000), halved(0), badLower(2419200)}},
+         {ignored("6048000"), halved("0"), badLower("2419200")}},
         {"internal.memory.limit=1 internal.probe.event.packet.size=0",
          "6048000 0 40000000 4536000",
-         {ignored(6048000), halved(0), badLower(2419200)}},
+         {ignored("6048000"), halved("0"), badLower("2419200")}},
         {"internal.memory.limit=600 eventagent.pool.size=300 internal.memory.accept.threshold=600",
          "600000000 35856000 240000000 450000000",
-         {halved(35856000)}},
+         {halved("35856000")}},
         {"internal.memory.limit=8 eventagent.pool.size=3 internal.probe.event.packet.size=1001 "
          "internal.memory.accept.threshold=1",
          "8000000 462464 40000000 6000000",
-         {halved(462464), badLower(3200000)}},
+         {halved("462464"), badLower("3200000")}},
         {"internal.memory.accept.threshold=53", "60000000 53000000 24000000 45000000", {}},
-        {"internal.memory.accept.threshold=54", "60000000 26976000 24000000 45000000", {halved(26976000)}},
+        {"internal.memory.accept.threshold=54", "60000000 26976000 24000000 45000000", {halved("26976000")}},
         {"turbo.mem.ulimit=0.0 turbo.mem.llimit=.0",
          "60000000 2000000 24000000 45000000",
          {zeroUpper, zeroLower}},
         {"internal.memory.limit=41 turbo.mem.ulimit=0.1 turbo.mem.llimit=0.1",
          "41000000 2000000 40000000 75000000",
-         {badUpper(4100000), badLower(4100000)}},
+         {badUpper, badLower("4100000")}},
         {"internal.memory.limit=41 turbo.mem.ulimit=0.10000003 turbo.mem.llimit=0.10000003",
          "41000000 2000000 4100001 4100001",
          {}},
         {"internal.memory.limit=1 eventagent.pool.size=2147483647 "
          "internal.probe.event.packet.size=2097151",
          "2147483647 0 858993472 1610612736",
-         {ignored(2147483647), halved(0)}},
+         {ignored("2147483647"), halved("0")}},
     };
     for (const auto &c : cases) {
         told();
@@ -448,32 +447,24 @@ TEST_F(MemoryMonitorTest, TurboRefusesThreadsOutsideARequestUntilItIsOver) {
 // Application threads that each call the gate once, in turbo mode.
 class Crowd {
 public:
-    Crowd(int size, int depth) {
-        for (int i = 0; i < size; ++i) {
-            threads.emplace_back([this, i, depth] {
-                threadMgr->getThreadData(fakeEnv(100 + i))->requestDepth = depth;
-                ++arrived;
-                refused += shouldReject(fakeEnv(100 + i)) ? 1 : 0;
-                ++passed;
-            });
-        }
+    Crowd(int size, int depth)
+        : threads([this, size, depth] {
+              onThreads(size, [this, depth](int i) {
+                  threadMgr->getThreadData(fakeEnv(100 + i))->requestDepth = depth;
+                  ++arrived;
+                  refused += shouldReject(fakeEnv(100 + i)) ? 1 : 0;
+                  ++passed;
+              });
+          }) {
         while (arrived < size) {
             std::this_thread::yield();
         }
-    }
-    void join() {
-        for (std::thread &thread : threads) {
-            thread.join();
-        }
-        threads.clear();
     }
 
     std::atomic<int> arrived{0};
     std::atomic<int> refused{0};
     std::atomic<int> passed{0};
-
-private:
-    std::vector<std::thread> threads;
+    std::thread threads; // begun last: they use the others
 };
 
 TEST_F(MemoryMonitorTest, CrowdWaitsAtTheGateAndEveryoneGetsOut) {
@@ -504,7 +495,7 @@ TEST_F(MemoryMonitorTest, CrowdWaitsAtTheGateAndEveryoneGetsOut) {
         } else {
             turboAt(c.end == End::Relief ? TURBO_OFF : TURBO_ON);
         }
-        crowd.join();
+        crowd.threads.join();
         EXPECT_EQ(crowd.passed, CROWD);
         EXPECT_EQ(crowd.refused, c.refused);
         for (int i = 0; i < CROWD; ++i) {
@@ -528,13 +519,12 @@ TEST_F(MemoryMonitorTest, GoesOnlyWhenTheLastThreadHasLeftTheGate) {
             std::chrono::milliseconds(round)); // some still on their way, or all inside
         probeDisabled = true;
         memoryMonitor->leaveTurboMode(nullptr);
-        if (round < 10) {
-            crowd.join();
-        } else {
-            std::this_thread::sleep_for(std::chrono::milliseconds(10)); // as the stop's time of grace
+        while (round < 10 && crowd.passed < 8) {
+            std::this_thread::yield();
         }
+        std::this_thread::sleep_for(std::chrono::milliseconds(10)); // as the stop's time of grace
         MemoryMonitor::destroy();
-        crowd.join();
+        crowd.threads.join();
         EXPECT_EQ(crowd.passed, 8);
     }
 }
@@ -545,9 +535,8 @@ TEST_F(MemoryMonitorTest, ControlsAndGateRunBesideEachOther) {
     std::atomic<bool> done{false};
     std::atomic<long> accepted{0};
     std::atomic<long> rejected{0};
-    std::vector<std::thread> threads;
-    for (int i = 0; i < THREADS; ++i) {
-        threads.emplace_back([&, i] {
+    std::thread threads([&] {
+        onThreads(THREADS, [&](int i) {
             JNIEnv *env = fakeEnv(200 + i);
             ThreadData *td = threadMgr->getThreadData(env);
             for (long call = 0; !done; ++call) {
@@ -557,7 +546,7 @@ TEST_F(MemoryMonitorTest, ControlsAndGateRunBesideEachOther) {
                 sqlSamples.add(30);
             }
         });
-    }
+    });
     for (int i = 0; i < 300; ++i) {
         for (const uint32_t total : {TURBO_ON, LIMIT, RESUME, TURBO_OFF}) {
             turboAt(total);
@@ -570,9 +559,7 @@ TEST_F(MemoryMonitorTest, ControlsAndGateRunBesideEachOther) {
     }
     memoryMonitor->leaveTurboMode(nullptr);
     done = true;
-    for (std::thread &thread : threads) {
-        thread.join();
-    }
+    threads.join();
 }
 
 } // namespace

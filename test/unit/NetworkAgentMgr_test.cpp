@@ -34,36 +34,16 @@ protected:
 
 } // namespace
 
-TEST_F(NetworkPoolTest, EachClientKeepsAnAgent) {
-    create("3");
-    std::array<NetworkClient, 3> clients;
-    std::set<NetworkAgent *> given;
-    for (NetworkClient &client : clients) {
-        NetworkAgent *agent = mgr->getNetworkAgent(&client);
-        given.insert(agent);
-        client.networkAgent = nullptr;
-        EXPECT_EQ(agent, mgr->getNetworkAgent(&client)) << "the table knows it too";
-    }
-    EXPECT_EQ(3u, given.size());
-}
-
-TEST_F(NetworkPoolTest, OddPoolSizesRefuseAndDoNoHarm) {
-    properties.set("log.statistics.frequency", "0");
-    const std::pair<const char *, int> sizes[] = {{"0", 0}, {"-3", 0}, {"1", 1}, {"2000000000", 256}};
+TEST_F(NetworkPoolTest, OddPoolSizesAndIdsDoNoHarm) {
+    const std::pair<const char *, int> sizes[] = {{"0", 0}, {"-3", 0}, {"2000000000", 256}};
     for (const auto &[configured, agents] : sizes) {
-        log.clear();
         create(configured);
         NetworkClient client;
-        EXPECT_EQ(agents, mgr->poolSize());
+        EXPECT_EQ(agents, NetworkAgentMgr::agentCount());
         EXPECT_EQ(agents > 0, mgr->getNetworkAgent(&client) != nullptr);
-        EXPECT_FALSE(mgr->send(&client, "abc", 3));
-        EXPECT_FALSE(mgr->isConnected(&client));
-        mgr->logStatistics();
-        EXPECT_EQ(agents, log.count("NA ID: %d Number of Buffers: %d Total Buffer Size: %ld"));
-        naTracer = nullptr; // a bad id is told whatever the trace level
+        EXPECT_FALSE(mgr->send(&client, "abc", 3) || mgr->isConnected(&client));
         for (const bool managed : {true, false}) {
             EXPECT_EQ(managed, networkAgentMgr != nullptr);
-            EXPECT_EQ(agents, NetworkAgentMgr::agentCount());
             for (const int id : {-1, agents, agents + 7}) {
                 NetworkAgentMgr::startNetworkAgent(nullptr, id);
                 NetworkAgentMgr::stopNetworkAgent(nullptr, id);
@@ -71,8 +51,8 @@ TEST_F(NetworkPoolTest, OddPoolSizesRefuseAndDoNoHarm) {
             stop();
             NetworkAgentMgr::destroy();
         }
-        EXPECT_EQ(12, log.count("Trying to start Network agent with improper ID: %d [0-%d]"));
     }
+    EXPECT_EQ(3 * 12, log.count("Trying to start Network agent with improper ID: %d [0-%d]"));
 }
 
 TEST_F(NetworkPoolTest, AddressIsAskedForAgainOnlyWhenNobodyIsConnected) {
@@ -112,29 +92,26 @@ TEST_F(NetworkPoolTest, ListenerIsCalledWhenTheLastConnectionIsLost) {
     create("2");
     const std::vector<NetworkAgent *> pair = allAgents();
     for (int round = 1; round <= 2; ++round) {
-        pair[0]->socketDown_ = true;
-        mgr->notifyConnectionListeners(pair[0]);
-        EXPECT_EQ(round - 1, listener.calls);
-        pair[1]->socketDown_ = true;
-        mgr->notifyConnectionListeners(pair[1]);
+        for (const int member : {0, 1}) {
+            EXPECT_EQ(round - 1, listener.calls);
+            pair[static_cast<size_t>(member)]->socketDown_ = true;
+            mgr->notifyConnectionListeners(pair[static_cast<size_t>(member)]);
+        }
         EXPECT_EQ(round, listener.calls);
         EXPECT_FALSE(pair[0]->socketDown_ || pair[1]->socketDown_);
+        mgr->registerConnectionInitListener(nullptr); // changes nothing
     }
-    mgr->registerConnectionInitListener(nullptr); // changes nothing
-    pair[0]->socketDown_ = pair[1]->socketDown_ = true;
-    mgr->notifyConnectionListeners(pair[0]);
-    EXPECT_EQ(3, listener.calls);
     stop();
     NetworkAgentMgr::destroy();
 
     create("1");
-    for (int losses = 4; losses <= 5; ++losses) {
+    for (int losses = 3; losses <= 4; ++losses) {
         mgr->notifyConnectionListeners(allAgents()[0]);
         EXPECT_EQ(losses, listener.calls);
     }
     mgr->unregisterConnectionInitListener(nullptr);
     mgr->notifyConnectionListeners(allAgents()[0]);
-    EXPECT_EQ(5, listener.calls);
+    EXPECT_EQ(4, listener.calls);
 }
 
 TEST_F(NetworkPoolTest, ActsAsOnePoolTowardsTheGovernor) {
@@ -163,7 +140,7 @@ TEST_F(NetworkPoolTest, ALargePoolStopsAsOne) {
     properties.set("networkagent.pool.size", "8");
     start();
     ASSERT_TRUE(eventually([this] { return log.messages(1062) == 8; }));
-    EXPECT_GT(4000, stop());
+    EXPECT_TRUE(stop());
 }
 
 TEST_F(NetworkPoolTest, EachClientsPacketsStayInOrderOnOneConnection) {
@@ -174,6 +151,11 @@ TEST_F(NetworkPoolTest, EachClientsPacketsStayInOrderOnOneConnection) {
     answerWith(server.port());
     ASSERT_TRUE(eventually([&] { return networkAgentReady.get(); }));
     std::array<NetworkClient, 3> clients;
+    for (NetworkClient &client : clients) {
+        NetworkAgent *agent = mgr->getNetworkAgent(&client);
+        client.networkAgent = nullptr;
+        EXPECT_EQ(agent, mgr->getNetworkAgent(&client)) << "the table knows it too";
+    }
     onThreads(3, [&](int number) {
         for (int i = 0; i < 100; ++i) {
             sendSurely(clients[static_cast<size_t>(number)],
@@ -210,9 +192,8 @@ TEST_F(NetworkPoolTest, StartAndStopUnderLoad) {
     mgr = NetworkAgentMgr::getInstance();
     NetworkAgentMgr *pool = mgr;
     std::atomic<bool> done{false};
-    std::vector<std::thread> callers;
-    for (int caller = 0; caller < 2; ++caller) {
-        callers.emplace_back([&done, pool] {
+    std::thread callers([&done, pool] {
+        onThreads(2, [&](int) {
             while (!done) {
                 NetworkClient client; // ends before the agents that it was given
                 for (int i = 0; i < 20; ++i) {
@@ -225,7 +206,7 @@ TEST_F(NetworkPoolTest, StartAndStopUnderLoad) {
                 std::this_thread::yield();
             }
         });
-    }
+    });
     for (int cycle = 0; cycle < 1000; ++cycle) { // with no threads to wait for, agents come and go fast
         pool->start();
         std::this_thread::yield();
@@ -249,9 +230,7 @@ TEST_F(NetworkPoolTest, StartAndStopUnderLoad) {
     }
     done = true;
     latecomer.join();
-    for (std::thread &caller : callers) {
-        caller.join();
-    }
+    callers.join();
 }
 
 // A thread that is stuck within an agent holds up a stop for some seconds; whatever it touches on its way out
@@ -280,10 +259,8 @@ TEST_F(NetworkPoolTest, AStopLeavesAStuckThreadBehind) {
         return blocking.stuck.load();
     }));
     endAnswering();
-    const auto begin = Clock::now();
     NetworkAgentMgr::destroy();
-    EXPECT_LE(4000, millisSince(begin));
-    EXPECT_GT(9000, millisSince(begin));
+    EXPECT_EQ(1, log.count("NetworkAgent ID: %d has not ended and is left to itself"));
     ASSERT_EQ(mgr, networkAgentMgr) << "it is asked by who comes back";
     mgr->start();
     runAgent(0);
@@ -291,7 +268,8 @@ TEST_F(NetworkPoolTest, AStopLeavesAStuckThreadBehind) {
     blocking.free = true;
     agentThreads[0].join();
     agentThreads.erase(agentThreads.begin());
-    EXPECT_GT(3000, stop());
+    stop();
+    EXPECT_EQ(1, log.count("NetworkAgent ID: %d has not ended and is left to itself")) << "no other";
     NetworkAgentMgr::destroy();
     EXPECT_EQ(nullptr, networkAgentMgr);
 }
@@ -300,36 +278,28 @@ TEST_F(NetworkPoolTest, AStopLeavesAStuckThreadBehind) {
 TEST_F(NetworkPoolTest, ManagerGoesUnderTheFeetOfItsCallers) {
     properties.set("networkagent.pool.size", "2");
     std::atomic<bool> done{false};
-    std::vector<std::thread> callers;
-    for (int caller = 0; caller < 2; ++caller) {
-        callers.emplace_back([&done, caller] {
+    std::atomic<bool> late{false};
+    std::thread callers([&] {
+        onThreads(3, [&](int caller) {
             while (!done) {
                 EXPECT_EQ(2, NetworkAgentMgr::agentCount());
-                NetworkAgentMgr::stopNetworkAgent(nullptr, caller);
+                if (caller < 2) {
+                    NetworkAgentMgr::stopNetworkAgent(nullptr, caller);
+                } else if (late) {
+                    NetworkAgentMgr::startNetworkAgent(nullptr, 1);
+                }
                 std::this_thread::yield();
             }
         });
-    }
-    const auto cycle = [] {
+    });
+    for (int cycle = 0; cycle < 202; ++cycle) {
+        late = cycle >= 200;
         NetworkAgentMgr::getInstance()->start();
         std::this_thread::yield();
         NetworkAgentMgr::destroy();
-    };
-    for (int i = 0; i < 200; ++i) {
-        cycle();
     }
-    std::thread latecomer([&done] {
-        while (!done) {
-            NetworkAgentMgr::startNetworkAgent(nullptr, 1);
-        }
-    });
-    cycle();
-    cycle();
     done = true;
-    latecomer.join();
-    for (std::thread &caller : callers) {
-        caller.join();
-    }
+    callers.join();
 }
 
 TEST(PeriodicTimer, FiresAtFirstAndThenOnceAnInterval) {

@@ -18,34 +18,24 @@ protected:
     }
 };
 
-TEST_F(Gate, OpensWithTheSecondAgentAndIsNeverClosedByThem) {
-    for (const bool eventFirst : {true, false}) {
-        reset();
-        const auto first = eventFirst ? notifyEventAgentStatus : notifyNetworkAgentStatus;
-        const auto second = eventFirst ? notifyNetworkAgentStatus : notifyEventAgentStatus;
-        second(false);
-        first(true);
-        EXPECT_TRUE(probeDisabled);
-        second(true);
-        EXPECT_FALSE(probeDisabled);
-        first(false);
-        second(false);
-        EXPECT_FALSE(probeDisabled);
+// Only the second agent's report of a change opens it, and no agent closes it.
+TEST_F(Gate, OpensWithTheSecondAgentOnly) {
+    enum Who { EVENT, NETWORK, STOP };
+    const struct {
+        Who who;
+        bool ready, disabled;
+    } steps[] = {{NETWORK, false, true}, {EVENT, true, true},     {NETWORK, true, false},
+                 {EVENT, false, false},  {STOP, true, true},      {NETWORK, true, true},
+                 {EVENT, true, false},   {NETWORK, false, false}, {STOP, true, true},
+                 {EVENT, true, true},    {NETWORK, true, false}};
+    for (const auto &step : steps) {
+        if (step.who == STOP) {
+            probeDisabled = true;
+        } else {
+            step.who == EVENT ? notifyEventAgentStatus(step.ready) : notifyNetworkAgentStatus(step.ready);
+        }
+        EXPECT_EQ(step.disabled, probeDisabled) << &step - steps;
     }
-}
-
-// The probe's stop closes the gate; only an agent that reports a change opens it again.
-TEST_F(Gate, OpensAgainOnAChangeOnly) {
-    notifyEventAgentStatus(true);
-    notifyNetworkAgentStatus(true);
-    probeDisabled = true;
-    notifyEventAgentStatus(true);
-    notifyNetworkAgentStatus(true);
-    EXPECT_TRUE(probeDisabled);
-    notifyNetworkAgentStatus(false);
-    EXPECT_TRUE(probeDisabled);
-    notifyNetworkAgentStatus(true);
-    EXPECT_FALSE(probeDisabled);
 }
 
 // Agents may come in while the probe is being stopped.

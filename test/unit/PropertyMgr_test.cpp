@@ -1,10 +1,10 @@
 #include "PropertyMgr.h"
 
 #include "FakeVm.h"
-#include "GivenArguments.h"
 
 #include <gtest/gtest.h>
 
+#include <optional>
 #include <string>
 
 namespace {
@@ -117,99 +117,60 @@ TEST_F(PropertyMgrTest, WhatAThreadIsReadingOutlivesDestroy) {
     PropertyMgr::destroy();
 }
 
-TEST_F(PropertyMgrTest, ReadsWholeNumbers) {
+// What a text is as a whole number, as a fraction between zero and one, and as a truth; {} is the default.
+TEST_F(PropertyMgrTest, ReadsValuesOfEachKind) {
     const struct {
-        const char *line;
-        int32_t expected;
+        std::string text;
+        int32_t number;
+        std::optional<float> fraction = {};
+        std::optional<bool> truth = {};
     } cases[] = {
-        {"n=42", 42},  {"n=-1", -1},
-        {"n=+5", 5},   {"n=12abc", 12},
-        {"n=abc", 0},  {"n=", 0},
-        {"n= =x", 0},  {"n=2147483647", INT32_MAX},
-        {"n=0x10", 0}, {"n=99999999999", INT32_MAX},
-        {"n=010", 10}, {"n=-99999999999999999999999", INT32_MIN},
+        {"42", 42},
+        {"-1", -1},
+        {"+5", 5},
+        {"12abc", 12},
+        {"010", 10},
+        {"0x10", 0},
+        {"2147483647", INT32_MAX},
+        {"99999999999", INT32_MAX},
+        {"-99999999999999999999999", INT32_MIN},
+        {"", 0},
+        {" =x", 0},
+        {"0.9", 0, 0.9F},
+        {".5", 0, 0.5F},
+        {"1.0", 1, 1.0F},
+        {"0.", 0, 0.0F},
+        {"1", 1},
+        {"1.5", 1},
+        {"1.00001", 1},
+        {".5x", 0},
+        {"-0.5", 0},
+        {"0.5.5", 0},
+        {"0,5", 0},
+        {"1e-1", 1},
+        {"0." + std::string(5000, '9'), 0}, // longer than any number that a double holds
+        {"true", 0, {}, true},
+        {"TRUE", 0, {}, true},
+        {"False", 0, {}, false},
+        {"yes", 0},
+        {"true x", 0},
     };
     for (const auto &c : cases) {
-        SCOPED_TRACE(c.line);
-        parse(c.line, true);
-        EXPECT_EQ(manager->getIntProperty("n", 17), c.expected);
-        EXPECT_EQ(manager->getLongProperty("n", 17), c.expected);
+        SCOPED_TRACE(c.text.substr(0, 20));
+        parse("v=" + c.text, true);
+        EXPECT_EQ(manager->getIntProperty("v", 17), c.number);
+        EXPECT_EQ(manager->getLongProperty("v", 17), c.number);
+        EXPECT_FLOAT_EQ(manager->getFloatProperty("v", 0.4F), c.fraction.value_or(0.4F));
+        for (const bool def : {false, true}) {
+            EXPECT_EQ(manager->getBoolProperty("v", def), c.truth.value_or(def));
+        }
     }
     EXPECT_EQ(manager->getIntProperty("absent", 17), 17);
     EXPECT_EQ(manager->getLongProperty("absent", 17), 17);
-}
-
-TEST_F(PropertyMgrTest, ReadsFractionsBetweenZeroAndOne) {
-    const float def = 0.4F;
-    const struct {
-        const char *line;
-        float expected;
-    } cases[] = {
-        {"f=0.9", 0.9F}, {"f=.5", 0.5F},     {"f=1.0", 1.0F}, {"f=0.", 0.0F},  {"f=0.75", 0.75F},
-        {"f=1.5", def},  {"f=.5x", def},     {"f=1", def},    {"f=-0.5", def}, {"f=0.5.5", def},
-        {"f=", def},     {"f=1.00001", def}, {"f= =x", def},  {"f=0,5", def},  {"f=1e-1", def},
-    };
-    for (const auto &c : cases) {
-        SCOPED_TRACE(c.line);
-        parse(c.line, true);
-        EXPECT_FLOAT_EQ(manager->getFloatProperty("f", def), c.expected);
-    }
-    // Longer than any number that a double holds.
-    manager->putInternalProp("f", ("0." + std::string(5000, '9')).c_str());
-    EXPECT_FLOAT_EQ(manager->getFloatProperty("f", def), def);
-    EXPECT_FLOAT_EQ(manager->getFloatProperty("absent", def), def);
-    EXPECT_FLOAT_EQ(getFloat("2.5", def), 2.5F);
-    EXPECT_FLOAT_EQ(getFloat(nullptr, def), def);
-}
-
-TEST_F(PropertyMgrTest, ReadsBooleans) {
-    for (const bool def : {false, true}) {
-        const struct {
-            const char *line;
-            bool expected;
-        } cases[] = {
-            {"b=true", true}, {"b=TRUE", true}, {"b=False", false}, {"b=yes", def},
-            {"b=1", def},     {"b=", def},      {"b=true x", def},  {"absent=true", def},
-        };
-        for (const auto &c : cases) {
-            SCOPED_TRACE(c.line);
-            manager->putInternalProp("b", "neither");
-            parse(c.line, true);
-            EXPECT_EQ(manager->getBoolProperty("b", def), c.expected);
-        }
-    }
-}
-
-// ---------------------------------------------------------------- the command line
-
-class CommandLineTest : public testing::Test {
-protected:
-    CommandLineTest() { clearBuffers(); }
-    ~CommandLineTest() override { clearBuffers(); }
-    static void clearBuffers() {
-        for (char *buffer :
-             {rawHome, rawNorakHome, rawPlatform, rawNodeName, rawAppServer, rawProfileName, rawExtDirs}) {
-            *buffer = '\0';
-        }
-    }
-};
-
-TEST_F(CommandLineTest, TakesTheFirstWordForEachBuffer) {
-    const GivenArguments given(
-        {"java", "-Dam.home=/one", "am.home=/two", "-Dam.nodename=", "am.nodename=node", "xam.appserver=no",
-         "-Dam.appserver=server", "am.profilename=profile", "-Dam.ext.dirs=/x:/y", "norak61.home=/norak",
-         "-Dappserver.platform=" + std::string(500, 'p'), "-D-Dam.home=/three"});
-    initCommandLineArgs();
-    EXPECT_STREQ(rawHome, "/one");
-    EXPECT_STREQ(rawNodeName, "node");
-    EXPECT_STREQ(rawAppServer, "server");
-    EXPECT_STREQ(rawProfileName, "profile");
-    EXPECT_STREQ(rawExtDirs, "/x:/y");
-    EXPECT_STREQ(rawNorakHome, "/norak");
-    EXPECT_EQ(std::string(rawPlatform), std::string(99, 'p'));
-    const GivenArguments others({"-Dam.home=/four"});
-    initCommandLineArgs();
-    EXPECT_STREQ(rawHome, "/one") << "what is there stays";
+    EXPECT_FLOAT_EQ(manager->getFloatProperty("absent", 0.4F), 0.4F);
+    EXPECT_TRUE(manager->getBoolProperty("absent", true));
+    EXPECT_FLOAT_EQ(getFloat("2.5", 0.4F), 2.5F);
+    EXPECT_FLOAT_EQ(getFloat(nullptr, 0.4F), 0.4F);
 }
 
 } // namespace

@@ -1,3 +1,4 @@
+#include "Threads.h"
 #include "pump_test_support.h"
 
 #include <gtest/gtest.h>
@@ -79,17 +80,11 @@ TEST_F(ThreadDataTest, ASpecialQueueHasSeveralWriters) {
     constexpr int WRITERS = 4;
     constexpr int EACH = 10 * LIMIT;
     td.isShared = true;
-    std::vector<std::thread> writers;
-    for (int i = 0; i < WRITERS; ++i) {
-        writers.emplace_back([this] {
-            for (int number = 0; number < EACH; ++number) {
-                appendSql();
-            }
-        });
-    }
-    for (std::thread &writer : writers) {
-        writer.join();
-    }
+    onThreads(WRITERS, [this](int) {
+        for (int number = 0; number < EACH; ++number) {
+            appendSql();
+        }
+    });
     EXPECT_EQ(LIMIT + 1, td.queueSize());
     EXPECT_EQ(static_cast<uint64_t>(WRITERS * EACH - LIMIT), td.takeRefused().sum());
     EXPECT_EQ(LIMIT * sizeof(SQLEvent) + sizeof(DroppedEvent), td.bytesQueued());

@@ -8,19 +8,13 @@ using namespace pump_test;
 
 extern "C" {
 JNIEXPORT jint JNICALL Java_com_zykora_probe_ThreadManager_getNativeThreadStatus(JNIEnv *, jclass, jint);
-JNIEXPORT void JNICALL Java_com_zykora_probe_ThreadManager_setThreadStatus(JNIEnv *, jclass, jint, jint);
 }
 
 namespace {
 
 jint statusOf(uint32_t threadId) {
-    return Java_com_zykora_probe_ThreadManager_getNativeThreadStatus(nullptr, nullptr,
-                                                                     static_cast<jint>(threadId));
-}
-
-void setStatus(uint32_t threadId, jint status) {
-    Java_com_zykora_probe_ThreadManager_setThreadStatus(nullptr, nullptr, static_cast<jint>(threadId),
-                                                        status);
+    const auto id = static_cast<jint>(threadId);
+    return Java_com_zykora_probe_ThreadManager_getNativeThreadStatus(nullptr, nullptr, id);
 }
 
 // Lists what it is given, as an event agent does, and destroys what has ended.
@@ -36,20 +30,13 @@ public:
     }
     void destroyEnded() {
         const ZykLockGuard outer(threadMgr.get()->destructionLock());
-        const std::lock_guard<std::mutex> guard(mutex);
-        listed.erase(std::remove_if(listed.begin(), listed.end(),
-                                    [](ThreadData *thr) {
-                                        return !thr->acceptsEvents() &&
-                                               threadMgr.get()->deleteThreadData(thr);
-                                    }),
-                     listed.end());
+        letGoOf(
+            [](ThreadData *thr) { return !thr->acceptsEvents() && threadMgr.get()->deleteThreadData(thr); });
     }
-    // As an agent that ends: the living stay the manager's.
-    void letGoOfTheLiving() {
+    template <typename Predicate>
+    void letGoOf(Predicate predicate) {
         const std::lock_guard<std::mutex> guard(mutex);
-        listed.erase(std::remove_if(listed.begin(), listed.end(),
-                                    [](const ThreadData *thr) { return thr->acceptsEvents(); }),
-                     listed.end());
+        listed.erase(std::remove_if(listed.begin(), listed.end(), predicate), listed.end());
     }
     size_t count() {
         const std::lock_guard<std::mutex> guard(mutex);
@@ -140,12 +127,10 @@ TEST_F(ThreadMgrTest, AnEndedThreadIsForgottenByEveryThread) {
     EXPECT_NE(first, second);
     EXPECT_EQ(1, first->queueSize());
     EXPECT_TRUE(second->acceptsEvents());
-    taker.letGoOfTheLiving();
+    taker.letGoOf([](const ThreadData *thr) { return thr->acceptsEvents(); }); // as an agent that ends
     threads()->stop(); // destroys the second; the first is its agent's
     threads()->start();
-    ThreadData *third = get(7);
-    ASSERT_NE(nullptr, third);
-    EXPECT_EQ(0, third->queueSize());
+    EXPECT_EQ(0, get(7)->queueSize());
     EXPECT_EQ(1, threads()->getThreadCount());
     EXPECT_FALSE(threads()->updateOnThreadEnd(fakeEnv(8)));
     EXPECT_EQ(1, log.count("[%.90s (%.90s@%d)] %.90s \n")) << "no number to erase";
@@ -163,24 +148,6 @@ TEST_F(ThreadMgrTest, TheSpecialQueueIsOnePerEnvironmentAndNotHandedOut) {
     EXPECT_EQ(fakeEnv(3), threads()->getEnv(special->threadId));
     EXPECT_EQ(0u, taker.count());
     EXPECT_EQ(nullptr, threads()->createSpecialEventQueue(nullptr));
-}
-
-TEST_F(ThreadMgrTest, StatusFollowsWhatJavaSaysAndTheThreadsEnd) {
-    ThreadData *td = get(1);
-    const uint32_t id = td->threadId;
-    const struct {
-        jint set;
-        jint shown;
-    } steps[] = {{0x8000, 0x8000}, {1, 0x8000}, {0x2000, 0}, {0x8000, 0x8000}, {5, 5}, {0x2000, 5}};
-    EXPECT_EQ(0, statusOf(id));
-    for (const auto &step : steps) {
-        setStatus(id, step.set);
-        EXPECT_EQ(step.shown, statusOf(id)) << step.set;
-    }
-    EXPECT_TRUE(td->acceptsEvents()) << "only told so, the thread lives";
-    td->resetOnThreadEnd();
-    EXPECT_EQ(0, statusOf(id)) << "the number is gone with the thread";
-    setStatus(id, 5);
 }
 
 // Keys of virtual threads: threads of one bucket, numbers beyond 32 bits, none of them a platform thread's.

@@ -1,134 +1,92 @@
 #include "ZykList.h"
 
 #include "FakeVm.h"
+#include "Threads.h"
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
-#include <memory>
-#include <thread>
+#include <deque>
+#include <functional>
+#include <random>
 #include <vector>
-
-using testing::ElementsAre;
 
 namespace {
 
 using List = ZykList<int *>;
 int items[10000];
 
-std::vector<int> contentOf(const List &list) {
-    std::vector<int> result;
+std::vector<int *> contentOf(const List &list) {
+    std::vector<int *> result;
     List::Iterator iterator(list);
-    while (const int *item = iterator.next()) {
-        result.push_back(static_cast<int>(item - items));
+    while (int *item = iterator.next()) {
+        result.push_back(item);
     }
     return result;
 }
 
-void fill(List &list, std::initializer_list<int> numbers) {
-    for (const int number : numbers) {
-        list.append(&items[number]);
-    }
-}
-
-// The list goes on working at both ends: head, tail and count belong together.
-void expectUsable(List &list, std::vector<int> content) {
-    EXPECT_EQ(static_cast<int32_t>(content.size()), list.size());
-    EXPECT_EQ(content, contentOf(list));
-    list.append(&items[90]);
-    list.prepend(&items[80]);
-    content.push_back(90);
-    content.insert(content.begin(), 80);
-    EXPECT_EQ(content, contentOf(list));
-}
-
-TEST(ZykList, QueuesAtBothEnds) {
-    List list(false);
+// Calls in any order, with values that come more than once, beside the plainest of lists.
+TEST(ZykList, DoesWhatAPlainListDoes) {
+    using Plain = std::deque<int *>;
+    std::mt19937 random(5);
+    List list(true);
+    List other(false);
+    Plain plain, plainOther;
     EXPECT_FALSE(list.append(nullptr));
-    EXPECT_EQ(nullptr, list.removeFirst());
-    list.prepend(&items[1]); // the first node is the tail, too
-    fill(list, {2, 3});
-    EXPECT_EQ(&items[1], list.removeFirst());
-    list.prepend(&items[1]);
-    EXPECT_THAT(contentOf(list), ElementsAre(1, 2, 3));
-    while (list.removeFirst() != nullptr) {
-    }
-    expectUsable(list, {});
-    list.clear();
-    expectUsable(list, {});
-}
-
-TEST(ZykList, RemovesOneValueAnywhere) {
-    struct Case {
-        std::initializer_list<int> own;
-        int removed;
-        std::vector<int> rest;
-    };
-    const Case cases[] = {{{1, 2, 3, 2}, 1, {2, 3, 2}},
-                          {{1, 2, 3, 2}, 2, {1, 3, 2}},
-                          {{1, 2, 3, 2}, 4, {1, 2, 3, 2}},
-                          {{1, 2}, 2, {1}},
-                          {{1}, 1, {}}};
-    for (const Case &c : cases) {
-        List list(false);
-        fill(list, c.own);
-        EXPECT_EQ(c.rest.size() < c.own.size(), list.remove(&items[c.removed])) << c.removed;
-        expectUsable(list, c.rest);
-    }
-}
-
-TEST(ZykList, RemovesAnySetOfValues) {
-    for (int picked = 0; picked < 16; ++picked) {
-        List list(true);
-        fill(list, {0, 1, 2, 3});
-        list.removeIf([picked](const int *item) { return (picked >> (item - items) & 1) != 0; });
-        std::vector<int> rest;
-        for (int number = 0; number < 4; ++number) {
-            if ((picked >> number & 1) == 0) {
-                rest.push_back(number);
+    for (int step = 0; step < 20000; ++step) {
+        int *item = &items[1 + random() % 5];
+        const int number = static_cast<int>(random() % 7) - 1;
+        const auto found = std::find(plain.begin(), plain.end(), item);
+        const auto isPicked = [number](const int *each) { return ((each - items) & number) != 0; };
+        const Plain::difference_type some = std::clamp<int>(number, 0, static_cast<int>(plain.size()));
+        int *room[6];
+        switch (random() % 9) {
+        case 0:
+            EXPECT_TRUE(list.append(item));
+            plain.push_back(item);
+            break;
+        case 1:
+            list.prepend(item);
+            plain.push_front(item);
+            break;
+        case 2:
+            EXPECT_EQ(plain.empty() ? nullptr : plain.front(), list.removeFirst());
+            plain.erase(plain.begin(), plain.begin() + (plain.empty() ? 0 : 1));
+            break;
+        case 3:
+            EXPECT_EQ(found != plain.end(), list.remove(item));
+            plain.erase(found, found != plain.end() ? found + 1 : found);
+            break;
+        case 4:
+            list.removeIf(isPicked);
+            plain.erase(std::remove_if(plain.begin(), plain.end(), isPicked), plain.end());
+            break;
+        case 5:
+            list.prependAll(number < 0 ? nullptr : &other);
+            if (number >= 0) {
+                plain.insert(plain.begin(), plainOther.begin(), plainOther.end());
+                plainOther.clear();
+            }
+            break;
+        case 6:
+            EXPECT_EQ(some, list.cutFirst(number, other));
+            plainOther.insert(plainOther.end(), plain.begin(), plain.begin() + some);
+            plain.erase(plain.begin(), plain.begin() + some);
+            break;
+        case 7:
+            ASSERT_EQ(some, list.copyFirst(room, number));
+            EXPECT_TRUE(std::equal(room, room + some, plain.begin()));
+            break;
+        default:
+            if (random() % 20 == 0) {
+                list.clear();
+                plain.clear();
             }
         }
-        expectUsable(list, rest);
-    }
-}
-
-TEST(ZykList, PrependsAWholeList) {
-    struct Case {
-        std::initializer_list<int> own, other;
-        std::vector<int> result;
-    };
-    const Case cases[] = {{{}, {}, {}}, {{1, 2}, {}, {1, 2}}, {{}, {3, 4}, {3, 4}}, {{1}, {3, 4}, {3, 4, 1}}};
-    for (const Case &c : cases) {
-        List list(false);
-        List other(false);
-        fill(list, c.own);
-        fill(other, c.other);
-        list.prependAll(nullptr);
-        list.prependAll(&other);
-        expectUsable(list, c.result);
-        expectUsable(other, {});
-    }
-}
-
-TEST(ZykList, CutsFromTheFront) {
-    struct Case {
-        int most;
-        std::vector<int> rest, moved;
-    };
-    const Case cases[] = {{0, {1, 2, 3}, {9}},
-                          {-1, {1, 2, 3}, {9}},
-                          {2, {3}, {9, 1, 2}},
-                          {3, {}, {9, 1, 2, 3}},
-                          {8, {}, {9, 1, 2, 3}}};
-    for (const Case &c : cases) {
-        List list(true);
-        List other(false);
-        fill(list, {1, 2, 3});
-        fill(other, {9});
-        EXPECT_EQ(static_cast<int32_t>(c.moved.size()) - 1, list.cutFirst(c.most, other)) << c.most;
-        expectUsable(list, c.rest);
-        expectUsable(other, c.moved);
+        ASSERT_EQ(static_cast<int32_t>(plain.size()), list.size()) << step;
+        ASSERT_EQ(std::vector<int *>(plain.begin(), plain.end()), contentOf(list)) << step;
+        ASSERT_EQ(std::vector<int *>(plainOther.begin(), plainOther.end()), contentOf(other)) << step;
     }
 }
 
@@ -175,15 +133,11 @@ TEST(ZykList, ManyThreads) {
             }
         }
     };
-    std::vector<std::thread> threads;
-    threads.emplace_back(produce, 0);
-    threads.emplace_back(produce, PER_PRODUCER);
-    threads.emplace_back(takeSingly);
-    threads.emplace_back(takeBundles);
-    threads.emplace_back(lookOn);
-    for (std::thread &thread : threads) {
-        thread.join();
-    }
+    onThreads(5, [&](int number) {
+        const std::function<void()> parts[] = {[&] { produce(0); }, [&] { produce(PER_PRODUCER); },
+                                               takeSingly, takeBundles, lookOn};
+        parts[number]();
+    });
     takeSingly();
     EXPECT_EQ(0, list.size());
     for (int i = 0; i < 2 * PER_PRODUCER; ++i) {

@@ -4,14 +4,14 @@
 #include "ProbeState.h"
 #include "RecordedLog.h"
 #include "Threads.h"
+#include "ZykOsLock.h"
+#include "platform.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <functional>
 #include <memory>
-#include <thread>
 
 using testing::ElementsAre;
 
@@ -30,10 +30,9 @@ private:
 };
 
 int64_t millisecondsOf(const std::function<void()> &action) {
-    const auto start = std::chrono::steady_clock::now();
+    const int64_t start = monotonicMicros();
     action();
-    return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start)
-        .count();
+    return (monotonicMicros() - start) / MICROS_PER_MS;
 }
 
 TEST(ZykLock, IsASilentNoOpUntilThereIsAnInterface) {
@@ -56,6 +55,9 @@ TEST(ZykLock, IsASilentNoOpUntilThereIsAnInterface) {
     const int before = vm.monitorsCreated();
     EXPECT_TRUE(eager->lock());
     EXPECT_TRUE(eager->lock()); // re-entrant
+    eager->wait(0);
+    eager->wait(-5); // neither is for ever
+    EXPECT_GE(millisecondsOf([&] { eager->wait(20); }), 20);
     EXPECT_TRUE(eager->unlock());
     EXPECT_TRUE(eager->unlock());
     EXPECT_EQ(before + 1, vm.monitorsCreated());
@@ -132,34 +134,22 @@ TEST(ZykLock, ThreadsRaceForTheFirstUse) {
     ZykLock::destroyGlobalLock();
 }
 
-TEST(ZykLock, WaitingIsBoundedAndCanBeEnded) {
-    const FakeVm vm;
-    ZykLock lock;
-    {
-        const ZykLockGuard guard(lock);
-        EXPECT_LT(millisecondsOf([&] {
-                      lock.wait(0);
-                      lock.wait(-5);
-                  }),
-                  1000);
-        EXPECT_GE(millisecondsOf([&] { lock.wait(20); }), 20);
+TEST(ZykOsLock, ExcludesThreadsThatRaceForTheFirstUse) {
+    for (int round = 0; round < 200; ++round) {
+        ZykOsLock lock(false);
+        int shared = 0;
+        onThreads(4, [&](int) {
+            for (int i = 0; i < 25; ++i) {
+                lock.ensureCreated();
+                lock.lock();
+                EXPECT_TRUE(lock.lock()); // re-entrant, and not open before the second unlock
+                lock.unlock();
+                ++shared;
+                EXPECT_TRUE(lock.unlock());
+            }
+        });
+        ASSERT_EQ(100, shared);
     }
-    EXPECT_GE(millisecondsOf([] { waitOnLocalLock(20); }), 20);
-
-    bool told = false;
-    std::thread teller([&] {
-        const ZykLockGuard guard(lock);
-        told = true;
-        lock.notifyAll();
-    });
-    const int64_t waited = millisecondsOf([&] {
-        const ZykLockGuard guard(lock);
-        while (!told) {
-            lock.wait(60000);
-        }
-    });
-    teller.join();
-    EXPECT_LT(waited, 30000);
 }
 
 } // namespace

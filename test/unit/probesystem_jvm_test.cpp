@@ -7,8 +7,8 @@
 #include "RealJvm.h"
 #include "RecordedLog.h"
 #include "TempDir.h"
+#include "jnihelp.h"
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -28,9 +28,6 @@ protected:
     ProbeSystemTest() : env(RealJvm::env()), oldFacts(serverFacts) {
         env->PushLocalFrame(64);
         ProbeMgr::initialize();
-        for (char *raw : {rawHome, rawNodeName, rawAppServer}) {
-            raw[0] = '\0';
-        }
     }
     ~ProbeSystemTest() override {
         EXPECT_EQ(JNI_FALSE, env->ExceptionCheck());
@@ -56,19 +53,20 @@ protected:
         return env->GetStaticIntField(cls, env->GetStaticFieldID(cls, field, "I"));
     }
     // Without what the JVM prints about exceptions on the way.
-    int settingsOf(jclass cls) {
+    template <typename Action>
+    auto silently(Action action) {
         testing::internal::CaptureStderr();
-        const int result = setSystemProperties(env, cls);
+        const auto result = action();
         testing::internal::GetCapturedStderr();
         EXPECT_EQ(JNI_FALSE, env->ExceptionCheck());
         return result;
     }
+    int settingsOf(jclass cls) {
+        return silently([&] { return setSystemProperties(env, cls); });
+    }
     bool initialize(jclass cls) {
-        testing::internal::CaptureStderr();
-        const jboolean result = Java_com_zykora_probe_ProbeSystem_initializeProbe(env, cls);
-        testing::internal::GetCapturedStderr();
-        EXPECT_EQ(JNI_FALSE, env->ExceptionCheck());
-        return result == JNI_TRUE;
+        return silently(
+            [&] { return Java_com_zykora_probe_ProbeSystem_initializeProbe(env, cls) == JNI_TRUE; });
     }
 
     JNIEnv *env;
@@ -103,74 +101,56 @@ TEST_F(ProbeSystemTest, TheFirstMissingFieldEndsTheRead) {
     EXPECT_EQ(1, settingsOf(find("JvmVersion"))); // neither probeStdout, nor classes, nor a version
 }
 
-TEST_F(ProbeSystemTest, NullTextsCountAsMissing) {
+TEST_F(ProbeSystemTest, NullTextsCountAsMissingAndZeroMeansTheDefault) {
     const jclass whole = find("Whole");
-    const std::pair<const char *, const char *> fields[] = {{"zykoraHome", "home"},
-                                                            {"adminServerName", "node"},
-                                                            {"appServerName", "server"},
-                                                            {"commandAgentID", "agent"},
-                                                            {"jvmVersion", "99"}};
-    for (const auto &[field, text] : fields) {
+    const std::pair<const char *, const char *> texts[] = {{"zykoraHome", "home"},
+                                                           {"adminServerName", "node"},
+                                                           {"appServerName", "server"},
+                                                           {"commandAgentID", "agent"},
+                                                           {"jvmVersion", "99"}};
+    for (const auto &[field, text] : texts) {
         setText(whole, field, nullptr);
         EXPECT_EQ(-1, settingsOf(whole)) << field;
         setText(whole, field, text);
     }
-    setText(whole, "probeStdout", nullptr);
-    EXPECT_EQ(1, settingsOf(whole));
-    setText(whole, "probeStdout", "out");
-}
-
-TEST_F(ProbeSystemTest, ZeroMeansTheDefault) {
-    const jclass whole = find("Whole");
-    struct Field {
+    const struct {
         const char *name;
         int32_t &target;
         int32_t given, zeroBecomes;
-    };
-    const Field fields[] = {{"methodHashSize", systemSettings.methodHashSize, 11, 55511},
-                            {"publishFrequency", systemSettings.publishFrequency, 12, 2000},
-                            {"eventPacketSize", systemSettings.eventPacketSize, 13, 5000},
-                            {"eventQueueSizeLimit", systemSettings.eventQueueSizeLimit, 14, 5000},
-                            {"wakeupQueueLength", systemSettings.wakeupQueueLength, 16, 500},
-                            {"adminServerPort", systemSettings.adminServerPort, 17, 0}};
-    const jfieldID retry = env->GetStaticFieldID(whole, "psRetryFrequency", "J");
-    const RecordedLog log(LGK_DEBUG_MID);
+    } numbers[] = {{"methodHashSize", systemSettings.methodHashSize, 11, 55511},
+                   {"publishFrequency", systemSettings.publishFrequency, 12, 2000},
+                   {"eventPacketSize", systemSettings.eventPacketSize, 13, 5000},
+                   {"eventQueueSizeLimit", systemSettings.eventQueueSizeLimit, 14, 5000},
+                   {"wakeupQueueLength", systemSettings.wakeupQueueLength, 16, 500},
+                   {"adminServerPort", systemSettings.adminServerPort, 17, 0}};
     EXPECT_EQ(1, settingsOf(whole));
     EXPECT_EQ(15000000000, systemSettings.psRetryFrequency);
-    EXPECT_TRUE(log.has("ps_retry_frequency defined: 15000000000"));
-    env->SetStaticLongField(whole, retry, 0);
-    for (const Field &field : fields) {
-        EXPECT_EQ(field.given, field.target) << field.name;
-        setInt(whole, field.name, 0);
-        EXPECT_EQ(1, settingsOf(whole));
-        EXPECT_EQ(field.zeroBecomes, field.target) << field.name;
-        setInt(whole, field.name, -1);
-        EXPECT_EQ(1, settingsOf(whole));
-        EXPECT_EQ(-1, field.target) << field.name;
-        setInt(whole, field.name, field.given);
+    for (const auto &number : numbers) {
+        EXPECT_EQ(number.given, number.target) << number.name;
+        setInt(whole, number.name, 0);
     }
-    EXPECT_EQ(5000, systemSettings.psRetryFrequency);
-    env->SetStaticLongField(whole, retry, 15000000000);
+    EXPECT_EQ(1, settingsOf(whole));
+    for (const auto &number : numbers) {
+        EXPECT_EQ(number.zeroBecomes, number.target) << number.name;
+        setInt(whole, number.name, number.given);
+    }
 }
 
 TEST_F(ProbeSystemTest, ProductVersion) {
     strcpy(serverFacts.appServerVersion, "0.0.0");
-    const std::pair<const char *, const char *> cases[] = {
-        {"JvmVersion", "0.0.0"}, {"NullVersion", "0.0.0"}, {"ThrowingVersion", "0.0.0"}, {"Whole", "7.1.2"}};
-    for (const auto &[cls, version] : cases) {
-        EXPECT_EQ(1, settingsOf(find(cls)));
-        EXPECT_STREQ(version, serverFacts.appServerVersion) << cls;
+    for (const char *without : {"JvmVersion", "NullVersion", "ThrowingVersion"}) {
+        EXPECT_EQ(1, settingsOf(find(without)));
+        EXPECT_STREQ("0.0.0", serverFacts.appServerVersion) << without;
     }
-    EXPECT_TRUE(env->IsSameObject(systemSettings.object, env->FindClass("java/lang/Object")));
-    EXPECT_EQ(nullptr, systemSettings.string);
+    EXPECT_EQ(1, settingsOf(find("Whole")));
+    EXPECT_STREQ("7.1.2", serverFacts.appServerVersion);
     ProbeMgr::destroy(); // the settings can come before the manager
     EXPECT_EQ(1, settingsOf(find("Whole")));
+    EXPECT_TRUE(env->IsSameObject(systemSettings.object, env->FindClass("java/lang/Object")));
+    EXPECT_EQ(nullptr, systemSettings.string);
 }
 
 TEST_F(ProbeSystemTest, AnswersInThreeFields) {
-    const std::string texts[] = {"Exiting with error. ProbeSystem.processId not defined",
-                                 "Exiting with error. ProbeSystem.probeLevel not defined",
-                                 "Exiting with error. ProbeSystem.contextFileName not defined"};
     const TempDir root;
     root.write("etc/am.mod", "2\n");
     contextPersister = new ProbeContextPersister(root.path.c_str(), root.path.c_str());
@@ -180,10 +160,12 @@ TEST_F(ProbeSystemTest, AnswersInThreeFields) {
     EXPECT_TRUE(initialize(find("Whole")));
     EXPECT_TRUE(log.has("Probe context filename not defined")); // nothing was read yet
     ASSERT_TRUE(contextPersister->ctx_direct(ProbeContextPersister::CTX_READ));
-    const char *const incomplete[] = {"JvmVersion", "ProcessId", "Level"};
-    for (size_t i = 0; i < 3; ++i) {
-        EXPECT_FALSE(initialize(find(incomplete[i])));
-        EXPECT_EQ(texts[i], log.texts().back());
+    const std::pair<const char *, const char *> incomplete[] = {
+        {"JvmVersion", "processId"}, {"ProcessId", "probeLevel"}, {"Level", "contextFileName"}};
+    for (const auto &[cls, missing] : incomplete) {
+        EXPECT_FALSE(initialize(find(cls)));
+        EXPECT_EQ(std::string("Exiting with error. ProbeSystem.") + missing + " not defined",
+                  log.texts().back());
     }
     const jclass whole = find("Whole");
     setInt(whole, "probeLevel", 0);
@@ -193,9 +175,9 @@ TEST_F(ProbeSystemTest, AnswersInThreeFields) {
     const jstring path = static_cast<jstring>(
         env->GetStaticObjectField(whole, env->GetStaticFieldID(whole, "contextFileName", TEXT)));
     ASSERT_NE(nullptr, path);
-    const char *text = env->GetStringUTFChars(path, nullptr);
+    char *text = jniStringCopy(env, path);
     EXPECT_STREQ(contextPersister->getLastReadFilePath(), text);
-    env->ReleaseStringUTFChars(path, text);
+    free(text);
     probeLevel = 0;
 }
 

@@ -1,3 +1,4 @@
+#include "../support/Threads.h"
 #include "ps_bytes.h"
 #include "server/Options.h"
 #include "server/Server.h"
@@ -6,7 +7,6 @@
 
 #include <atomic>
 #include <cerrno>
-#include <chrono>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -58,42 +58,31 @@ class Client {
 public:
     Client() : socket_(::socket(AF_INET, SOCK_STREAM, 0)) {}
     explicit Client(std::uint16_t port) : Client() { connect(port); }
-    void connect(std::uint16_t port) {
+    ~Client() { ::close(socket_); }
+
+    bool connect(std::uint16_t port) {
         sockaddr_in address{};
         address.sin_family = AF_INET;
         address.sin_port = htons(port);
         address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        connected_ = ::connect(socket_, reinterpret_cast<sockaddr *>(&address), sizeof address) == 0;
+        return ::connect(socket_, reinterpret_cast<sockaddr *>(&address), sizeof address) == 0;
     }
-    ~Client() { ::close(socket_); }
-
-    bool connected() const { return connected_; }
-    bool send(const std::string &bytes) {
-        return ::send(socket_, bytes.data(), bytes.size(), MSG_NOSIGNAL) ==
+    bool send(const std::string &bytes, int flags = 0) {
+        return ::send(socket_, bytes.data(), bytes.size(), MSG_NOSIGNAL | flags) ==
                static_cast<ssize_t>(bytes.size());
     }
-    // Sends until the other side takes no more, at most `limit` bytes; how many went.
-    std::size_t fill(const std::string &bytes, std::size_t limit) {
-        std::size_t sent = 0;
-        for (int refusals = 0; refusals < 20 && sent < limit;) {
-            const ssize_t count = ::send(socket_, bytes.data(), bytes.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
-            refusals = count > 0 ? 0 : refusals + 1;
-            sent += count > 0 ? static_cast<std::size_t>(count) : 0;
-            if (count <= 0) {
-                std::this_thread::sleep_for(std::chrono::milliseconds(10));
-            }
-        }
-        return sent;
+    // The other side takes more, within a second.
+    bool isTaken() {
+        pollfd ready{socket_, POLLOUT, 0};
+        return ::poll(&ready, 1, 1000) == 1;
     }
     // Ends the stream and waits until the server has taken all of it.
-    bool readToTheEnd() { return ::shutdown(socket_, SHUT_WR) == 0 && closedByServer(60000); }
-    void reset() {
+    bool readToTheEnd() { return ::shutdown(socket_, SHUT_WR) == 0 && closedByServer(); }
+    void resetAtTheEnd() {
         const linger at_once{1, 0};
         ::setsockopt(socket_, SOL_SOCKET, SO_LINGER, &at_once, sizeof at_once);
-        ::close(std::exchange(socket_, -1));
     }
-    // Waits for the other side to close.
-    bool closedByServer(int milliseconds = 5000) {
+    bool closedByServer(int milliseconds = 60000) {
         const timeval patience{milliseconds / 1000, milliseconds % 1000 * 1000};
         ::setsockopt(socket_, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
         char byte;
@@ -102,7 +91,6 @@ public:
 
 private:
     int socket_;
-    bool connected_ = false;
 };
 
 // Standard error as long as this lives.
@@ -119,7 +107,7 @@ public:
         }
     }
     // Waits for `text`; what came up to there is gone.
-    bool saw(const std::string &text, int milliseconds = 10000) {
+    bool saw(const std::string &text, int milliseconds = 60000) {
         pollfd ready{pipe_[0], POLLIN, 0};
         for (;;) {
             const std::size_t at = text_.find(text);
@@ -224,81 +212,89 @@ std::string pairPacket(std::uint32_t thread) {
     return packet({record(4, thread, 1, 1000, httpPayload("/x")), record(5, thread, 1, 2000)});
 }
 
+std::string contentOf(const std::filesystem::path &file) {
+    std::ifstream in(file, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+}
+
 const std::string kAlive = bytes("00 00000001 7F7F 2C 0000 7F7F");
 
 } // namespace
 
-TEST_F(PsServer, oneBadConnectionHarmsNoOther) {
+TEST_F(PsServer, neitherBrokenNorResetConnectionsHarmOthers) {
     constexpr int kClients = 8;
     constexpr int kPackets = 300;
     start();
     const std::uint16_t port = server->port();
-    std::vector<std::thread> threads;
-    for (int i = 0; i < kClients; ++i) {
-        threads.emplace_back([port, i] {
+    std::thread clients([port] {
+        onThreads(kClients, [port](int number) {
             Client client(port);
             ASSERT_TRUE(client.send(kInitBlock));
             for (int n = 0; n < kPackets; ++n) {
-                ASSERT_TRUE(client.send(pairPacket(static_cast<std::uint32_t>(i)) + kAlive));
+                ASSERT_TRUE(client.send(pairPacket(static_cast<std::uint32_t>(number)) + kAlive));
             }
             EXPECT_TRUE(client.readToTheEnd());
         });
+    });
+    const std::string stream = kInitBlock + packet({record(5, 7, 1, 2000)});
+    for (const std::size_t bytes : {std::size_t{0}, std::size_t{10}, kInitBlock.size(), stream.size() - 5}) {
+        Client client(port);
+        client.resetAtTheEnd();
+        client.send(stream.substr(0, bytes));
     }
     Client bad(port);
     bad.send(kInitBlock + pairPacket(99) + packet({bytes("FE FE FE")}));
     EXPECT_TRUE(bad.closedByServer());
-    for (std::thread &thread : threads) {
-        thread.join();
-    }
+    clients.join();
     finish();
-    EXPECT_EQ(totals.connections, kClients + 1u);
+    EXPECT_EQ(totals.connections, kClients + 5u);
     EXPECT_EQ(totals.errors, 1u);
-    EXPECT_EQ(totals.records, kClients * (2u + 3 * kPackets) + 4);
+    EXPECT_EQ(totals.open, 0u);
     EXPECT_EQ(totals.json()["urls"][0]["ended"], kClients * kPackets + 1);
-    int broken = 0;
+    int broken = 0, whole = 0;
     for (const auto &summary : summaries()) {
         if (summary["ended"].get<std::string>().find("unknown record type 254") != std::string::npos) {
             ++broken;
             EXPECT_NE(summary["errorBytes"].get<std::string>().find("<FE>"), std::string::npos);
-        } else {
+        } else if (summary["records"] == 2 + 3 * kPackets) {
+            ++whole;
             EXPECT_EQ(summary["ended"], "closed by the collector");
             EXPECT_EQ(summary["counts"]["PSStatusEvent"], kPackets);
         }
     }
     EXPECT_EQ(broken, 1);
-    EXPECT_EQ(summaries().size(), kClients + 1u);
+    EXPECT_EQ(whole, kClients);
+    EXPECT_EQ(summaries().size(), kClients + 5u);
 }
 
-TEST_F(PsServer, silentAndSlowConnectionsTakeAPlaceAndNoMore) {
-    options.maxConnections = 3;
-    start();
-    Client silent(server->port());
-    Client slow(server->port());
-    Client quick(server->port());
-    for (std::size_t i = 0; i < kInitBlock.size(); ++i) {
-        ASSERT_TRUE(slow.send(kInitBlock.substr(i, 1)));
-        ASSERT_TRUE(quick.send(i == 0 ? kInitBlock : kAlive));
+TEST_F(PsServer, placesAreLimitedAndOneAddressDoesNotTakeAll) {
+    for (std::size_t ps::Options::*limit : {&ps::Options::maxConnections, &ps::Options::maxPerAddress}) {
+        options = ps::Options();
+        options.port = 0;
+        options.*limit = 2;
+        totals = ps::Totals();
+        start();
+        const Client silent(server->port());
+        Client open(server->port());
+        ASSERT_TRUE(open.send(kInitBlock));
+        EXPECT_TRUE(Client(server->port()).closedByServer());
+        ASSERT_TRUE(open.send(kAlive));
+        finish();
+        EXPECT_EQ(totals.refused, 1u);
+        EXPECT_EQ(totals.errors, 0u);
+        EXPECT_EQ(totals.records, 3u);
     }
-    Client tooMany(server->port());
-    EXPECT_TRUE(tooMany.closedByServer());
-    finish();
-    EXPECT_EQ(totals.refused, 1u);
-    EXPECT_EQ(totals.errors, 0u);
-    EXPECT_EQ(totals.records, 2 + 2 + kInitBlock.size() - 1);
-    EXPECT_EQ(summaries().size(), 3u);
 }
 
-TEST_F(PsServer, whoDoesNotOpenItsStreamGoesAndOneAddressDoesNotTakeAllPlaces) {
-    options.maxPerAddress = 2;
-    options.initSeconds = 0.3;
+TEST_F(PsServer, whoDoesNotOpenItsStreamGoes) {
+    options.maxConnections = 2;
+    options.initSeconds = 2;
     start();
     Client open(server->port());
     ASSERT_TRUE(open.send(kInitBlock));
     Client half(server->port());
-    ASSERT_TRUE(half.send(kInitBlock.substr(0, 1)));
-    EXPECT_TRUE(Client(server->port()).closedByServer());
-    std::size_t sent = 1; // a byte now and then gains no time
-    while (!half.closedByServer(50) && sent < kInitBlock.size()) {
+    std::size_t sent = 0; // a byte now and then gains no time
+    while (!half.closedByServer(200) && sent < kInitBlock.size()) {
         half.send(kInitBlock.substr(sent++, 1));
     }
     EXPECT_LT(sent, kInitBlock.size());
@@ -306,29 +302,21 @@ TEST_F(PsServer, whoDoesNotOpenItsStreamGoesAndOneAddressDoesNotTakeAllPlaces) {
     Client next(server->port()); // in the place that became free
     ASSERT_TRUE(next.send(kInitBlock));
     finish();
-    EXPECT_EQ(totals.refused, 1u);
+    EXPECT_EQ(totals.refused, 0u);
     EXPECT_EQ(totals.records, 2u + 3 + 2);
 }
 
-TEST_F(PsServer, outputThatCannotBeWrittenEndsNothingElse) {
+TEST_F(PsServer, whatCannotBeWrittenEndsNothingElse) {
     const int full = ::open("/dev/full", O_WRONLY);
+    options.captureDir = "/dev/full"; // a file
     start(full);
     for (int i = 0; i < 3; ++i) {
-        Client client(server->port());
-        ASSERT_TRUE(client.send(kInitBlock + pairPacket(1)));
+        ASSERT_TRUE(Client(server->port()).send(kInitBlock + pairPacket(1)));
     }
     finish();
     ::close(full);
     EXPECT_EQ(totals.records, 3 * 4u);
-}
-
-TEST_F(PsServer, captureThatCannotBeWrittenIsCounted) {
-    start();
-    options.captureDir = outputPath(); // a file
-    ASSERT_TRUE(Client(server->port()).send(kInitBlock + kAlive));
-    finish();
-    EXPECT_EQ(totals.capturesLost, 1u);
-    EXPECT_EQ(totals.records, 3u);
+    EXPECT_EQ(totals.capturesLost, 3u);
 }
 
 TEST_F(PsServer, withoutDescriptorsCollectorsWait) {
@@ -344,7 +332,7 @@ TEST_F(PsServer, withoutDescriptorsCollectorsWait) {
     rlimit none = before;
     none.rlim_cur = 3;
     ::setrlimit(RLIMIT_NOFILE, &none);
-    client.connect(server->port());
+    const bool connected = client.connect(server->port());
     const bool failed = told.saw("cannot accept connections");
     const double cpu = cpuSeconds();
     const bool again = told.saw("cannot accept", 500);
@@ -353,7 +341,7 @@ TEST_F(PsServer, withoutDescriptorsCollectorsWait) {
     EXPECT_TRUE(failed);
     EXPECT_FALSE(again) << "told once a minute";
     EXPECT_LT(spent, 0.25) << "it waits, it does not spin";
-    EXPECT_TRUE(client.connected() && client.send(kInitBlock + kAlive));
+    EXPECT_TRUE(connected && client.send(kInitBlock + kAlive));
     finish();
     EXPECT_EQ(totals.records, 3u);
 }
@@ -382,27 +370,6 @@ TEST_F(PsServer, memoryThatIsOutEndsAConnectionAtMost) {
     EXPECT_TRUE(steady.send(pairPacket(1)));
     finish();
     EXPECT_EQ(totals.json()["urls"][0]["ended"], 3);
-}
-
-TEST_F(PsServer, resetsEndOnlyThemselves) {
-    start();
-    Client steady(server->port());
-    ASSERT_TRUE(steady.send(kInitBlock));
-    const std::string stream = kInitBlock + pairPacket(7);
-    for (const std::size_t bytes : {std::size_t{0}, std::size_t{10}, kInitBlock.size(), stream.size() - 5}) {
-        Client client(server->port());
-        client.send(stream.substr(0, bytes));
-        client.reset();
-    }
-    ASSERT_TRUE(steady.send(pairPacket(1) + kAlive));
-    finish();
-    EXPECT_EQ(totals.open + totals.errors, 0u);
-    EXPECT_EQ(summaries().size(), totals.connections);
-    for (const auto &summary : summaries()) {
-        if (summary["conn"] == 1) {
-            EXPECT_EQ(summary["records"], 2 + 3);
-        }
-    }
 }
 
 TEST_F(PsServer, whoHoldsTheMemoryOfAllGoes) {
@@ -447,28 +414,19 @@ TEST(PsOrigin, anAddressIsWhatOneHostCannotChange) {
 
 TEST_F(PsServer, lostOutputIsToldAndLeavesNothingBehind) {
     std::filesystem::create_directories(directory_ / "taken");
-    const std::string capture = directory_ / "in.bin", stats = directory_ / "taken";
+    const std::string capture = directory_ / "in.bin", stats = directory_ / "taken", log = directory_ / "log";
     std::ofstream(capture, std::ios::binary) << kInitBlock << pairPacket(1);
-    const std::string decode = std::string(PUBLISH_SERVER) + " --decode " + capture;
-    const struct {
-        std::string command;
-        int status;
-    } cases[] = {
-        {" --json >/dev/null", 0},
-        {" --json >/dev/full", 1},
-        {" --print >/dev/full", 1},
-        {" --table >/dev/full", 1},
-        {" --json >&-", 1},
-        {" --stats-file " + stats, 1},
-        {" --stats-file " + stats + "/missing/x", 1},
-    };
-    for (const auto &test : cases) {
-        const std::string log = directory_ / "log";
-        const int status = std::system((decode + test.command + " 2>" + log).c_str());
-        EXPECT_EQ(WEXITSTATUS(status), test.status) << test.command;
-        std::ifstream in(log);
-        const std::string told{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-        EXPECT_EQ(told.find("cannot write") != std::string::npos, test.status == 1) << told;
+    const std::pair<std::string, int> cases[] = {{"--json >/dev/null", 0},
+                                                 {"--json >/dev/full", 1},
+                                                 {"--print >/dev/full", 1},
+                                                 {"--table >/dev/full", 1},
+                                                 {"--json >&-", 1},
+                                                 {"--stats-file " + stats, 1},
+                                                 {"--stats-file " + stats + "/missing/x", 1}};
+    for (const auto &[command, expected] : cases) {
+        const std::string all = std::string(PUBLISH_SERVER) + " --decode " + capture + " " + command;
+        EXPECT_EQ(WEXITSTATUS(std::system((all + " 2>" + log).c_str())), expected) << command;
+        EXPECT_EQ(contentOf(log).find("cannot write") != std::string::npos, expected == 1) << command;
     }
     EXPECT_FALSE(std::filesystem::exists(stats + ".tmp"));
     EXPECT_TRUE(std::filesystem::is_empty(stats));
@@ -481,20 +439,13 @@ TEST_F(PsServer, whatWasSentBeforeTheEndIsCounted) {
         stream += kAlive;
     }
     start();
-    {
-        Client client(server->port());
-        ASSERT_TRUE(client.send(stream));
-        ASSERT_TRUE(Client(server->port()).send(kInitBlock + kAlive.substr(0, 9)));
-    }
+    ASSERT_TRUE(Client(server->port()).send(stream));
+    ASSERT_TRUE(Client(server->port()).send(kInitBlock + kAlive.substr(0, 9)));
     finish();
     EXPECT_EQ(totals.packets, kPackets + 1u);
     EXPECT_EQ(totals.records, kPackets + 4u);
-    std::set<std::string> ends;
-    for (const auto &summary : summaries()) {
-        ends.insert(summary["ended"]);
-    }
-    EXPECT_EQ(ends, (std::set<std::string>{"closed by the collector",
-                                           "closed by the collector, in the middle of a packet"}));
+    EXPECT_NE(contentOf(outputPath()).find("closed by the collector, in the middle of a packet"),
+              std::string::npos);
 }
 
 TEST_F(PsServer, capturesHoldTheRawBytesAndAreNeverOverwritten) {
@@ -502,13 +453,12 @@ TEST_F(PsServer, capturesHoldTheRawBytesAndAreNeverOverwritten) {
     const std::string sent[] = {kInitBlock + pairPacket(1), kInitBlock + "not a packet"};
     for (const std::string &stream : sent) { // the second server numbers its connections from 1 again
         start();
-        { ASSERT_TRUE(Client(server->port()).send(stream)); }
+        ASSERT_TRUE(Client(server->port()).send(stream));
         finish();
     }
     std::multiset<std::string> captured;
     for (const auto &file : std::filesystem::directory_iterator(options.captureDir)) {
-        std::ifstream in(file.path(), std::ios::binary);
-        captured.emplace(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+        captured.insert(contentOf(file.path()));
     }
     EXPECT_EQ(captured, (std::multiset<std::string>{sent[0], sent[1]}));
 }
@@ -523,11 +473,12 @@ TEST_F(PsServer, aReaderThatDoesNotReadPausesTheCollectorsButNotTheEnd) {
     for (int i = 0; i < 5000; ++i) {
         alive += kAlive;
     }
-    constexpr std::size_t kPlenty = 100u << 20;
-    EXPECT_LT(client.fill(alive, kPlenty), kPlenty) << "the server goes on reading into its own memory";
-    const auto before = std::chrono::steady_clock::now();
+    int taken = 0;
+    while (taken < 2000 && client.isTaken()) { // 120 MB
+        taken += client.send(alive, MSG_DONTWAIT) ? 1 : 0;
+    }
+    EXPECT_LT(taken, 2000) << "the server goes on reading into its own memory";
     finish();
-    EXPECT_LT(std::chrono::steady_clock::now() - before, std::chrono::seconds(20));
     ::close(ends[0]);
     ::close(ends[1]);
 }
@@ -536,23 +487,22 @@ TEST(PsOptions, commandLines) {
     const struct {
         std::vector<const char *> arguments;
         int status; // of a program that ends at once; -1: it runs
-        const char *host;
-        int port;
-        double tableSeconds; // 0: no table
+        const char *host = "";
+        int port = 0;
+        double tableSeconds = 0; // 0: no table
     } cases[] = {
-        {{}, -1, "127.0.0.1", 16016, 0},
-        {{"--listen", "0.0.0.0:0"}, -1, "0.0.0.0", 0, 0},
-        {{"--listen", "[::1]:5"}, -1, "::1", 5, 0},
+        {{}, -1, "127.0.0.1", 16016},
+        {{"--listen", "[::1]:5"}, -1, "::1", 5},
         {{"--listen", ":5000", "--table", "--seconds", "3"}, -1, "127.0.0.1", 5000, 1},
         {{"--listen", "5000", "--table", "2.5"}, -1, "127.0.0.1", 5000, 2.5},
-        {{"--listen", "::1"}, 2, "", 0, 0},
-        {{"--listen", "host:"}, 2, "", 0, 0},
-        {{"--listen", "host:65536"}, 2, "", 0, 0},
-        {{"--listen", "host:-1"}, 2, "", 0, 0},
-        {{"--print", "--json"}, 2, "", 0, 0},
-        {{"--table", "0"}, 2, "", 0, 0},
-        {{"stray"}, 2, "", 0, 0},
-        {{"--help"}, 0, "", 0, 0},
+        {{"--listen", "::1"}, 2},
+        {{"--listen", "host:"}, 2},
+        {{"--listen", "host:65536"}, 2},
+        {{"--listen", "host:-1"}, 2},
+        {{"--print", "--json"}, 2},
+        {{"--table", "0"}, 2},
+        {{"stray"}, 2},
+        {{"--help"}, 0},
     };
     for (const auto &test : cases) {
         std::vector<const char *> argv{"publish-server"};

@@ -12,7 +12,6 @@
 #include "net_test_support.h"
 
 #include <condition_variable>
-#include <cstring>
 #include <optional>
 
 namespace pump_test {

@@ -32,26 +32,24 @@ leave_out() {
     boot_path=$PWD/half
 }
 
-# with_half [JVM option...]: starts the small server on the changed Java half.
+# with_half VERB [JVM option...]: starts the small server on the changed Java half.
 with_half() {
     start_receiver
     options_for station --publish-server "$address"
-    start_station "${options[@]/#-Xbootclasspath*/-Xbootclasspath/a:$boot_path}" "$@"
+    options=("${options[@]/#-Xbootclasspath*/-Xbootclasspath/a:$boot_path}")
+    "$@"
+    stop_receiver
 }
 
-served_without_collector() {
-    never_collects
-    serves
-    stop_receiver
+serves_without_collector() {
+    serves_idle "${options[@]}"
     ! received HttpEvent.begin || fail "events of a collector that could not start"
 }
 
-served_and_collected() {
-    await_collector
-    wait_until 30 "the connection" received InitRecord
+connects_and_serves() {
+    collecting_station "$@"
+    wait_until "the connection" received InitRecord
     serves
-    stop_receiver
-    received HttpEvent.end || fail "nothing was collected"
 }
 
 bootstrap_natives='public static native void defineNativeMethodsForClassNative(Class<?> type, String name);
@@ -65,6 +63,13 @@ bootstrap_natives='public static native void defineNativeMethodsForClassNative(C
     public static byte[] instrumentClassFromJVMPI(byte[] bytes, String name) { return null; }
     public static void disable() { }'
 
+# broken_half VERB CLASS BODY [LINE...]: with that class instead, and what is printed then.
+broken_half() {
+    replace "$2" "$3"
+    with_half "$1"
+    expect_console server.out "${@:4}"
+}
+
 stays_off='## zykora: Datacollector is disabled. Check value of the NORAK_DC_ENABLED property'
 bootstrap_not_found='ERROR 1083 Can not find com.zykora.bcm.bootstrap.BcmBootstrap.class'
 not_loaded=('## PropertyMgr::initialize() could not load Environment Variables'
@@ -72,86 +77,71 @@ not_loaded=('## PropertyMgr::initialize() could not load Environment Variables'
     '## PropertyMgr::initialize() NORAK will be disabled')
 
 case_bootstrap_throws() {
-    replace BcmBootstrap "$bootstrap_natives
-        public static void staticInit() { throw new IllegalStateException(\"on purpose\"); }"
-    with_half
-    served_without_collector
-    expect_output "${started[@]}" "$stays_off"
+    broken_half serves_without_collector BcmBootstrap "$bootstrap_natives
+        public static void staticInit() { throw new IllegalStateException(\"on purpose\"); }" \
+        "${started[@]}" "$stays_off"
+    expect_console server.err
 }
 
 case_bootstrap_cannot_be_initialised() {
-    replace BcmBootstrap "$bootstrap_natives
+    broken_half serves_without_collector BcmBootstrap "$bootstrap_natives
         static { if (true) throw new IllegalStateException(\"on purpose\"); }
-        public static void staticInit() { }"
-    with_half
-    served_without_collector
-    expect_console server.out "${started[@]}"
+        public static void staticInit() { }" \
+        "${started[@]}"
     expect_line "$logs/dc-msg.log" "$bootstrap_not_found"
 }
 
 case_bootstrap_without_natives() {
-    replace BcmBootstrap 'public static void staticInit() { }'
-    with_half
-    served_without_collector
-    expect_console server.out "${started[@]}" 'zykora: ExceptionOccurred' 'zykora: RegisterNatives rc=-1'
+    broken_half serves_without_collector BcmBootstrap 'public static void staticInit() { }' \
+        "${started[@]}" 'zykora: ExceptionOccurred' 'zykora: RegisterNatives rc=-1'
 }
 
 case_bootstrap_missing() {
     leave_out BcmBootstrap
-    with_half
-    served_without_collector
+    with_half serves_without_collector
     expect_console server.out "${started[@]}"
     expect_line "$logs/dc-msg.log" "$bootstrap_not_found"
 }
 
 case_property_manager_throws() {
-    replace PropertyManager '
+    broken_half serves_without_collector PropertyManager '
         public static String[] getEnvVariables(String file) { throw new AssertionError("on purpose"); }
         public static String[] defineSysProps(String directory) { return null; }
-        public static String[] defineProps(String directory, String mask, String name) { return null; }'
-    with_half
-    served_without_collector
-    expect_console server.out "$reading_environment" \
+        public static String[] defineProps(String directory, String mask, String name) { return null; }' \
+        "$reading_environment" \
         '## PropertyMgr::initialize() Error calling static method - getEnvVariables' '## loadEnvProperties failed.' \
         "${not_loaded[@]}"
 }
 
 case_property_manager_of_another_version() {
-    replace PropertyManager 'public static String[] defineSysProps(String directory) { return null; }'
-    with_half
-    served_without_collector
-    expect_console server.out '## PropertyMgr::initialize() Error getting static method id - getEnvVariables' \
+    broken_half serves_without_collector PropertyManager 'public static String[] defineSysProps(String directory) { return null; }' \
+        '## PropertyMgr::initialize() Error getting static method id - getEnvVariables' \
         '## loadEnvProperties failed.' "${not_loaded[@]}"
 }
 
 # Settings that cannot be had are defaults; here the reader on the Java side finds none either.
 case_settings_throw() {
-    replace PropertyManager '
+    broken_half serves_busy PropertyManager '
         public static String[] getEnvVariables(String file) { return new String[] {null, "", "=", "A"}; }
         public static String[] defineSysProps(String directory) { throw new IllegalStateException("on purpose"); }
         public static String[] defineProps(String d, String m, String n) { throw new StackOverflowError(); }
-        public static java.util.Map<String, String> collectorProperties() { return new java.util.HashMap<>(); }'
-    with_half
-    await_collector
-    serves
-    expect_console server.out "${started[@]}"
+        public static java.util.Map<String, String> collectorProperties() { return new java.util.HashMap<>(); }' \
+        "${started[@]}"
 }
 
 case_runtime_builder_throws() {
-    replace RuntimeBuilder '
+    broken_half serves_without_collector RuntimeBuilder '
         public static boolean buildRuntime(String directory) { throw new OutOfMemoryError("on purpose"); }
-        public static String getRuntimeDirName() { throw new IllegalStateException("on purpose"); }'
-    with_half
-    served_without_collector
-    expect_console server.out "${started[@]}"
+        public static String getRuntimeDirName() { throw new IllegalStateException("on purpose"); }' \
+        "${started[@]}"
 }
 
 case_runtime_builder_renames() {
     replace RuntimeBuilder 'private static final String NAME = System.getProperty("user.dir") + "/renamed";
         public static boolean buildRuntime(String directory) { return new java.io.File(NAME).mkdirs(); }
         public static String getRuntimeDirName() { return NAME; }'
-    with_half -Dnetworkagent.ps.reconnect.frequency=1000
-    served_and_collected
+    with_half connects_and_serves -Dnetworkagent.ps.reconnect.frequency=1000
+    received HttpEvent.end || fail "nothing was collected"
     expect_output \
         '## PropertyMgr::initialize() A RuntimeBuilder helper class has changed the runtime directory name' \
         "## PropertyMgr::initialize() originally specified parameter=$runtime, new value used=$PWD/renamed" \
@@ -160,19 +150,15 @@ case_runtime_builder_renames() {
 }
 
 case_lookup_throws() {
-    replace pe_lookup 'public static String hostName_ = null;
+    broken_half serves_busy pe_lookup 'public static String hostName_ = null;
         public static int port_ = -5;
         public static int sendBuffSize_;
         private static int calls;
         public static int initialize() {
             if (calls++ % 2 == 0) throw new IllegalStateException("on purpose");
             return 1;
-        }'
-    with_half
-    await_collector
-    serves
-    stop_receiver
-    expect_console server.out "${started[@]}"
+        }' \
+        "${started[@]}"
 }
 
 # A thread that is stuck in the Java half keeps no process that has ended.
@@ -181,24 +167,17 @@ case_lookup_hangs() {
             try { new java.io.FileOutputStream("asked").close(); } catch (java.io.IOException e) { }
             while (true) java.util.concurrent.locks.LockSupport.park();
         }'
-    with_half
-    await_collector
-    wait_until 30 "the question" test -e asked
-    stop_receiver
-    local from=$SECONDS
-    end_by '/exit?3' 3
-    [ $((SECONDS - from)) -le 30 ] || fail "ended after $((SECONDS - from)) s"
-    echo "ended after $((SECONDS - from)) s"
+    with_half collecting_station
+    wait_until "the question" test -e asked
+    end_soon
     expect_output "${started[@]}"
 }
 
 case_life_cycle_breaks() {
-    replace ProbeSystem 'static void describeServer(java.util.Map<String, String> files) {
+    broken_half serves_without_collector ProbeSystem 'static void describeServer(java.util.Map<String, String> files) {
             throw new IllegalStateException("on purpose");
-        }'
-    with_half
-    served_without_collector
-    expect_console server.out "${started[@]}"
+        }' \
+        "${started[@]}"
     expect_console server.err \
         '## The data collector could not be started: java.lang.IllegalStateException: on purpose'
 }
@@ -206,9 +185,6 @@ case_life_cycle_breaks() {
 # Helpers that are only asked: the collector does without them.
 case_helpers_missing() {
     leave_out CcTools EntryExitConsumerImpl pe_lookup
-    with_half
-    await_collector
-    serves
-    stop_receiver
+    with_half serves_busy
     expect_console server.out "${started[@]}"
 }

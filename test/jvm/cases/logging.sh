@@ -3,10 +3,8 @@
 
 # A short life of a monitored station, started under the locale $1.
 life_in() {
-    options_for station --publish-server 127.0.0.1:1
     export LANG=$1 LC_ALL=$1
-    start_station "${options[@]}"
-    await_collector
+    lonely_station
     serves
 }
 
@@ -31,20 +29,17 @@ case_messages_in_german() {
 
 # Levels change while the server runs; the monitoring level outlives it.
 case_levels_at_run_time() {
-    options_for station --publish-server 127.0.0.1:1
-    start_station "${options[@]}"
-    await_collector
+    lonely_station
     ! grep -q ' entry' "$logs/dc-trace.log" || fail "traces of entries that nobody asked for"
     get '/log?21000' > /dev/null
     get '/work?10' > /dev/null
-    wait_until 20 "traces of entries" grep -q ' entry' "$logs/dc-trace.log"
+    wait_until "traces of entries" grep -q ' entry' "$logs/dc-trace.log"
     get '/log?24000' > /dev/null
     [ "$(get '/level?1003')" = 1 ] || fail "the level cannot be changed"
     [ "$(get '/level?3')" = 0 ] || fail "the level can be changed to what it is"
     [ "$(get '/level?4')" = 0 ] || fail "level 4 is accepted"
     end_by '/exit?0' 0
-    start_station "${options[@]}"
-    await_collector
+    collecting_station
     end_by '/exit?0' 0
     expect_line "$logs/dc-msg.log" 'INFO 1080 Using probe level 3'
 }

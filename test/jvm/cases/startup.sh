@@ -6,109 +6,92 @@ reading_environment='## PropertyMgr::initialize() Calling  defineEnvMethodId....
 environment_loaded='## PropertyMgr::initialize() loaded Environment Variables'
 started=("$reading_environment" "$environment_loaded")
 
-
-never_collects() {
+# serves_idle [JVM option...]: the collector stays off, and nothing is to be seen of it.
+serves_idle() {
+    start_station "$@"
     sleep 2
     ! enabled || fail "the collector takes events"
+    serves
+}
+
+# serves_busy [JVM option...]: it takes events, wherever it may get rid of them.
+serves_busy() {
+    collecting_station "$@"
+    serves
+}
+
+# serves_fully [SETTING | -JVM option]...: each request arrives once.
+serves_fully() {
+    connected_station "$@"
+    serves
+    stop_receiver
+    [ "$(grep -c '"name":"HttpEvent.begin"' records.json)" -eq 200 ] || fail "requests are missing or doubled"
 }
 
 case_inert() {
     options_for station
     export AM_DC_ENABLED=False
-    start_station "${options[@]}"
-    never_collects
-    serves
+    serves_idle "${options[@]}"
     expect_output
     unset AM_DC_ENABLED
-
-    start_station "${options[@]}" -DNORAK_DC_ENABLED=true -DNORAK_DC_ENABLED=FALSE
-    never_collects
-    serves
+    serves_idle "${options[@]}" -DNORAK_DC_ENABLED=true -DNORAK_DC_ENABLED=FALSE
     expect_output
     [ ! -e data/ZYK ] || fail "logs of an agent that is off"
 }
 
 case_hollow() {
     options_for station
-    start_station "${options[@]/libam_qel_16.so=/libam_qel_16.so=disableDC,}"
-    never_collects
-    serves
+    serves_idle "${options[@]/libam_qel_16.so=/libam_qel_16.so=disableDC,}"
     expect_output
     [ ! -e data/ZYK ] || fail "logs of an agent that is off"
 }
 
 case_running() {
-    start_receiver
-    options_for station --publish-server "$address"
-    start_station "${options[@]}"
-    await_collector
-    serves
-    stop_receiver
+    serves_fully
     expect_output "${started[@]}"
-    [ "$(grep -c '"name":"HttpEvent.begin"' records.json)" -eq 200 ] || fail "not every request was received"
 }
 
 case_heap_dump_off_and_debugger_pause() {
     options_for station
+    options=("${options[@]/libam_qel_16.so=/libam_qel_16.so=am.debug=on,}")
     export AM_HEAPDUMP=0
-    start_station "${options[@]/libam_qel_16.so=/libam_qel_16.so=am.debug=on,}"
-    await_collector
-    serves
+    serves_busy
     expect_output '## Sleeping for 30 seconds ' '## Heap dump is disabled.' "${started[@]}"
 }
 
 # The same option twice, as a start script and an environment variable may give it together.
 case_loaded_twice() {
-    start_receiver
-    options_for station --publish-server "$address"
-    start_station "${options[@]}" "${options[0]}"
-    await_collector
-    serves
-    stop_receiver
+    options_for station
+    serves_fully "${options[0]}"
     expect_output "${started[@]}"
-    [ "$(grep -c '"name":"HttpEvent.begin"' records.json)" -eq 200 ] || fail "requests are missing or doubled"
 }
 
 # The options in the environment, and in a file; there the switch is seen by the Java half only.
 case_options_from_elsewhere() {
-    start_receiver
-    options_for station --publish-server "$address"
-    export JAVA_TOOL_OPTIONS="${options[*]}"
-    start_station
-    await_collector
-    serves
+    options_for station
+    local given=("${options[@]}")
+    export JAVA_TOOL_OPTIONS="${given[*]}"
+    options=()
+    serves_busy
     unset JAVA_TOOL_OPTIONS
-    stop_receiver
-    received HttpEvent.end || fail "nothing was collected"
     expect_output "${started[@]}"
+    expect_line "$logs/dc-msg.log" 'INFO 1003 '
 
-    printf '"%s"\n' "${options[@]}" -DNORAK_DC_ENABLED=false > options
-    start_station @options
-    never_collects
-    serves
+    printf '"%s"\n' "${given[@]}" -DNORAK_DC_ENABLED=false > options
+    serves_idle @options
     expect_output "${started[@]}" \
         '## zykora: Datacollector is disabled. Check value of the NORAK_DC_ENABLED property'
 }
 
 # A debugger's agent and a flight recording in the same JVM.
 case_beside_other_agents() {
-    start_receiver
-    options_for station --publish-server "$address"
-    start_station "${options[@]}" -agentlib:jdwp=transport=dt_socket,server=y,suspend=n,address=127.0.0.1:0 \
-        -XX:StartFlightRecording
-    await_collector
-    serves
-    stop_receiver
-    received HttpEvent.end || fail "nothing was collected"
+    serves_fully -agentlib:jdwp=transport=dt_socket,server=y,suspend=n,address=127.0.0.1:0 -XX:StartFlightRecording
     expect_console server.err
 }
 
 # The JVM itself watches how its interface is used, over a whole life with traces and a stop and start.
 case_checked_by_the_jvm() {
-    start_receiver
-    options_for station --publish-server "$address"
-    start_station "${options[@]}" -Xcheck:jni
-    await_collector
+    connected_station -Xcheck:jni
     get '/log?21000' > /dev/null
     get '/level?1003' > /dev/null
     get '/cycle?1' > /dev/null
@@ -121,9 +104,7 @@ case_checked_by_the_jvm() {
 
 # Nothing but the library: its helpers are not there, and it stays dormant.
 case_library_alone() {
-    start_station "-agentpath:$HOME_AM/lib/libam_qel_16.so"
-    never_collects
-    serves
+    serves_idle "-agentpath:$HOME_AM/lib/libam_qel_16.so"
     expect_console server.out \
         '## PropertyMgr::initialize() Could not load RuntimeBuilder Class; Dynamic Runtime Build will not be attempted' \
         '## loadEnvProperties failed.' \
@@ -139,35 +120,33 @@ no_logging() {
 }
 
 case_no_properties_at_all() {
-    start_station "-agentpath:$HOME_AM/lib/libam_qel_16.so" "-Xbootclasspath/a:$HOME_AM/java/am-probe.jar"
-    await_collector
-    serves
+    options=()
+    serves_busy "-agentpath:$HOME_AM/lib/libam_qel_16.so" "-Xbootclasspath/a:$HOME_AM/java/am-probe.jar"
     mapfile -t silent < <(no_logging '' /zykora)
     expect_output "${started[@]}" "${silent[@]}"
 }
 
-# A directory that nobody may enter, seen by a user who is not root.
-case_unreadable_directory() {
+# A station of a user who is not root, from a tree of its own.
+as_plain_user() {
     own_tree tree
     options_for station
     run_as_plain_user
+}
+
+# A directory that nobody may enter.
+case_unreadable_directory() {
+    as_plain_user
     chmod 000 "$runtime"
-    start_station "${options[@]}"
-    await_collector
-    serves
+    serves_busy
     chmod 700 "$runtime"
     expect_console server.out "${started[@]}" "## Cannot read $runtime/zyk-lgkit.properties: Permission denied"
 }
 
 # Files that are there, but not for this user.
 case_unreadable_files() {
-    own_tree tree
-    options_for station
-    run_as_plain_user
+    as_plain_user
     chmod 000 "$runtime"/*
-    start_station "${options[@]}"
-    await_collector
-    serves
+    serves_busy
     expect_console server.out "${started[@]}" "## Cannot read $runtime/zyk-lgkit.properties: Permission denied"
     local name
     for name in dc.env datacollector datacollector_test; do
@@ -178,15 +157,11 @@ case_unreadable_files() {
 
 # Neither the runtime directory nor logs can be made.
 case_nothing_writable() {
-    own_tree tree
-    options_for station
-    run_as_plain_user
+    as_plain_user
     rm -r data
     mkdir data
     chmod 555 data
-    start_station "${options[@]}"
-    await_collector
-    serves
+    serves_busy
     expect_console server.out "${started[@]}"
     expect_console server.err "## Cannot make the runtime directory $runtime: java.io.IOException: no directory can be made here"
 }
@@ -195,9 +170,7 @@ case_runtime_directory_is_a_file() {
     options_for station
     rm -r "$runtime"
     echo 'no directory' > "$runtime"
-    start_station "${options[@]}"
-    await_collector
-    serves
+    serves_busy
     expect_console server.out "${started[@]}"
 }
 
@@ -224,9 +197,7 @@ case_pipes_for_files() {
     rm -f "${pipes[@]}"
     mkfifo "${pipes[@]}"
     export LC_ALL=en
-    start_station "${options[@]}"
-    await_collector
-    serves
+    serves_busy
     expect_console server.out "${started[@]}" \
         "## Cannot read $runtime/zyk-lgkit.properties: it is no regular file"
     expect_console server.err \
@@ -244,8 +215,7 @@ case_directory_beyond_ascii() {
         options_for station --data "$PWD/$name"
         rm -r data
         export LC_ALL=$locale
-        start_station "${options[@]}" -Xcheck:jni
-        await_collector
+        collecting_station -Xcheck:jni
         [ "$(get '/level?1003')" = 1 ] || fail "the level cannot be changed"
         serves
         expect_output "${started[@]}"
@@ -262,9 +232,7 @@ case_only_the_context_is_there() {
     rm "$runtime"/*
     printf 3 > "$runtime/am.mod"
     mapfile -t options < <(printf '%s\n' "${options[@]}" | grep -v LGKIT_COMMON_DIR)
-    start_station "${options[@]}"
-    await_collector
-    serves
+    serves_busy
     expect_output "${started[@]}"
     expect_line "$runtime/datacollector.properties" publish.server.host
     expect_line "$runtime/ZYK/logs/node.station/dc-msg.log" 'INFO 1080 Using probe level 3'
@@ -274,18 +242,14 @@ case_only_the_context_is_there() {
 case_broken_logging() {
     options_for station
     head -c 5000 /dev/urandom > "$runtime/zyk-lgkit.properties"
-    start_station "${options[@]}"
-    await_collector
-    serves
+    serves_busy
 }
 
 case_no_logging_file() {
     options_for station
     rm "$runtime/zyk-lgkit.properties"
     mkdir elsewhere
-    start_station "${options[@]}" -Dam.home="$PWD/elsewhere" -Dnorak61.home="$PWD/elsewhere"
-    await_collector
-    serves
+    serves_busy -Dam.home="$PWD/elsewhere" -Dnorak61.home="$PWD/elsewhere"
     mapfile -t silent < <(no_logging "$PWD/elsewhere/toolkit" "$PWD/elsewhere")
     expect_output "${started[@]}" "${silent[@]}"
 }
@@ -293,13 +257,7 @@ case_no_logging_file() {
 case_no_toolkit_libraries() {
     own_tree tree
     rm tree/lib/liblgkit_64.so
-    start_receiver
-    options_for station --publish-server "$address"
-    start_station "${options[@]}"
-    await_collector
-    serves
-    stop_receiver
-    received HttpEvent.end || fail "nothing was collected"
+    serves_fully
     expect_output "${started[@]}" '## Could not open library liblgkit_64.so, nothing will be logged'
     [ ! -e data/ZYK ] || fail "logs without a toolkit"
 }
@@ -313,15 +271,12 @@ case_moved_tree_plain_user() {
     start_receiver
     options_for station --publish-server "$address"
     run_as_plain_user
-    pushd work > /dev/null || exit
-    start_station "${options[@]}"
-    await_collector
-    serves
-    popd > /dev/null || exit
+    cd work || exit
+    serves_busy
+    expect_output "${started[@]}"
+    cd .. || exit
     stop_receiver
     received HttpEvent.end || fail "nothing was collected"
-    expect_console work/server.out "${started[@]}"
-    expect_console work/server.err
     expect_line "$logs/dc-msg.log" 'INFO 1003 '
 }
 

@@ -66,7 +66,7 @@ prove_work() {
     said calm || return 0
     echo go >&7
     until said told; do sleep 0.1; done
-    wait_until 60 "the pages" eval '! alive || [ "$(grep -c "\"HttpEvent.begin\".*/proof" records.json)" -eq 20 ]'
+    wait_until "the pages" eval '! alive || [ "$(grep -c "\"HttpEvent.begin\".*/proof" records.json)" -eq 20 ]'
     echo go >&7
 }
 

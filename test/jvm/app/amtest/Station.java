@@ -45,8 +45,9 @@ import java.util.function.IntUnaryOperator;
  * </pre>
  */
 public final class Station {
-    private static final LongAdder requests = new LongAdder();
-    private static final LongAdder failures = new LongAdder();
+    static final LongAdder requests = new LongAdder();
+    static final LongAdder begun = new LongAdder(); // events that the collector was told of
+    static final LongAdder failures = new LongAdder();
     private static final LongAccumulator longestMicros = new LongAccumulator(Math::max, 0);
     private static final SynchronousQueue<Runnable> ending = new SynchronousQueue<>();
     private static final CountDownLatch released = new CountDownLatch(1);
@@ -75,7 +76,7 @@ public final class Station {
         server.createContext("/state", call -> answer(call, state()));
         on(server, "/cycle", n -> cycle());
         on(server, "/interrupted", Station::interrupted);
-        on(server, "/enabled", n -> ProbeController.isNativeProbeEnabled() ? 1 : 0);
+        on(server, "/enabled", n -> enabled());
         on(server, "/taken", Station::taken);
         on(server, "/level", n -> ProbeController.setModLevel(n) ? 1 : 0);
         on(server, "/log", Station::log);
@@ -113,6 +114,10 @@ public final class Station {
         } catch (LinkageError absent) {
             return 0;
         }
+    }
+
+    static int enabled() {
+        return unlessAbsent(n -> ProbeController.isNativeProbeEnabled() ? 1 : 0, 0);
     }
 
     private static void onEnd(HttpServer server, String path, Ending ending) {
@@ -187,10 +192,10 @@ public final class Station {
         CountDownLatch arrived = new CountDownLatch(count);
         waiting = startVirtual(count, () -> {
             arrived.countDown();
-            await(released);
+            unlessInterrupted(released::await);
         });
         if (!waiting.isEmpty()) {
-            await(arrived);
+            unlessInterrupted(arrived::await);
         }
         return waiting.size();
     }
@@ -201,16 +206,8 @@ public final class Station {
         return waiting.size();
     }
 
-    private static void await(CountDownLatch latch) {
-        try {
-            latch.await();
-        } catch (InterruptedException e) {
-            Thread.currentThread().interrupt();
-        }
-    }
-
     /** Null where the JVM has no virtual threads. */
-    private static Thread startVirtual(Runnable work) {
+    static Thread startVirtual(Runnable work) {
         try {
             return (Thread) Thread.class.getMethod("startVirtualThread", Runnable.class).invoke(null, work);
         } catch (ReflectiveOperationException notInThisJvm) {
@@ -218,12 +215,26 @@ public final class Station {
         }
     }
 
-    private static void await(Thread thread) {
+    private interface Wait {
+        void toTheEnd() throws InterruptedException;
+    }
+
+    private static boolean unlessInterrupted(Wait wait) {
         try {
-            thread.join();
+            wait.toTheEnd();
+            return true;
         } catch (InterruptedException e) {
             Thread.currentThread().interrupt();
+            return false;
         }
+    }
+
+    private static void await(Thread thread) {
+        unlessInterrupted(thread::join);
+    }
+
+    static boolean pause(long millis) {
+        return unlessInterrupted(() -> Thread.sleep(millis));
     }
 
     private static int load(int threads, long waitMillis) {
@@ -240,15 +251,6 @@ public final class Station {
     private static int priorities(String pool) {
         return Thread.getAllStackTraces().keySet().stream().filter(thread -> thread.getName().startsWith(pool))
                 .mapToInt(Thread::getPriority).sum();
-    }
-
-    private static boolean pause(long millis) {
-        try {
-            Thread.sleep(millis);
-            return true;
-        } catch (InterruptedException e) {
-            return false;
-        }
     }
 
     private static String state() {
@@ -282,7 +284,7 @@ public final class Station {
         return level;
     }
 
-    private static void request(long waitMillis) {
+    static void request(long waitMillis) {
         request(() -> pause(waitMillis));
     }
 
@@ -302,6 +304,7 @@ public final class Station {
     private static void report(Runnable call) {
         try {
             call.run();
+            begun.increment();
         } catch (LinkageError noCollector) {
             // An instrumented server without the agent: nothing to report to.
         } catch (Throwable harm) {

@@ -186,62 +186,43 @@ public final class Storm {
 
     private static void act(Random random) {
         switch (random.nextInt(15)) {
-        case 0:
-            ProbeUtils.customServiceStart();
-            break;
-        case 1:
-        case 2:
-            bringUp(random);
-            break;
-        case 3:
-            stop();
-            break;
-        case 4:
-            ProbeController.setModLevel(1 + random.nextInt(4));
-            break;
-        case 5:
-            for (int i = 0; i < BURST; i++) {
-                ProbeController.setIncludeExcludeList(names(random), names(random));
-            }
-            break;
-        case 6:
-            for (int i = 0; i < BURST; i++) {
-                ProbeSystem.initializeProbe();
-            }
-            break;
-        case 7:
-            enter(random.nextInt(3) - 1);
-            break;
-        case 8:
+        case 0 -> ProbeUtils.customServiceStart();
+        case 1, 2 -> bringUp(random);
+        case 3 -> stop();
+        case 4 -> ProbeController.setModLevel(1 + random.nextInt(4));
+        case 5 -> burst(() -> ProbeController.setIncludeExcludeList(names(random), names(random)));
+        case 6 -> burst(ProbeSystem::initializeProbe);
+        case 7 -> enter(random.nextInt(3) - 1);
+        case 8 -> {
             NativeEventAgentImpl.stopThreadNative(random.nextInt(2));
             NativeNetworkAgentImpl.stopThreadNative(random.nextInt(2));
-            break;
-        case 9:
-            interruptSome(random);
-            break;
-        case 10:
-            ask(random);
-            break;
-        case 11:
-            for (int i = 0; i < 10; i++) {
-                start("brief", Storm::brief);
-                startVirtual(Storm::brief);
-            }
-            threads.removeIf(thread -> thread.getState() == Thread.State.TERMINATED);
-            break;
-        case 12:
-            saveContext(random);
-            break;
-        case 13:
-            ProbeLogger.setNativeProbeLoggingLevel(random.nextInt(10) == 0 ? 21000 : 24000);
-            break;
-        default:
+        }
+        case 9 -> interruptSome(random);
+        case 10 -> ask(random);
+        case 11 -> startSome();
+        case 12 -> saveContext(random);
+        case 13 -> ProbeLogger.setNativeProbeLoggingLevel(random.nextInt(10) == 0 ? 21000 : 24000);
+        default -> {
             if (last && random.nextInt(10) == 0) {
                 ProbeUtils.customServiceShutDown();
             }
             pause(random.nextInt(20));
-            break;
         }
+        }
+    }
+
+    private static void burst(Runnable setter) {
+        for (int i = 0; i < BURST; i++) {
+            setter.run();
+        }
+    }
+
+    private static void startSome() {
+        for (int i = 0; i < 10; i++) {
+            start("brief", Storm::brief);
+            Station.startVirtual(Storm::brief);
+        }
+        threads.removeIf(thread -> thread.getState() == Thread.State.TERMINATED);
     }
 
     private static void switchOn() {
@@ -343,15 +324,6 @@ public final class Storm {
         ProbeContextPersisterProxy.synchInProbeContext();
         ProbeContextPersisterProxy.resetProbeContext();
         ProbeContextPersisterProxy.getProbeContextLastReadFilePath();
-    }
-
-    /** Nothing where the JVM has no virtual threads. */
-    private static void startVirtual(Runnable work) {
-        try {
-            Thread.class.getMethod("startVirtualThread", Runnable.class).invoke(null, work);
-        } catch (ReflectiveOperationException notInThisJvm) {
-            return;
-        }
     }
 
     /** None at all for 0: a thread that gives way by itself is hardly ever interrupted within a native. */
