@@ -24,15 +24,10 @@ turbo_has_ended() { [ "$(logged dc-trace.log 'Switching to Normal Mode')" -eq "$
 # in_turbo COMMAND...: turbo mode in which the command holds, brought about by a Publish Server that stands still. It is
 # left by itself after a second in which nothing is taken, so a slow look may find it over: then once more.
 in_turbo() {
-    local deadline=$((SECONDS + 240)) look
+    local deadline=$((SECONDS + 240))
     while [ "$SECONDS" -lt "$deadline" ]; do
         kill -STOP "$receiver"
-        for look in $(seq 100); do
-            if ! turbo_has_ended && "$@" && ! turbo_has_ended; then
-                return
-            fi
-            sleep 0.05
-        done
+        ! "$@" || return 0
         leave_turbo
     done
     fail "no turbo mode in which $* holds"
@@ -45,16 +40,10 @@ leave_turbo() {
 }
 
 # Who does not wait goes on, though nothing is recorded.
-is_refused() {
-    local before
-    priorities 1008 && before=$(requests) && sleep 0.1 && goes_on "$((before + 20))"
-}
+is_refused() { [ "$(get '/during?1008')" -gt 20 ]; }
 
 # Every thread of the load is at the gate.
-is_held() {
-    local before
-    priorities 1008 && before=$(requests) && sleep 0.1 && ! goes_on "$before"
-}
+is_held() { [ "$(get '/during?1008')" -eq 0 ]; }
 
 goes_on() { [ "$(requests)" -gt "$1" ]; }
 

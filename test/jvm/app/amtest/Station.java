@@ -34,6 +34,7 @@ import java.util.function.IntUnaryOperator;
  * /load?8          8 threads that go on making such requests until the end
  * /slow?4          the same, with 20 ms within each statement
  * /priorities?0    sum of the priorities of the event agents' threads and, times 100, of the network agents'
+ * /during?1008     waits until the priorities are such; the requests of the next 100 ms, or -1 if they changed
  * /state           "requests R failures F longest M ms"
  * /cycle?1         stops and starts the collector
  * /interrupted?1   stops the collector on an interrupted thread, with 1 a virtual one where the JVM has such; the
@@ -67,7 +68,8 @@ public final class Station {
         on(server, "/work", Station::work);
         on(server, "/load", n -> load(n, 0));
         on(server, "/slow", n -> load(n, 20));
-        on(server, "/priorities", n -> priorities("am-event-agent-") + 100 * priorities("am-network-agent-"));
+        on(server, "/priorities", n -> priorities());
+        on(server, "/during", Station::during);
         on(server, "/threads", Station::oneByOne);
         on(server, "/virtual", n -> virtual(n, n, () -> pause(20)));
         on(server, "/brief", n -> virtual(n, 500, () -> { }));
@@ -246,6 +248,19 @@ public final class Station {
             }).start();
         }
         return threads;
+    }
+
+    private static int priorities() {
+        return priorities("am-event-agent-") + 100 * priorities("am-network-agent-");
+    }
+
+    private static int during(int wanted) {
+        for (int look = 0; priorities() != wanted && look < 4000; look++) {
+            pause(5);
+        }
+        long before = requests.sum();
+        pause(100);
+        return priorities() == wanted ? (int) (requests.sum() - before) : -1;
     }
 
     private static int priorities(String pool) {
