@@ -62,17 +62,6 @@ public final class ConfigHelpers {
         }
     }
 
-    /** A builder that prefers another directory; what it is asked to build cannot be built. */
-    public static final class RenamingBuilder {
-        public static boolean buildRuntime(String directory) {
-            throw new IllegalStateException("buildRuntime of a test");
-        }
-
-        public static String getRuntimeDirName() {
-            return "/renamed/by/the/builder";
-        }
-    }
-
     /** A builder that names the directory it was given. */
     public static final class AgreeingBuilder {
         private static String name;
