@@ -11,8 +11,11 @@ import java.nio.file.Files;
 import java.nio.file.Path;
 import java.util.ArrayDeque;
 import java.util.ArrayList;
+import java.util.Arrays;
 import java.util.List;
 import java.util.Random;
+import java.util.function.Consumer;
+import java.util.function.IntConsumer;
 import oracle.jdbc.driver.OracleStatement;
 
 /**
@@ -43,7 +46,7 @@ public final class Differential {
         this.expected = expected;
         requests();
         resources();
-        messages();
+        queues();
         components();
         singles();
     }
@@ -128,6 +131,10 @@ public final class Differential {
 
     // ---- calls: each tells the expected stream first
 
+    private interface Record {
+        void expect(int type, String form, Object... values);
+    }
+
     private void requests() {
         calls.add(() -> {
             String name = text();
@@ -179,68 +186,44 @@ public final class Differential {
         });
     }
 
-    private void resources() {
+    /** Draws four texts, of which the record tells those at `told`, in that order. */
+    private void family(Record begin, int type, String form, int[] told, Consumer<String[]> call) {
         calls.add(() -> {
-            String product = whole();
-            expected.nested(37, "psl", product);
-            beginJCARequestNative(text(), product);
-        });
-        calls.add(() -> {
-            expected.endNested(38);
-            endJCARequestNative(text(), text());
-        });
-        calls.add(() -> {
-            String lookup = whole();
-            String url = whole();
-            expected.nested(33, "plss", url, lookup);
-            beginJNDIRequestNative(lookup, url);
-        });
-        calls.add(() -> {
-            expected.endNested(34);
-            endJNDIRequestNative(text(), text());
-        });
-        calls.add(() -> {
-            String subject = whole();
-            String url = whole();
-            expected.plain(35, "plss", url, subject);
-            beginMailRequestNative(subject, url);
-        });
-        calls.add(() -> {
-            expected.endPlain(36, "pl");
-            endMailRequestNative(text(), text());
-        });
-        calls.add(() -> {
-            String cls = whole();
-            String method = whole();
-            String argument = whole();
-            expected.inner(147, "psssl", cls, method, argument);
-            beginJDORequestNative(cls, method, argument);
-        });
-        calls.add(() -> {
-            expected.endInner(148);
-            endJDORequestNative(text(), text(), text());
+            String[] texts = {whole(), whole(), whole(), whole()};
+            begin.expect(type, form, Arrays.stream(told).mapToObj(i -> (Object) texts[i]).toArray());
+            call.accept(texts);
         });
     }
 
-    private void messages() {
+    private void end(IntConsumer end, int type, Consumer<String[]> call) {
         calls.add(() -> {
-            int type = random.nextInt(7) - 1;
-            int action = type >= 1 && type <= 4 ? type : 3;
-            String queue = whole();
-            String server = whole();
-            String selector = whole();
-            if (action <= 2) {
-                expected.nested(23 + 2 * action, "psssl", server, queue, selector);
-            } else {
-                expected.nested(23 + 2 * action, "pssl", server, queue);
-            }
-            beginJMSRequestNative(type, queue, server, selector);
+            end.accept(type);
+            call.accept(new String[] {text(), text(), text()});
         });
-        calls.add(() -> {
-            int type = 1 + random.nextInt(4);
-            expected.endNested(24 + 2 * type);
-            endJMSRequestNative(type, text(), text(), text());
-        });
+    }
+
+    private void resources() {
+        family(expected::nested, 37, "psl", new int[] {1}, t -> beginJCARequestNative(t[0], t[1]));
+        end(expected::endNested, 38, t -> endJCARequestNative(t[0], t[1]));
+        family(expected::nested, 33, "plss", new int[] {1, 0}, t -> beginJNDIRequestNative(t[0], t[1]));
+        end(expected::endNested, 34, t -> endJNDIRequestNative(t[0], t[1]));
+        family(expected::plain, 35, "plss", new int[] {1, 0}, t -> beginMailRequestNative(t[0], t[1]));
+        end(type -> expected.endPlain(type, "pl"), 36, t -> endMailRequestNative(t[0], t[1]));
+        family(expected::inner, 147, "psssl", new int[] {0, 1, 2}, t -> beginJDORequestNative(t[0], t[1], t[2]));
+        end(expected::endInner, 148, t -> endJDORequestNative(t[0], t[1], t[2]));
+        for (int action = 1; action <= 5; action++) {
+            messages(action, action == 5 ? 3 : action);
+        }
+    }
+
+    /** A type that there is not counts as 3. */
+    private void messages(int given, int action) {
+        family(expected::nested, 23 + 2 * action, action <= 2 ? "psssl" : "pssl",
+                action <= 2 ? new int[] {1, 0, 2} : new int[] {1, 0}, t -> beginJMSRequestNative(given, t[0], t[1], t[2]));
+        end(expected::endNested, 24 + 2 * action, t -> endJMSRequestNative(given, t[0], t[1], t[2]));
+    }
+
+    private void queues() {
         calls.add(() -> {
             String manager = whole();
             String queue = whole();
@@ -288,48 +271,22 @@ public final class Differential {
             expected.record(108, "1t" + "1" + "s".repeat(values.length) + "l", contextOf(id, values, ""));
             genericExceptionEventNative(id, values.length, values);
         });
-        remote(150, (first, second, third) -> startIIOPClientRequestNative(first, second),
-                () -> finishIIOPClientRequestNative(text(), text()));
-        remote(152, (first, second, third) -> startIIOPServerRequestNative(first, second),
-                () -> finishIIOPServerRequestNative(text(), text()));
-        remote(199, (first, second, third) -> wsHelperClientRequestNative(first, second, third),
-                () -> wsHelperClientResponseNative(text(), text(), text()));
-        remote(201, (first, second, third) -> wsHelperProviderRequestNative(first, second, third),
-                () -> wsHelperProviderResponseNative(text(), text(), text()));
-        calls.add(() -> {
-            String application = whole();
-            String code = whole();
-            String fault = whole();
-            expected.counted(203, "psssl", application, code, fault);
-            expected.endCounted(204);
-            if (random.nextBoolean()) {
-                wsHelperClientFaultNative(application, code, fault);
-            } else {
-                wsHelperProviderFaultNative(application, code, fault);
-            }
-        });
+        family(expected::counted, 150, "pszsl", new int[] {0, 1}, t -> startIIOPClientRequestNative(t[0], t[1]));
+        end(expected::endCounted, 151, t -> finishIIOPClientRequestNative(t[0], t[1]));
+        family(expected::counted, 152, "pszsl", new int[] {0, 1}, t -> startIIOPServerRequestNative(t[0], t[1]));
+        end(expected::endCounted, 153, t -> finishIIOPServerRequestNative(t[0], t[1]));
+        int[] three = {0, 1, 2};
+        family(expected::counted, 199, "psssl", three, t -> wsHelperClientRequestNative(t[0], t[1], t[2]));
+        end(expected::endCounted, 200, t -> wsHelperClientResponseNative(t[0], t[1], t[2]));
+        family(expected::counted, 201, "psssl", three, t -> wsHelperProviderRequestNative(t[0], t[1], t[2]));
+        end(expected::endCounted, 202, t -> wsHelperProviderResponseNative(t[0], t[1], t[2]));
+        family(this::fault, 203, "psssl", three, t -> wsHelperClientFaultNative(t[0], t[1], t[2]));
+        family(this::fault, 203, "psssl", three, t -> wsHelperProviderFaultNative(t[0], t[1], t[2]));
     }
 
-    private interface ThreeTexts {
-        void tell(String first, String second, String third);
-    }
-
-    private void remote(int type, ThreeTexts begin, Runnable end) {
-        calls.add(() -> {
-            String first = whole();
-            String second = whole();
-            String third = whole();
-            if (type < 199) {
-                expected.counted(type, "ps4sl", first, 0, second);
-            } else {
-                expected.counted(type, "psssl", first, second, third);
-            }
-            begin.tell(first, second, third);
-        });
-        calls.add(() -> {
-            expected.endCounted(type + 1);
-            end.run();
-        });
+    private void fault(int type, String form, Object... values) {
+        expected.counted(type, form, values);
+        expected.endCounted(type + 1);
     }
 
     /** What is no string counts as missing. */
@@ -344,11 +301,7 @@ public final class Differential {
     }
 
     private void singles() {
-        calls.add(() -> {
-            String[] texts = {whole(), whole(), whole(), whole()};
-            expected.record(45, "ssss", (Object[]) texts);
-            sendExceptionNative(texts[0], texts[1], texts[2], texts[3]);
-        });
+        family(expected::record, 45, "ssss", new int[] {0, 1, 2, 3}, t -> sendExceptionNative(t[0], t[1], t[2], t[3]));
         calls.add(() -> {
             String[] names = {whole(), whole(), whole()};
             long time = random.nextLong();

@@ -189,7 +189,8 @@ final class ExpectedStream implements Closeable {
 
     /**
      * One record: p prefix, l level, c wall clock, t thread, s text, u one of a limited address, S of a limited
-     * statement, b counted bytes, r bytes as they are, 1 4 8 numbers of so many bytes.
+     * statement, b counted bytes, r bytes as they are, 1 4 8 numbers of so many bytes, z four
+     * zeros.
      */
     void record(int type, String form, Object... values) {
         StringBuilder line = new StringBuilder(number(type, 1));
@@ -200,6 +201,7 @@ final class ExpectedStream implements Closeable {
                 case 'l' -> line.append(number(level, 1));
                 case 'c' -> line.append(".".repeat(16));
                 case 't' -> line.append(number(thread, 4));
+                case 'z' -> line.append(number(0, 4));
                 case 's' -> line.append(counted(encoded((String) values[next++])));
                 case 'u' -> line.append(counted(cut((String) values[next++], false)));
                 case 'S' -> line.append(counted(cut((String) values[next++], true)));
