@@ -284,12 +284,12 @@ bool EventAgent::manageThreadData(ThreadData *thr) {
     return false;
 }
 
-// Those whose agent has ended and that no other could take.
+// Those whose agent has ended and that no other could take. A special queue is its own agent's alone.
 void EventAgent::adoptThreads() {
     ThreadMgr *threads = threadMgr;
     if (threads != nullptr) {
         threads->forEachThread([this](ThreadData *thr) {
-            if (thr->acceptsEvents()) {
+            if (thr->acceptsEvents() && !thr->isShared) {
                 manageThreadData(thr);
             }
         });

@@ -107,8 +107,9 @@ int32_t Texts::cut(Text &target, jstring text, int32_t limit, CutAt where, Known
         return 0;
     }
     if (known != nullptr && known->is(env, text, limit)) {
-        return draft.put(target, known->bytes(), static_cast<size_t>(known->length())) ? known->length() + 1
-                                                                                       : 0;
+        const bool counts =
+            goes == Goes::Nowhere || draft.put(target, known->bytes(), static_cast<size_t>(known->length()));
+        return counts ? known->length() + 1 : 0;
     }
     const jsize chars = charsWithin(env, text, limit);
     if (goes == Goes::Nowhere && (where == CutAt::AnyByte || chars < limit / MOST_BYTES_PER_CHAR)) {

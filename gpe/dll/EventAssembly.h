@@ -75,8 +75,8 @@ constexpr int32_t WIRE_TEXT_LIMIT = 65535 + 1;
 enum class Goes { Out, Nowhere };
 
 // Copies the strings of an event, as far as the wire can carry them, and adds up their lengths: of those that
-// count in the event's size, and of the others. A text for which there is no memory stays null, and so do
-// those that go nowhere.
+// count in the event's size, and of the others. A text for which there is no memory stays null, and so does
+// one that goes nowhere, but where only its copy tells at which byte it is cut.
 class Texts {
 public:
     Texts(JNIEnv *jniEnv, EventDraft &eventDraft, Goes where = Goes::Out)

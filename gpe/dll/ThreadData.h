@@ -60,8 +60,8 @@ public:
         return lastCpuTime;
     }
 
-    // On the ending thread: leaves the thread manager and refuses further events. What is queued is still
-    // sent. The object may be gone when this returns.
+    // On the ending thread, for a virtual one on the leading event agent's: leaves the thread manager and
+    // refuses further events. What is queued is still sent. The object may be gone when this returns.
     void resetOnThreadEnd();
 
     void deleteInFlightData();

@@ -1,7 +1,7 @@
 // Maps a thread's JNI environment to its `ThreadData`, made on the thread's first event, and gives every
 // thread a small number. Any thread may call. The hit path is a thread-local word and one comparison; a miss
-// takes one bucket lock. A `ThreadData` belongs to the event agent that lists it; it is destroyed under
-// `threadLock` only, so whoever holds that lock may look at any thread that is in the table.
+// takes one bucket lock. A `ThreadData` belongs to the event agent that lists it; once in the table it
+// is destroyed under `threadLock` only, so whoever holds that lock may look at any thread there.
 // Natives pass the environment they were called with; a virtual thread is told from its carrier here, and is
 // known by a key of its own wherever an environment stands for a thread.
 #pragma once
@@ -52,8 +52,8 @@ public:
 
     // An event agent's own queue, for events without a thread: the caller lists it itself. Null on failure.
     ThreadData *createSpecialEventQueue(JNIEnv *env);
-    // The end of a platform thread, on that thread: its number is forgotten, its record is told, and
-    // destroyed if no event agent has it.
+    // The end of a platform thread, on that thread: its number is forgotten, its record is told. The event
+    // agent that has it destroys it, or, if none has, the next stop.
     void endThread(JNIEnv *env);
     // Calls `visit(data)` for each thread that has not ended.
     template <typename Visit>
