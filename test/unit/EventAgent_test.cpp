@@ -144,6 +144,7 @@ TEST_F(EventAgentTest, APacketIsFilledToItsLastByte) {
     for (const int count : left) {
         stepper.step();
         EXPECT_EQ(count, td->queueSize());
+        EXPECT_EQ(count, pump()->getNumberOfEvents());
     }
     EXPECT_EQ(texts, textsAfter(texts.size()));
 }
@@ -326,6 +327,9 @@ TEST_F(EventAgentTest, WithoutAServerQueuesAreKeptShort) {
     EXPECT_EQ(static_cast<int32_t>(1000 * sizeof(SQLEvent)), pump()->getTotalDataSize());
     EXPECT_EQ(1, log.messages(1043));
     EXPECT_EQ(0, log.messages(1044)) << "no record, no message for a thread";
+    stop();
+    EXPECT_EQ(0, pump()->getNumberOfEvents());
+    EXPECT_EQ(0, pump()->getTotalDataSize());
 }
 
 TEST_F(EventAgentTest, TheLeaderSendsTheInitialDataBeforeTheOthersMaySend) {

@@ -167,16 +167,11 @@ TEST(AgentLoad, SetsTheJvmUp) {
     EXPECT_EQ(1U, LoadingJvm::added.can_generate_all_class_hook_events);
     EXPECT_EQ(1U, LoadingJvm::added.can_get_current_thread_cpu_time);
     EXPECT_EQ(0U, LoadingJvm::added.can_generate_garbage_collection_events);
-    EXPECT_NE(nullptr, LoadingJvm::callbacks.VMInit);
     EXPECT_EQ(nullptr, LoadingJvm::callbacks.GarbageCollectionStart);
     ASSERT_NE(nullptr, jvmtiAgent.get());
     EXPECT_EQ(JVMTI_PHASE_PRIMORDIAL, static_cast<int>(jvmpiWrapper->phase));
     EXPECT_EQ(jvmpiWrapper.get(), eventInterface.get());
-    EXPECT_EQ(&jvm.machine, jvmpiWrapper->realJvm);
     EXPECT_EQ(&jvm.machine, realJvm);
-    EXPECT_EQ(getpid(), processId);
-    EXPECT_GT(agentLoadTimeMillis, 1600000000000);
-    EXPECT_GT(commandLineArgCount, 0);
     Agent_OnUnload(&jvm.machine);
     EXPECT_NE(nullptr, jvmtiAgent.get());
     endChild();
