@@ -1,5 +1,6 @@
 // A lock for words of the agent's own, held for a few instructions: it needs no JVM and no memory and cannot
-// fail. For `std::lock_guard`. Not re-entrant; no call into Java behind it, and no other lock but that of a pool of memory.
+// fail. For `std::lock_guard`. Not re-entrant; no call into Java behind it, and no other lock but that of a
+// pool of memory.
 #pragma once
 
 #include <pthread.h>
