@@ -336,9 +336,15 @@ void MemoryMonitor::checkTurboMode(JNIEnv *env) {
         if (turboHasToEnd()) {
             switchToNormalMode(env);
         }
-    } else if (memoryTaken >= static_cast<uint32_t>(turboULimit) && !turboWasStalled && !probeDisabled) {
+    } else if (memoryTaken >= static_cast<uint32_t>(turboULimit) && mayEnterTurbo()) {
         switchToTurboMode(env);
     }
+}
+
+// Who has waited through the last turbo mode passes first: locks are not fair, and a thread must not meet one
+// after the other.
+bool MemoryMonitor::mayEnterTurbo() const {
+    return !turboWasStalled && !probeDisabled && waitingAtGate == 0;
 }
 
 // A probe that is being stopped lets the threads at the gate go, and takes nothing that would have to wait.

@@ -92,6 +92,7 @@ private:
     void logProperties();
     void setResetTimer();
     void turnAcceptControl();
+    bool mayEnterTurbo() const;
     bool turboHasToEnd();
     bool turboIsStalled();
     void switchToTurboMode(JNIEnv *env);
