@@ -35,6 +35,9 @@ public final class Differential {
     private static final char[] LETTERS = {'a', 'z', '\0', '\u007f', '\u0080', '\u00e9', '\u07ff', '\u0800', '\u6f22',
         '\ud83d', '\ude00', '\uffff'};
 
+    private static final byte[] NO_BEAN = {0, 6, 0, 0, 0, 0, 0, 0};
+
+    private final int[] rates = new int[4];
     private final List<Runnable> calls = new ArrayList<>();
     private final Random random;
     private final ExpectedStream expected;
@@ -122,7 +125,10 @@ public final class Differential {
     }
 
     private Object[] values() {
-        Object[] values = new Object[1 + random.nextInt(4)];
+        if (random.nextInt(20) == 0) {
+            return null;
+        }
+        Object[] values = new Object[random.nextInt(50) == 0 ? 300 : 1 + random.nextInt(4)];
         for (int i = 0; i < values.length; i++) {
             values[i] = random.nextInt(5) == 0 ? Integer.valueOf(i) : whole();
         }
@@ -227,13 +233,13 @@ public final class Differential {
         calls.add(() -> {
             String manager = whole();
             String queue = whole();
-            int action = random.nextInt(16);
+            int action = random.nextInt(9) == 0 ? random.nextInt() : random.nextInt(16);
             expected.plain(110, "pss1l", queue, manager, action);
             beginXQRequestNative(manager, queue, action);
         });
         calls.add(() -> {
             String queue = whole();
-            int action = random.nextInt(16);
+            int action = random.nextInt(9) == 0 ? random.nextInt() : random.nextInt(16);
             byte[] token = token();
             boolean send = random.nextInt(3) > 0;
             expected.endPlain(111, "p1l", action);
@@ -247,8 +253,10 @@ public final class Differential {
     private void components() {
         calls.add(() -> {
             byte[] bean = BeanRequest.compose(whole(), whole(), whole());
-            expected.any(6, "prl", bean);
-            beginEJBRequestNative(bean, bean.length);
+            byte[] given = random.nextInt(20) == 0 ? null : Arrays.copyOf(bean, bean.length + random.nextInt(3));
+            int count = bean.length + (random.nextInt(4) == 0 ? random.nextInt(9) - 4 : 0);
+            expected.any(6, "prl", given == null || count != bean.length ? NO_BEAN : bean);
+            beginEJBRequestNative(given, count);
         });
         calls.add(() -> {
             expected.endAny(7, "pl");
@@ -257,8 +265,12 @@ public final class Differential {
         calls.add(() -> {
             Object[] values = values();
             int id = random.nextInt(300);
-            expected.any(99, "1p" + "1" + "s".repeat(values.length) + "l", contextOf(id, values, " "));
-            genericStartEventNative(id, values.length, values);
+            int count = values == null ? 3 : values.length + random.nextInt(3) - 1;
+            if (values != null && count != 0) {
+                Object[] context = contextOf(id, count, values, " ");
+                expected.any(99, "1p1" + "s".repeat(context.length - 2) + "l", context);
+            }
+            genericStartEventNative(id, count, values);
         });
         calls.add(() -> {
             int id = random.nextInt(300);
@@ -268,8 +280,10 @@ public final class Differential {
         calls.add(() -> {
             Object[] values = values();
             int id = random.nextInt(300);
-            expected.record(108, "1t" + "1" + "s".repeat(values.length) + "l", contextOf(id, values, ""));
-            genericExceptionEventNative(id, values.length, values);
+            int count = random.nextInt(6) - 1;
+            Object[] context = contextOf(id, count, values, "");
+            expected.record(108, "1t1" + "s".repeat(context.length - 2) + "l", context);
+            genericExceptionEventNative(id, count, values);
         });
         family(expected::counted, 150, "pszsl", new int[] {0, 1}, t -> startIIOPClientRequestNative(t[0], t[1]));
         end(expected::endCounted, 151, t -> finishIIOPClientRequestNative(t[0], t[1]));
@@ -289,12 +303,13 @@ public final class Differential {
         expected.endCounted(type + 1);
     }
 
-    /** What is no string counts as missing. */
-    private static Object[] contextOf(int id, Object[] values, String missing) {
-        Object[] all = new Object[values.length + 2];
+    /** Those that are there, 255 at most. What is no string counts as missing. */
+    private static Object[] contextOf(int id, int wanted, Object[] values, String missing) {
+        int count = values == null || wanted < 0 ? 0 : Math.min(255, Math.min(wanted, values.length));
+        Object[] all = new Object[count + 2];
         all[0] = id;
-        all[1] = values.length;
-        for (int i = 0; i < values.length; i++) {
+        all[1] = count;
+        for (int i = 0; i < count; i++) {
             all[i + 2] = values[i] instanceof String ? values[i] : missing;
         }
         return all;
@@ -313,11 +328,19 @@ public final class Differential {
         calls.add(() -> {
             String manager = whole();
             String queue = whole();
-            byte[] types = {(byte) random.nextInt()};
-            int[] counts = {random.nextInt()};
-            long[] averages = {random.nextLong()};
-            expected.record(41, "ss84148", manager, queue, 77, 1, types[0], counts[0], averages[0]);
-            sendXQIRecordNative(manager, queue, 77, types, counts, averages, 1);
+            byte[] types = new byte[random.nextInt(4)];
+            random.nextBytes(types);
+            int[] counts = random.nextInt(5) == 0 ? null : random.ints(types.length).toArray();
+            long[] averages = random.nextInt(5) == 0 ? null : random.longs(types.length).toArray();
+            int told = types.length + (random.nextInt(5) == 0 ? 1 : 0);
+            if (counts != null && averages != null && told == types.length && told > 0) {
+                ByteBuffer figures = ByteBuffer.allocate(13 * told);
+                for (int i = 0; i < told; i++) {
+                    figures.put(types[i]).putInt(counts[i]).putLong(averages[i]);
+                }
+                expected.record(41, "ss84r", manager, queue, 77, told, figures.array());
+            }
+            sendXQIRecordNative(manager, queue, 77, types, counts, averages, told);
         });
         calls.add(() -> {
             expected.record(11, "t444444", 0, 0, 0, 0, 0, 0);
@@ -328,14 +351,18 @@ public final class Differential {
             issueTraceRequestNative();
         });
         calls.add(() -> {
-            String status = "status " + random.nextInt();
+            String status = whole();
             expected.record(44, "s", status);
             setPSStatusEventNative(status);
         });
         calls.add(() -> {
-            int[] levels = {random.nextInt(), random.nextInt(), random.nextInt(), random.nextInt(), 7};
-            expected.record(39, "44441", levels[0], levels[1], levels[2], levels[3], 1);
-            setSamplingRatesNative(levels, 1);
+            int[] levels = random.nextInt(5) == 0 ? null : random.ints(random.nextInt(7)).toArray();
+            int useDefault = random.nextInt(4) - 1;
+            if (levels != null) {
+                System.arraycopy(levels, 0, rates, 0, Math.min(4, levels.length));
+                expected.record(39, "44441", rates[0], rates[1], rates[2], rates[3], useDefault == 1 ? 1 : 0);
+            }
+            setSamplingRatesNative(levels, useDefault);
         });
     }
 
@@ -351,7 +378,7 @@ public final class Differential {
         int wanted = own.size() + apart.size();
         ByteBuffer stream = ByteBuffer.wrap(Files.readAllBytes(capture));
         skipInitialBlock(stream);
-        long clock = 0;
+        long[] clocks = {0, 0};
         while (stream.hasRemaining()) {
             stream.get();
             int count = stream.getInt();
@@ -359,7 +386,7 @@ public final class Differential {
             for (; count > 0; count--) {
                 if (matches(stream, own.peek())) {
                     String line = own.remove();
-                    clock = laterClock(stream, line, clock);
+                    checkClocks(stream, line, clocks);
                     stream.position(stream.position() + bytesOf(line));
                 } else if (matches(stream, apart.peek())) {
                     stream.position(stream.position() + bytesOf(apart.remove()));
@@ -407,17 +434,24 @@ public final class Differential {
         return true;
     }
 
-    /** The wall clock of a record, in microseconds, which must not be before the last one. */
-    private static long laterClock(ByteBuffer stream, String line, long last) {
-        int at = line.indexOf('.') / 2;
-        if (!line.contains("................")) {
-            return last;
+    /**
+     * Neither the wall clock of a record, in microseconds, nor its CPU clock may be before the last one. Beans of one
+     * millisecond share the thread's latest CPU time, which a page sets back to 0 even if it is suppressed.
+     */
+    private static void checkClocks(ByteBuffer stream, String line, long[] last) {
+        int digits = line.lastIndexOf('.') + 1 - line.indexOf('.');
+        if (digits < 16) {
+            return;
         }
-        long micros = (stream.getInt(stream.position() + at) & 0xFFFFFFFFL) * 1_000_000
-                + stream.getInt(stream.position() + at + 4);
-        if (micros < last || micros % 1000 != 0) {
-            throw new IllegalStateException("the clock of " + line + ": " + micros + " after " + last);
+        int at = stream.position() + line.indexOf('.') / 2;
+        long micros = (stream.getInt(at) & 0xFFFFFFFFL) * 1_000_000 + stream.getInt(at + 4);
+        long cpu = digits == 32 ? stream.getLong(at + 8) : 0;
+        boolean without = digits == 16 || cpu == 0 && (line.startsWith("06") || line.startsWith("07"));
+        if (micros < last[0] || micros % 1000 != 0 || !without && cpu < Math.max(1, last[1])) {
+            throw new IllegalStateException("clocks " + micros + ", " + cpu + " after " + Arrays.toString(last) + ": "
+                    + line);
         }
-        return micros;
+        last[0] = micros;
+        last[1] = Math.max(cpu, last[1]);
     }
 }
