@@ -112,10 +112,13 @@ public final class Differential {
         }
     }
 
-    /** Of those that a receiver gets whole. */
+    /** Of those without a limit but that of a length on the wire; few beyond that, as each is 65,535 bytes. */
     private String whole() {
         String drawn = text();
-        return drawn != null && drawn.length() > 1000 ? "long" : drawn;
+        if (drawn == null || drawn.length() <= 1000) {
+            return drawn;
+        }
+        return random.nextInt(30) > 0 ? "long" : "x".repeat(random.nextInt(3)) + "\u6f22".repeat(22000);
     }
 
     private byte[] token() {

@@ -66,8 +66,9 @@ final class ExpectedStream implements Closeable {
             return;
         }
         depth++;
-        boolean same = Arrays.equals(cut(name, false), cut(url, false))
-                && Arrays.equals(cut(application, false), cut(url, false));
+        byte[] address = cut(url, urlLimit, false);
+        boolean same = Arrays.equals(cut(name, urlLimit, false), address)
+                && Arrays.equals(cut(application, urlLimit, false), address);
         record(4, "p1uuusl", same ? 0 : 1, same ? "" : name, same ? "" : application, url, user);
     }
 
@@ -202,9 +203,9 @@ final class ExpectedStream implements Closeable {
                 case 'c' -> line.append(".".repeat(16));
                 case 't' -> line.append(number(thread, 4));
                 case 'z' -> line.append(number(0, 4));
-                case 's' -> line.append(counted(encoded((String) values[next++])));
-                case 'u' -> line.append(counted(cut((String) values[next++], false)));
-                case 'S' -> line.append(counted(cut((String) values[next++], true)));
+                case 's' -> line.append(counted(cut((String) values[next++], 0x10000, true)));
+                case 'u' -> line.append(counted(cut((String) values[next++], urlLimit, false)));
+                case 'S' -> line.append(counted(cut((String) values[next++], sqlLimit, true)));
                 case 'b' -> line.append(counted((byte[]) values[next++]));
                 case 'r' -> line.append(hex((byte[]) values[next++]));
                 default -> line.append(number(((Number) values[next++]).longValue(), part - '0'));
@@ -247,15 +248,14 @@ final class ExpectedStream implements Closeable {
         return bytes.toByteArray();
     }
 
-    /** Limits count a NUL that is not sent. Statements are cut ahead of a character that has no room. */
-    private byte[] cut(String text, boolean statement) {
+    /** Limits count a NUL that is not sent. All but addresses are cut ahead of a character that has no room. */
+    private static byte[] cut(String text, int limit, boolean atCharacter) {
         byte[] bytes = encoded(text);
-        int limit = statement ? sqlLimit : urlLimit;
         if (bytes.length < limit) {
             return bytes;
         }
         int kept = limit - 1;
-        while (statement && kept > 0 && (bytes[kept] & 0xC0) == 0x80) {
+        while (atCharacter && kept > 0 && (bytes[kept] & 0xC0) == 0x80) {
             kept--;
         }
         return Arrays.copyOf(bytes, kept);
