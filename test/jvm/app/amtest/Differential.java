@@ -258,7 +258,12 @@ public final class Differential {
             byte[] bean = BeanRequest.compose(whole(), whole(), whole());
             byte[] given = random.nextInt(20) == 0 ? null : Arrays.copyOf(bean, bean.length + random.nextInt(3));
             int count = bean.length + (random.nextInt(4) == 0 ? random.nextInt(9) - 4 : 0);
-            expected.any(6, "prl", given == null || count != bean.length ? NO_BEAN : bean);
+            int told = bean.length - 2 + random.nextInt(9) / 8;
+            if (given != null) {
+                ByteBuffer.wrap(given).putShort((short) (told + count - bean.length));
+            }
+            boolean right = given != null && count == bean.length && told == count - 2;
+            expected.any(6, "prl", right ? bean : NO_BEAN);
             beginEJBRequestNative(given, count);
         });
         calls.add(() -> {
