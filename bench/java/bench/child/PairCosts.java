@@ -54,7 +54,7 @@ public final class PairCosts {
     }
 
     private static List<Case> parts() {
-        return List.of(Families.SQL_PAIR, withoutTexts(), withoutEvent(), eventOnly());
+        return List.of(Families.SQL_PAIR, withoutTexts(), withoutEvent(), eventOnly(), eventBehindClocks());
     }
 
     private static Case withoutTexts() {
@@ -76,6 +76,16 @@ public final class PairCosts {
     private static Case eventOnly() {
         return new Case("event only", true, Families.repeat(() -> {
             NativeEventAgentImpl.genericExceptionEventNative(7, 0, null);
+            NativeEventAgentImpl.genericExceptionEventNative(7, 0, null);
+        }));
+    }
+
+    /** The same events, each behind a call that reads the clocks, as those of a pair are within one call. */
+    private static Case eventBehindClocks() {
+        return new Case("event behind clocks", true, Families.repeat(() -> {
+            Comparison.clocks(Families.SQL, Families.SOURCE);
+            NativeEventAgentImpl.genericExceptionEventNative(7, 0, null);
+            Comparison.clocks(Families.SQL, Families.SOURCE);
             NativeEventAgentImpl.genericExceptionEventNative(7, 0, null);
         }));
     }

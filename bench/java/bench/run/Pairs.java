@@ -53,7 +53,7 @@ final class Pairs {
         double cpu = nanos.get("cpu clocks");
         double wall = nanos.get("wall clocks");
         double event = nanos.get("event only") - nanos.get("without event");
-        System.out.printf("%n%d thread%s%n%-44s %8s %7s%n", threads, threads == 1 ? "" : "s", "part", "ns", "share");
+        System.out.printf("%n%d thread%s%n%-48s %8s %7s%n", threads, threads == 1 ? "" : "s", "part", "ns", "share");
         Map<String, Double> rows = new LinkedHashMap<>();
         rows.put("JNI: two calls of an empty native", jni);
         rows.put("gate and lookup of the thread", lookup);
@@ -61,11 +61,13 @@ final class Pairs {
         rows.put("clocks: thread CPU, twice", cpu);
         rows.put("clocks: wall, twice", wall);
         rows.put("events: made, queued, later destroyed", event);
+        rows.put("what those events cost more behind a system call",
+                nanos.get("event behind clocks") - nanos.get("floor") - nanos.get("event only"));
         double rest = whole - rows.values().stream().mapToDouble(Double::doubleValue).sum();
         rows.put("in none of these", rest);
         rows.put("the whole pair", whole);
         rows.put("the pair while the probe is stopped", nanos.get("refused"));
-        rows.forEach((name, part) -> System.out.printf("%-44s %8.0f %6.1f%%%n", name, part, 100 * part / whole));
+        rows.forEach((name, part) -> System.out.printf("%-48s %8.0f %6.1f%%%n", name, part, 100 * part / whole));
         System.out.printf("beyond its two thread-CPU clocks %.0f ns, beyond two calls that only read the clocks %.0f ns%n",
                 whole - cpu, whole - nanos.get("floor"));
     }
