@@ -16,7 +16,7 @@
 #include <strings.h>
 
 Relaxed<EventAgentHost *> eventAgentHost(nullptr);
-Relaxed<void (*)(JNIEnv *)> resendSamplingRatesHook(nullptr);
+Relaxed<void (*)(JNIEnv *)> resendHook(nullptr);
 
 namespace {
 
@@ -421,8 +421,8 @@ bool EventAgent::resendInitialData() {
     }
     ProtocolVisitor::clearCommonNameCache();
     callSendAllClassEvents();
-    if (resendSamplingRatesHook != nullptr) {
-        resendSamplingRatesHook.get()(env);
+    if (resendHook != nullptr) {
+        resendHook.get()(env);
     }
     return true;
 }

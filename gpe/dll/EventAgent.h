@@ -174,6 +174,5 @@ private:
     DropFigures inPacket; // what is lost with the present packet
 };
 
-// Queues the last sampling rates again after a reconnection. Set by the layer that keeps them; null until
-// then.
-extern Relaxed<void (*)(JNIEnv *)> resendSamplingRatesHook;
+// Queues what every new connection has to know again. Set by the layer that keeps it; null until then.
+extern Relaxed<void (*)(JNIEnv *)> resendHook;

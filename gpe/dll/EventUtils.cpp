@@ -174,44 +174,6 @@ void endJDBCSQLRequest(JNIEnv *env, jobject, jstring, jstring) {
     }
 }
 
-// ---------------------------------------------------------------- correlation
-
-namespace {
-
-// Other actions have no record of this kind.
-bool hasCorrelationRecord(jint act) {
-    return act == 7 || act == 10 || act == 11 || act == 13;
-}
-
-} // namespace
-
-// Both records carry the raised depth. The pair is made after the call, so both take the CPU clock first.
-void processGpsXQRequest(JNIEnv *env, jstring, jstring queueName, jint act, jbyteArray gpsToken) {
-    ThreadData *td = callingThread(env);
-    if ((td != nullptr && td->requestDepth == 0) || !hasCorrelationRecord(act)) {
-        return;
-    }
-    if (td != nullptr) {
-        ++td->requestDepth;
-    }
-    const jsize given = gpsToken != nullptr ? env->GetArrayLength(gpsToken) : 0;
-    const auto begin = [=](GPSXQEvent &event, Texts &texts) {
-        event.action = act;
-        texts.copy(event.queueName, queueName);
-        if (given > 0 && given <= UINT16_MAX) {
-            texts.hold<jbyte>(event.gpsToken, gpsToken, given, &JNIEnv::GetByteArrayRegion);
-        }
-        event.tokenLength = static_cast<int32_t>(event.gpsToken.length());
-    };
-    const auto end = [=](GPSXQEvent &event, Texts &) { event.action = act; };
-    NestedDraft<GPSXQEvent> beginning(td, Event::SUB_START);
-    NestedDraft<GPSXQEvent> ending(td, Event::SUB_END);
-    if (completeAndAppend(env, td, beginning, Clocks::CpuFirst, begin) &&
-        completeAndAppend(env, td, ending, Clocks::CpuFirst, end)) {
-        leave(td);
-    }
-}
-
 // ---------------------------------------------------------------- requests of the server
 
 namespace {

@@ -34,8 +34,17 @@ void startHttpRequest(JNIEnv *env, jstring requestName, jstring applicationName,
 void finishHttpRequest(JNIEnv *env, jstring requestName);
 void failHttpRequest(JNIEnv *env, jstring requestName, jstring applicationName, jstring err);
 
-// A correlated message as a begin and end pair. A token that is null, or longer than the 16 bits of its
-// length on the wire, counts as empty.
+// Calls that go on in another server, or came from one, known by their token: a begin and an end each,
+// counted without any test of the depth. A token that is null, or longer than the 16 bits of its length on
+// the wire, counts as empty; one that is a text is cut as a name.
+void startGpsInvocation(JNIEnv *env, jbyteArray token);
+void startGpsTxmonInvocation(JNIEnv *env, jstring gateway); // of the transaction monitor; the same end
+void endGpsInvocation(JNIEnv *env);
+void startGpsReceipt(JNIEnv *env, jbyteArray token);
+void completeGpsReceipt(JNIEnv *env);
+void startGpsTextReceipt(JNIEnv *env, jstring gpsToken);
+void completeGpsTextReceipt(JNIEnv *env);
+// A correlated message as a begin and end pair.
 void processGpsXQRequest(JNIEnv *env, jstring queueMgrName, jstring queueName, jint act, jbyteArray gpsToken);
 
 // A monitor that is waited for. The results say whether it was recorded.

@@ -202,6 +202,81 @@ JNIEXPORT void JNICALL EVENT_AGENT(genericExceptionEventNative)(JNIEnv *env, jcl
     gated(env, [=] { exceptionGenericEvent(env, id, nCtxProps, ctxValues); });
 }
 
+// ---------------------------------------------------------------- correlation
+
+JNIEXPORT void JNICALL EVENT_AGENT(startGpsInvokeRequestNative)(JNIEnv *env, jclass, jbyteArray token) {
+    gated(env, [=] { startGpsInvocation(env, token); });
+}
+
+JNIEXPORT void JNICALL EVENT_AGENT(startGpsTxmonInvokeRequestNative)(JNIEnv *env, jclass, jstring gateway) {
+    gated(env, [=] { startGpsTxmonInvocation(env, gateway); });
+}
+
+JNIEXPORT void JNICALL EVENT_AGENT(endGpsInvokeRequestNative)(JNIEnv *env, jclass) {
+    gated(env, [=] { endGpsInvocation(env); });
+}
+
+JNIEXPORT void JNICALL EVENT_AGENT(startGpsReceiveRequestNative)(JNIEnv *env, jclass,
+                                                                 jbyteArray toolkitToken) {
+    gated(env, [=] { startGpsReceipt(env, toolkitToken); });
+}
+
+// The end carries no token, and neither does that of the next pair.
+JNIEXPORT void JNICALL EVENT_AGENT(completeGpsReceiveRequestNative)(JNIEnv *env, jclass, jbyteArray) {
+    gated(env, [=] { completeGpsReceipt(env); });
+}
+
+JNIEXPORT void JNICALL EVENT_AGENT(startGpsReceiveRequest2Native)(JNIEnv *env, jclass, jstring gpsToken) {
+    gated(env, [=] { startGpsTextReceipt(env, gpsToken); });
+}
+
+JNIEXPORT void JNICALL EVENT_AGENT(completeGpsReceiveRequest2Native)(JNIEnv *env, jclass, jstring) {
+    gated(env, [=] { completeGpsTextReceipt(env); });
+}
+
+// ---------------------------------------------------------------- allocations and monitors
+
+JNIEXPORT void JNICALL EVENT_AGENT(heapAllocationStartNative)(JNIEnv *env, jclass, jint methodId,
+                                                              jint lineNumber, jstring className) {
+    gated(env, [=] { HeapAllocation::begin(env, methodId, lineNumber, className); });
+}
+
+JNIEXPORT void JNICALL EVENT_AGENT(heapAllocationEndNative)(JNIEnv *env, jclass, jint methodId,
+                                                            jint lineNumber, jstring className) {
+    gated(env, [=] { HeapAllocation::end(env, methodId, lineNumber, className); });
+}
+
+// 1 if it was recorded; 0 for a kind other than 1 to 6, outside requests, and when refused.
+JNIEXPORT jint JNICALL EVENT_AGENT(appendLockAnalysisEventNative)(
+    JNIEnv *env, jclass, jbyte kind, jstring lockedClassName, jint lockingMethodId, jbyte owningRequestType,
+    jstring owningRequestName, jstring owningApplicationName, jint owning_method_id, jint waitingThreadId) {
+    const auto plain = [=](auto operation) { return operation(env, lockingMethodId, lockedClassName); };
+    const auto contended = [=](auto operation) {
+        return operation(env, lockingMethodId, lockedClassName, owningRequestType, owningRequestName,
+                         owningApplicationName, owning_method_id, waitingThreadId);
+    };
+    const Admission admitted(env);
+    if (!admitted) {
+        return 0;
+    }
+    switch (kind) {
+    case 1:
+        return plain(LockAcquisition::begin<jint, jstring>);
+    case 2:
+        return plain(LockAcquisition::end<jint, jstring>);
+    case 3:
+        return contended(beginLockContention);
+    case 4:
+        return contended(endLockContention);
+    case 5:
+        return plain(LockRelease::begin<jint, jstring>);
+    case 6:
+        return plain(LockRelease::end<jint, jstring>);
+    default:
+        return 0;
+    }
+}
+
 // ---------------------------------------------------------------- records that stand alone
 
 JNIEXPORT void JNICALL EVENT_AGENT(sendExceptionNative)(JNIEnv *env, jclass, jstring ex, jstring cn,

@@ -24,9 +24,9 @@ constexpr EventTypeFacts rowOf(Event::EventType type) {
     case Event::TYPE_NOTHING:
         return {writeNothing, Loss::Other, Keeping::Droppable};
     case Event::TYPE_CLASS:
-        return {NO_RECORD, Loss::Other, Keeping::Protected};
+        return {record<ClassEvent>, Loss::Other, Keeping::Protected};
     case Event::TYPE_METHOD:
-        return {NO_RECORD, Loss::Method, Keeping::Droppable};
+        return {record<MethodEvent>, Loss::Method, Keeping::Droppable};
     case Event::TYPE_HTTP:
         return {record<RequestEvent>, Loss::Other, Keeping::Droppable};
     case Event::TYPE_EJB:
@@ -68,7 +68,7 @@ constexpr EventTypeFacts rowOf(Event::EventType type) {
     case Event::TYPE_POLL_FOR:
         return {record<PollForEvent>, Loss::Other, Keeping::Droppable};
     case Event::TYPE_PORTAL_METHOD_CONSTANT:
-        return {NO_RECORD, Loss::None, Keeping::Protected};
+        return {record<PortalMethodConstantEvent>, Loss::None, Keeping::Protected};
     case Event::TYPE_IIOP_CLIENT:
         return {WRITES_ITSELF, Loss::Other, Keeping::Droppable};
     case Event::TYPE_IIOP_SERVER:
@@ -88,26 +88,45 @@ constexpr EventTypeFacts rowOf(Event::EventType type) {
     case Event::TYPE_GENERIC_EXCEPTION:
         return {record<GenericExceptionEvent>, Loss::Other, Keeping::Droppable};
     case Event::TYPE_PORTAL_LOGIN:
+        return {record<PortalAuthAcEvent>, Loss::Other, Keeping::Droppable};
     case Event::TYPE_PORTAL_ACCESS_CONTROL:
+        return {record<PortalAuthAcEvent>, Loss::Other, Keeping::Droppable};
     case Event::TYPE_PORTAL_CREDENTIAL_VAULT:
+        return {record<PortalCredentialVaultEvent>, Loss::Other, Keeping::Droppable};
     case Event::TYPE_PORTAL_CONTENT_ACCESS:
+        return {record<PortalContentAccessEvent>, Loss::Other, Keeping::Droppable};
     case Event::TYPE_PORTAL_PAGE:
+        return {record<PortalPageEvent>, Loss::Other, Keeping::Droppable};
     case Event::TYPE_PORTAL_PORTLET:
+        return {record<PortalPortletEvent>, Loss::Other, Keeping::Droppable};
     case Event::TYPE_HEAP:
+        return {record<HeapEvent>, Loss::Other, Keeping::Droppable};
     case Event::TYPE_LOCK_ACQUISITION:
+        return {record<LockAcquisitionEvent>, Loss::Other, Keeping::Droppable};
     case Event::TYPE_LOCK_CONTENTION:
+        return {record<LockContentionEvent>, Loss::Other, Keeping::Droppable};
     case Event::TYPE_LOCK_RELEASE:
+        return {record<LockReleaseEvent>, Loss::Other, Keeping::Droppable};
     case Event::TYPE_PORTAL_GATEWAY_SERVLET_SUM:
+        return {record<PortalAggregateDataEvent>, Loss::Other, Keeping::Droppable};
     case Event::TYPE_PORTAL_MODEL_BUILDING_SUM:
+        return {record<PortalAggregateDataEvent>, Loss::Other, Keeping::Droppable};
     case Event::TYPE_PORTAL_PAGE_LOADING_SUM:
+        return {record<PortalAggregateDataEvent>, Loss::Other, Keeping::Droppable};
     case Event::TYPE_PORTAL_AUTHENTICATION:
+        return {record<PortalAuthenticationEvent>, Loss::Other, Keeping::Droppable};
     case Event::TYPE_PORTAL_AUTHORIZATION:
+        return {record<PortalAuthorizationEvent>, Loss::Other, Keeping::Droppable};
     case Event::TYPE_PORTAL_MODEL_BUILDING:
+        return {record<PortalModelBuildingEvent>, Loss::Other, Keeping::Droppable};
     case Event::TYPE_PORTAL_PAGE_LOADING:
+        return {record<PortalPageLoadingEvent>, Loss::Other, Keeping::Droppable};
     case Event::TYPE_PORTAL_PAGE_RENDERING:
+        return {record<PortalPageRenderingEvent>, Loss::Other, Keeping::Droppable};
     case Event::TYPE_PORTAL_ACTION:
+        return {record<PortalActionEvent>, Loss::Other, Keeping::Droppable};
     case Event::TYPE_PORTAL_GATEWAY_SERVLET:
-        return {NO_RECORD, Loss::Other, Keeping::Droppable};
+        return {record<PortalGatewayServletEvent>, Loss::Other, Keeping::Droppable};
     }
     return {NO_RECORD, Loss::Other, Keeping::Droppable};
 }

@@ -7,6 +7,7 @@
 #include "LockAgentMgr.h"
 #include "MemoryMonitor.h"
 #include "NetworkAgentMgr.h"
+#include "PortalMethodMgr.h"
 #include "ProbeContextPersister.h"
 #include "ProbeLgKit.h"
 #include "PropertyMgr.h"
@@ -222,7 +223,12 @@ bool ProbeMgr::createManagers() {
     NetworkAgentMgr::getInstance();
     EvtAgentMgr::create();
     ThreadMgr::create();
-    resendSamplingRatesHook = resendSamplingRates;
+    resendHook = [](JNIEnv *env) {
+        resendSamplingRates(env);
+        if (PortalMethodMgr *methods = PortalMethodMgr::getInstance()) {
+            methods->pushMethodsToPS(env);
+        }
+    };
     return lockAgentMgr != nullptr && instance != nullptr && memoryMonitor != nullptr &&
            networkAgentMgr != nullptr && evtAgentMgr != nullptr && threadMgr != nullptr;
 }

@@ -61,6 +61,28 @@ public:
     void addToBuffer(GWXEvent *req);
     void addToBuffer(XQIEvent *req);
 
+    void addToBuffer(ClassEvent *evt); // which has its class
+    void addToBuffer(MethodEvent *mth);
+    void addToBuffer(HeapEvent *evt);
+    void addToBuffer(LockAcquisitionEvent *evt);
+    void addToBuffer(LockContentionEvent *evt);
+    void addToBuffer(LockReleaseEvent *evt);
+
+    void addToBuffer(PortalPageEvent *req);
+    void addToBuffer(PortalPortletEvent *req);
+    void addToBuffer(PortalAuthAcEvent *req);
+    void addToBuffer(PortalAggregateDataEvent *req);
+    void addToBuffer(PortalCredentialVaultEvent *req);
+    void addToBuffer(PortalContentAccessEvent *req);
+    void addToBuffer(PortalAuthenticationEvent *rec);
+    void addToBuffer(PortalAuthorizationEvent *rec);
+    void addToBuffer(PortalModelBuildingEvent *rec);
+    void addToBuffer(PortalPageLoadingEvent *rec);
+    void addToBuffer(PortalPageRenderingEvent *rec);
+    void addToBuffer(PortalActionEvent *rec);
+    void addToBuffer(PortalGatewayServletEvent *rec);
+    void addToBuffer(PortalMethodConstantEvent *rec);
+
     // Record number of the events that write themselves (IIOP); -1 for every other type.
     static int getRecordType(Event::EventType type, Event::EventSubType subType);
 
@@ -198,6 +220,9 @@ private:
         close(record);
     }
 
+    void addLock(int beginType, const LockEvent &lock);
+    void addPhase(int beginType, const PortalPhaseEvent &phase);
+    void addFigures(int type, const Event &event, const CountAndTime *figures, size_t count);
     void addNames(const RequestEvent &req);
     void addNamedRequest(int beginType, const RequestEvent &req);
     void traceRecord(const Record &record);

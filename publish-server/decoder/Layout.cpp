@@ -97,6 +97,31 @@ constexpr Field kGcEnd[] = {kThreadId, kTime, u64("usedObjects"), u64("usedObjec
                             u64("totalObjectSpace")};
 constexpr Field kGwx[] = {str("gatewayName"),  str("serverName"), str("progName"),
                           u64("snapShotTime"), u32("count"),      u64("avgTimeTaken")};
+constexpr Field kPortalRequest[] = {kPrefix,    str("requestName"), str("applicationName"),
+                                    str("url"), str("userId"),      kLevel};
+constexpr Field kPhase[] = {kPrefix, u8("methodId"), kLevel};
+constexpr Field kGateway[] = {kPrefix, str("pageName"), kLevel};
+constexpr Field kMethodConstant[] = {u8("methodId"), str("methodName")};
+constexpr Field kFigure[] = {u32("count"), u64("avgTime")};
+constexpr Field kVault[] = {u32("count1"), u64("avgTime1"), u32("count2"), u64("avgTime2"),
+                            u32("count3"), u64("avgTime3"), u32("count4"), u64("avgTime4"),
+                            u32("count5"), u64("avgTime5")};
+constexpr Field kContent[] = {u32("count1"), u64("avgTime1"), u32("count2"), u64("avgTime2"),
+                              u32("count3"), u64("avgTime3"), u32("count4"), u64("avgTime4")};
+constexpr Field kClassLoad[] = {u32("sequence"), str("class"), {Kind::Methods, "methods"}};
+constexpr Field kClassUnload[] = {u32("sequence"), u32("id"), {Kind::Ids, "methodIds"}};
+constexpr Field kMethod[] = {kThreadId, u32("methodId"), kTime, u64("cpuTime")};
+constexpr Field kHeap[] = {kPrefix, u32("allocatingMethodId"), str("instantiatedClassName"),
+                           u32("allocatingLineNumber"), kLevel};
+constexpr Field kLock[] = {kPrefix, u32("lockingMethodId"), str("lockedClassName"), kLevel};
+constexpr Field kContention[] = {kPrefix,
+                                 u32("lockingMethodId"),
+                                 str("lockedClassName"),
+                                 u8("owningRequestType"),
+                                 str("owningRequestName"),
+                                 str("owningApplicationName"),
+                                 u32("owningMethodId"),
+                                 kLevel};
 constexpr Field kXqi[] = {
     str("mgrName"), str("queueName"), u64("snapShotTime"), {Kind::Entries, "arrLength"}};
 
@@ -122,6 +147,11 @@ constexpr RecordSpec kSpecs[] = {
     single(0, "PacketHeader", kPacketHeader),
     single(2000, "InitRecord", kInit),
     single(101, "J2EEInitRecord", kJ2eeInit),
+    single(1, "ClassEvent.load", kClassLoad),
+    single(12, "ClassEvent.unload", kClassUnload),
+    // Without a depth, so that they pair with nothing.
+    single(2, "MethodEvent.entry", kMethod),
+    single(3, "MethodEvent.exit", kMethod),
     begin(4, "HttpEvent.begin", kHttp),
     end(5, "HttpEvent.end", 4),
     row(50, "HttpEvent.failed", Role::Failed, 4, kPlain),
@@ -153,6 +183,9 @@ constexpr RecordSpec kSpecs[] = {
     single(41, "XQIEvent", kXqi),
     single(44, "PSStatusEvent", kStatus),
     single(45, "ExceptionEvent", kException),
+    single(46, "PortalAggregateDataEvent.gateway", kFigure),
+    single(47, "PortalAggregateDataEvent.model", kFigure),
+    single(48, "PortalAggregateDataEvent.loading", kFigure),
     begin(51, "GPSEvent.invoke.begin", kGpsToken),
     end(52, "GPSEvent.invoke.end", 51),
     // The invocation of the transaction monitor is closed by the ordinary end of an invocation.
@@ -163,6 +196,14 @@ constexpr RecordSpec kSpecs[] = {
     end(56, "GPSXQEvent.10.end", 55),
     begin(57, "GPSXQEvent.7.begin", kGpsXqReceive),
     end(58, "GPSXQEvent.7.end", 57),
+    single(61, "PortalAuthAcEvent.login", kFigure),
+    single(62, "PortalAuthAcEvent.access", kFigure),
+    single(63, "PortalCredentialVaultEvent", kVault),
+    single(64, "PortalContentAccessEvent", kContent),
+    begin(65, "PortalPageEvent.begin", kPortalRequest),
+    end(66, "PortalPageEvent.end", 65),
+    begin(67, "PortalPortletEvent.begin", kPortalRequest),
+    end(68, "PortalPortletEvent.end", 67),
     begin(99, "GenericEvent.begin", kGeneric),
     row(100, "GenericEvent.end", Role::End, 99, kGenericEnd),
     single(108, "GenericExceptionEvent", kGenericException),
@@ -172,12 +213,35 @@ constexpr RecordSpec kSpecs[] = {
     end(113, "DoVerbForEvent.end", 112),
     begin(114, "PollForEvent.begin", kVerb),
     end(115, "PollForEvent.end", 114),
+    begin(118, "LockAcquisitionEvent.begin", kLock),
+    end(119, "LockAcquisitionEvent.end", 118),
+    begin(120, "LockContentionEvent.begin", kContention),
+    end(121, "LockContentionEvent.end", 120),
+    begin(122, "LockReleaseEvent.begin", kLock),
+    end(123, "LockReleaseEvent.end", 122),
+    begin(124, "HeapEvent.begin", kHeap),
+    end(125, "HeapEvent.end", 124),
+    begin(130, "PortalAuthenticationEvent.begin", kPhase),
+    end(131, "PortalAuthenticationEvent.end", 130),
+    begin(132, "PortalAuthorizationEvent.begin", kPhase),
+    end(133, "PortalAuthorizationEvent.end", 132),
+    begin(134, "PortalModelBuildingEvent.begin", kPhase),
+    end(135, "PortalModelBuildingEvent.end", 134),
+    begin(136, "PortalPageLoadingEvent.begin", kPhase),
+    end(137, "PortalPageLoadingEvent.end", 136),
+    begin(138, "PortalActionEvent.begin", kPhase),
+    end(139, "PortalActionEvent.end", 138),
+    begin(142, "PortalPageRenderingEvent.begin", kPhase),
+    end(143, "PortalPageRenderingEvent.end", 142),
+    single(146, "PortalMethodConstantEvent", kMethodConstant),
     begin(147, "JDOEvent.begin", kJdo),
     end(148, "JDOEvent.end", 147),
     begin(150, "CommonEvent.begin", kIiopClient),
     end(151, "CommonEvent.end", 150),
     begin(152, "IIOPServerEvent.begin", kIiopServer),
     end(153, "IIOPServerEvent.end", 152),
+    begin(155, "PortalGatewayServletEvent.begin", kGateway),
+    row(156, "PortalGatewayServletEvent.end", Role::End, 155, kGateway),
     begin(199, "WSClientEvent.begin", kWs),
     end(200, "WSClientEvent.end", 199),
     begin(201, "WSProviderEvent.begin", kWs),

@@ -24,6 +24,8 @@ enum class Kind : std::uint8_t {
     SizeEnd,  // no byte: the place where Size must have led
     Strs,     // u8 count, then so many Str
     Entries,  // u32 count, then so many of kEntryBytes: type u8, count u32, average time u64
+    Ids,      // u32 count, then so many u32
+    Methods,  // u32 count, then so many of: id u32, name Str, signature Str
 };
 
 constexpr std::uint64_t kAny = std::numeric_limits<std::uint64_t>::max();

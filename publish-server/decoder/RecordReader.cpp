@@ -47,7 +47,11 @@ bool RecordReader::readField(const Field &field, Record &record, Value &value) {
     case Kind::Strs:
         return strs(value);
     case Kind::Entries:
-        return entries(value);
+        return entries(value, kEntryBytes);
+    case Kind::Ids:
+        return entries(value, 4);
+    case Kind::Methods:
+        return methods(value);
     }
     return wrong("layout of unknown kind", at_);
 }
@@ -159,8 +163,24 @@ bool RecordReader::strs(Value &value) {
     return true;
 }
 
-bool RecordReader::entries(Value &value) {
-    return number(4, value.number) && raw(value.number * kEntryBytes, value);
+bool RecordReader::entries(Value &value, std::size_t bytesEach) {
+    return number(4, value.number) && raw(value.number * bytesEach, value);
+}
+
+bool RecordReader::methods(Value &value) {
+    if (!number(4, value.number)) {
+        return false;
+    }
+    const char *from = at_;
+    std::uint64_t id = 0;
+    Value ignored;
+    for (std::uint64_t i = 0; i < value.number; ++i) {
+        if (!number(4, id) || !counted(ignored) || !counted(ignored)) {
+            return false;
+        }
+    }
+    value.text = {from, static_cast<std::size_t>(at_ - from)};
+    return true;
 }
 
 bool RecordReader::endOfRecord() {

@@ -41,7 +41,8 @@ private:
     bool size(Value &value);
     bool sizeEnd();
     bool strs(Value &value);
-    bool entries(Value &value);
+    bool entries(Value &value, std::size_t bytesEach);
+    bool methods(Value &value);
     bool endOfRecord();
 
     bool number(std::size_t width, std::uint64_t &out);

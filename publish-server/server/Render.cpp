@@ -30,6 +30,38 @@ std::vector<std::uint64_t> splitNumbers(std::string_view bytes, std::size_t from
     return numbers;
 }
 
+// Of the methods of a class, each: id, name, signature.
+template <class Take>
+void walkMethods(const Value &value, Take take) {
+    std::string_view rest = value.text;
+    const auto text = [&rest] {
+        const std::size_t length = bigEndian(rest.data(), 2);
+        const std::string_view found = rest.substr(2, length);
+        rest.remove_prefix(2 + length);
+        return found;
+    };
+    for (std::uint64_t i = 0; i < value.number; ++i) {
+        const std::uint64_t id = bigEndian(rest.data(), 4);
+        rest.remove_prefix(4);
+        const std::string_view name = text();
+        take(id, name, text());
+    }
+}
+
+std::vector<std::uint64_t> methodIds(const Value &value) {
+    std::vector<std::uint64_t> ids;
+    walkMethods(value, [&](std::uint64_t id, std::string_view, std::string_view) { ids.push_back(id); });
+    return ids;
+}
+
+std::vector<std::string> methodNames(const Value &value) {
+    std::vector<std::string> names;
+    walkMethods(value, [&](std::uint64_t, std::string_view name, std::string_view signature) {
+        names.push_back(std::string(name).append(signature));
+    });
+    return names;
+}
+
 template <class Writer>
 void writeField(const Field &field, const Record &record, const Value &value, Writer &writer) {
     switch (field.kind) {
@@ -69,6 +101,13 @@ void writeField(const Field &field, const Record &record, const Value &value, Wr
         writer.number("nCtxProps", value.number);
         writer.texts(field.name, splitStrs(value));
         break;
+    case Kind::Ids:
+        writer.numbers(field.name, splitNumbers(value.text, 0, 4, 4));
+        break;
+    case Kind::Methods:
+        writer.numbers("methodIds", methodIds(value));
+        writer.texts(field.name, methodNames(value));
+        break;
     case Kind::Entries:
         writer.number(field.name, value.number);
         writer.numbers("types", splitNumbers(value.text, 0, kEntryBytes, 1));
@@ -96,7 +135,8 @@ struct JsonWriter {
         json["timeSec"] = seconds;
         json["timeUSec"] = microseconds;
     }
-    void texts(const char *name, const std::vector<std::string_view> &values) {
+    template <class T>
+    void texts(const char *name, const std::vector<T> &values) {
         Json list = Json::array();
         for (const std::string_view value : values) {
             list.push_back(toUtf8(value));
@@ -136,7 +176,8 @@ struct TextWriter {
         key("time");
         line += value;
     }
-    void texts(const char *name, const std::vector<std::string_view> &values) {
+    template <class T>
+    void texts(const char *name, const std::vector<T> &values) {
         key(name);
         const char *separator = "[\"";
         for (const std::string_view value : values) {

@@ -161,7 +161,6 @@ TEST_F(EventAgentTest, AnEventLargerThanAPacketGoesAlone) {
         for (const std::string &text : {tooLong, std::string("one"), tooLong, tooLong, std::string("two")}) {
             appendSqlStart(td, text);
         }
-        append<MethodEvent>(td, Event::SUB_START); // has no record yet: lost like one that was sent
         appendSqlStart(td, "three");
         stepper.release();
         EXPECT_EQ((std::vector<std::string>{"one", "two", "three"}), textsAfter(3));
@@ -356,7 +355,7 @@ TEST_F(EventAgentTest, TheLeaderSendsTheInitialDataBeforeTheOthersMaySend) {
     Draft<PSStatusEvent> old;
     old.put(old->message, "for the old connection", 22);
     special->appendEvent(&old);
-    resendSamplingRatesHook = [](JNIEnv *) { append<SamplingEvent>(pump()->getSpecialThreadData()); };
+    resendHook = [](JNIEnv *) { append<SamplingEvent>(pump()->getSpecialThreadData()); };
     pump()->notifySocketStatus();
     std::this_thread::sleep_for(milliseconds(400)); // a pass that began before may still send
     appendSqlStart(others, "after");
@@ -379,7 +378,7 @@ TEST_F(EventAgentTest, ALostConnectionBringsTheInitialDataAgain) {
     FakeJni::classesMissing = true; // and no word about it
     server.emplace();
     startAndWait();
-    resendSamplingRatesHook = [](JNIEnv *) { append<SamplingEvent>(pump()->getSpecialThreadData()); };
+    resendHook = [](JNIEnv *) { append<SamplingEvent>(pump()->getSpecialThreadData()); };
     FakeJni jni;
     ThreadData *td = threadOf(jni);
     appendSqlStart(td, "first");

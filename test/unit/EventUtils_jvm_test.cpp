@@ -103,6 +103,45 @@ const Family families[] = {
     {"wsProvider", COUNTED, "ww",
      "WSProviderEvent.begin d# applicationName=bank requestName=book url=http://self L#",
      "WSProviderEvent.end d# L#", sizeof(WSProviderEvent)},
+    {"invoke", COUNTED, "wc", "GPSEvent.invoke.begin d# token=0100ff L#", "GPSEvent.invoke.end d# L#",
+     sizeof(RequestEvent) + 100},
+    {"monitor", COUNTED, "cc", "GPSEvent.txmon.begin d# gateway=gate token= L#", "GPSEvent.invoke.end d# L#",
+     sizeof(RequestEvent) + 100},
+    {"receive", COUNTED, "ww", "GPSEvent.receive.begin d# token=0100ff L#", "GPSEvent.receive.end d# L#",
+     sizeof(GPSEvent)},
+    {"receive2", COUNTED, "cc", "GPSEvent.receive.begin d# token=74657874 L#", "GPSEvent.receive.end d# L#",
+     sizeof(RequestEvent) + 100},
+    {"heap", PLAIN, "wc",
+     "HeapEvent.begin d# allocatingMethodId=7 instantiatedClassName=Item allocatingLineNumber=0 L#",
+     "HeapEvent.end d# L#", sizeof(HeapEvent) + 4},
+    {"acquisition", PLAIN, "wc", "LockAcquisitionEvent.begin d# lockingMethodId=7 lockedClassName=Cart L#",
+     "LockAcquisitionEvent.end d# L#", sizeof(LockAcquisitionEvent) + 4},
+    {"contention", PLAIN, "ww",
+     "LockContentionEvent.begin d# lockingMethodId=7 lockedClassName=Cart owningRequestType=3 "
+     "owningRequestName=pay owningApplicationName=bank owningMethodId=8 L#",
+     "LockContentionEvent.end d# L#", sizeof(LockContentionEvent) + 7},
+    {"release", PLAIN, "wc", "LockReleaseEvent.begin d# lockingMethodId=7 lockedClassName=Cart L#",
+     "LockReleaseEvent.end d# L#", sizeof(LockReleaseEvent) + 4},
+    {"page", COUNTED, "wc",
+     "PortalPageEvent.begin d# requestName=home applicationName=shop url=http://p userId=ann L#",
+     "PortalPageEvent.end d# L#", sizeof(RequestEvent) + 100},
+    {"portlet", COUNTED, "wc",
+     "PortalPortletEvent.begin d# requestName=news applicationName=News url=http://n userId=bob L#",
+     "PortalPortletEvent.end d# L#", sizeof(RequestEvent) + 100},
+    {"authentication", COUNTED, "ww", "PortalAuthenticationEvent.begin d# methodId=9 L#",
+     "PortalAuthenticationEvent.end d# L#", sizeof(PortalPhaseEvent)},
+    {"authorization", COUNTED, "ww", "PortalAuthorizationEvent.begin d# methodId=9 L#",
+     "PortalAuthorizationEvent.end d# L#", sizeof(PortalPhaseEvent)},
+    {"model", COUNTED, "ww", "PortalModelBuildingEvent.begin d# methodId=9 L#",
+     "PortalModelBuildingEvent.end d# L#", sizeof(PortalPhaseEvent)},
+    {"loading", COUNTED, "ww", "PortalPageLoadingEvent.begin d# methodId=9 L#",
+     "PortalPageLoadingEvent.end d# L#", sizeof(PortalPhaseEvent)},
+    {"rendering", COUNTED, "ww", "PortalPageRenderingEvent.begin d# methodId=9 L#",
+     "PortalPageRenderingEvent.end d# L#", sizeof(PortalPhaseEvent)},
+    {"action", COUNTED, "ww", "PortalActionEvent.begin d# methodId=9 L#", "PortalActionEvent.end d# L#",
+     sizeof(PortalPhaseEvent)},
+    {"gateway", COUNTED, "ww", "PortalGatewayServletEvent.begin d# pageName=PageNameUnknown L#",
+     "PortalGatewayServletEvent.end d# pageName=last L#", sizeof(PortalGatewayServletEvent)},
 };
 
 std::string forFamily(std::string words, const Family &family) {
@@ -621,6 +660,37 @@ TEST_F(FamiliesTest, EventsWithoutAThreadEnterTheLeadersQueue) {
 }
 
 // ---------------------------------------------------------------- many threads, bad input
+
+// A monitor that another thread waits for is recorded in that thread's request.
+TEST_F(FamiliesTest, ContentionBelongsToTheThreadThatWaits) {
+    onThread([](Worker &waiting) {
+        const auto report = [&](jint threadId) {
+            bool begun = false, ended = false;
+            onThread([&](Worker &reporting) {
+                begun = beginLockContention(reporting.env, 1, nullptr, 2, nullptr, nullptr, 3, threadId);
+                ended = endLockContention(reporting.env, 1, nullptr, 2, nullptr, nullptr, 3, threadId);
+                EXPECT_THAT(reporting.take(), IsEmpty()); // outside a request itself
+                EXPECT_EQ(reporting.data()->requestDepth, 0);
+            });
+            return begun && ended;
+        };
+        const jint waitingId = static_cast<jint>(waiting.data()->threadId);
+        EXPECT_FALSE(report(waitingId));
+        waiting.data()->requestDepth = 1;
+        waiting.data()->lastCpuTime = 777;
+        EXPECT_FALSE(report(123456789)); // nobody's number: taken for the caller
+        EXPECT_TRUE(report(waitingId));
+        EXPECT_EQ(waiting.data()->requestDepth, 1);
+        const std::vector<Seen> seen = waiting.take();
+        ASSERT_THAT(seen, SizeIs(2));
+        for (const Seen &each : seen) {
+            EXPECT_EQ(each.cpuTime, 777);
+            EXPECT_EQ(each.threadId, waiting.data()->threadId.get());
+            EXPECT_EQ(each.depth, 2);
+            EXPECT_GT(each.wallMillis, 0);
+        }
+    });
+}
 
 TEST_F(FamiliesTest, BadInputIsHarmlessInEveryStateOfTheAgent) {
     ThreadMgr *const threads = threadMgr;

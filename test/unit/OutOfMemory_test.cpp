@@ -74,7 +74,7 @@ protected:
         properties.set("internal.probe.drops.exact", "true");
         properties.set("ea.popevent.size", GetParam());
         properties.set("internal.probe.event.packet.size", "1"); // several packets
-        resendSamplingRatesHook = [](JNIEnv *) { current->onPass(); };
+        resendHook = [](JNIEnv *) { current->onPass(); };
         current = this;
     }
 

@@ -3,6 +3,7 @@
 #include "Bytes.h"
 #include "EventDraft.h"
 #include "FakeVm.h"
+#include "class.h"
 #include "decoder/RecordReader.h"
 
 #include <chrono>
@@ -212,6 +213,31 @@ EventPtr xqi() {
     return event;
 }
 
+// With its class, of so many methods, the second one without texts.
+EventPtr classEvent(Event::EventSubType sub, int methods) {
+    auto event = stamped<ClassEvent>(sub);
+    auto *cls = new jclass_t;
+    cls->name = strdup("a/B");
+    cls->sequence = 0x0A0B0C0D;
+    cls->id = 0x0E0F0001;
+    cls->deleteWithEvent = 1;
+    cls->methodCount = methods;
+    cls->methods = new jmethod_t[2];
+    cls->methods[0].id = 31;
+    cls->methods[0].name = strdup("m");
+    cls->methods[0].signature = strdup("()V");
+    cls->methods[1].id = 32;
+    event->classRecord = cls;
+    return event;
+}
+
+template <Event::EventSubType SUB>
+EventPtr method() {
+    auto event = stamped<MethodEvent>(SUB);
+    event->methodId = -2;
+    return event;
+}
+
 // The fields get "a", "bb", "ccc" in the order told.
 template <typename E, auto... FIELDS>
 EventPtr texts() {
@@ -333,6 +359,14 @@ const Golden RECORDS[] = {
     {"queue figures", xqi<2>,
      "29 0001'm' 0001'q' 0000000000000007 00000002 01 00000003 0000000000000005 FE 01020304 0102030405060708"
      "7F7F"},
+    {"class load", [] { return classEvent(Event::SUB_CLASS_LOAD, 2); },
+     "01 0A0B0C0D 0003'a/B' 00000002 0000001F 0001'm' 0003'()V' 00000020 0000 0000 7F7F"},
+    {"class unload", [] { return classEvent(Event::SUB_CLASS_UNLOAD, 2); },
+     "0C 0A0B0C0D 0E0F0001 00000002 0000001F 00000020 7F7F"},
+    {"class unload, no methods", [] { return classEvent(Event::SUB_CLASS_UNLOAD, 0); },
+     "0C 0A0B0C0D 0E0F0001 00000000 7F7F"},
+    {"method entry", method<START>, "02 01020304 FFFFFFFE 11121314 15161718 2122232425262728 7F7F"},
+    {"method exit", method<END>, "03 01020304 FFFFFFFE 11121314 15161718 2122232425262728 7F7F"},
     {"queue figures, none", xqi<0>, "29 0001'm' 0001'q' 0000000000000007 00000000 7F7F"},
     {"queue figures, negative count", xqi<-3>, "29 0001'm' 0001'q' 0000000000000007 00000000 7F7F"},
 };

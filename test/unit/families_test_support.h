@@ -30,6 +30,7 @@
 
 namespace families_test {
 
+constexpr char PORTAL_AGENT[] = "com/qel/morvex/norak/dc/eventagent/PortalNativeEventAgentImpl";
 constexpr char NATIVE_EVENT_AGENT[] = "com/qel/morvex/norak/dc/eventagent/NativeEventAgentImpl";
 
 // One record as it would go out.
@@ -171,8 +172,8 @@ inline void bindAllNatives(JNIEnv *env) {
     static bool done = false;
     if (!done) {
         done = true;
-        for (const char *cls :
-             {NATIVE_EVENT_AGENT, "com/zykora/jdbc/ZykoraStatement", "oracle/jdbc/driver/OracleStatement"}) {
+        for (const char *cls : {NATIVE_EVENT_AGENT, PORTAL_AGENT, "com/zykora/jdbc/ZykoraStatement",
+                                "oracle/jdbc/driver/OracleStatement"}) {
             bindNatives(env, cls);
         }
     }

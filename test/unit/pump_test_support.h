@@ -175,7 +175,7 @@ protected:
         stop();
         delete evtAgentMgr.get();
         MemoryMonitor::destroy();
-        resendSamplingRatesHook = nullptr;
+        resendHook = nullptr;
         probeDisabled = true;
         eventAgentReady = false;
         networkAgentReady = false;

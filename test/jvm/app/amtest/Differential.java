@@ -1,6 +1,7 @@
 package amtest;
 
 import static com.qel.morvex.norak.dc.eventagent.NativeEventAgentImpl.*;
+import static com.qel.morvex.norak.dc.eventagent.PortalNativeEventAgentImpl.*;
 
 import com.qel.morvex.norak.dc.eventagent.BeanRequest;
 import com.zykora.jdbc.ZykoraStatement;
@@ -38,6 +39,7 @@ public final class Differential {
     private static final byte[] NO_BEAN = {0, 6, 0, 0, 0, 0, 0, 0};
 
     private final int[] rates = new int[4];
+    private String page = "PageNameUnknown";
     private final List<Runnable> calls = new ArrayList<>();
     private final Random random;
     private final ExpectedStream expected;
@@ -51,6 +53,9 @@ public final class Differential {
         resources();
         queues();
         components();
+        correlation();
+        monitors();
+        portal();
         singles();
     }
 
@@ -321,6 +326,121 @@ public final class Differential {
             all[i + 2] = values[i] instanceof String ? values[i] : missing;
         }
         return all;
+    }
+
+    private void correlation() {
+        calls.add(() -> {
+            byte[] token = token();
+            expected.counted(51, "pbl", ExpectedStream.sendable(token));
+            startGpsInvokeRequestNative(token);
+        });
+        family((type, form, name) -> expected.counted(type, form, name[0], new byte[0]), 154, "psbl", new int[] {0},
+                t -> startGpsTxmonInvokeRequestNative(t[0]));
+        end(expected::endCounted, 52, t -> endGpsInvokeRequestNative());
+        calls.add(() -> {
+            byte[] token = token();
+            expected.counted(53, "pbl", ExpectedStream.sendable(token));
+            startGpsReceiveRequestNative(token);
+        });
+        end(expected::endCounted, 54, t -> completeGpsReceiveRequestNative(null));
+        family(expected::counted, 53, "pul", new int[] {0}, t -> startGpsReceiveRequest2Native(t[0]));
+        end(expected::endCounted, 54, t -> completeGpsReceiveRequest2Native(t[0]));
+    }
+
+    private void monitors() {
+        calls.add(() -> {
+            int method = random.nextInt();
+            String type = whole();
+            expected.plain(124, "p4s4l", method, type, 0);
+            heapAllocationStartNative(method, random.nextInt(), type);
+        });
+        end(type -> expected.endPlain(type, "pl"), 125, t -> heapAllocationEndNative(1, 2, t[0]));
+        for (byte kind = 0; kind < 8; kind++) {
+            monitor(kind);
+        }
+    }
+
+    /** Odd kinds begin. A thread that waits, and is unknown, is taken for the caller. */
+    private void monitor(byte kind) {
+        boolean known = kind >= 1 && kind <= 6;
+        family((type, form, t) -> {
+            if (known && kind % 2 == 0) {
+                expected.endPlain(type, "pl");
+            } else if (kind == 3) {
+                expected.plain(type, form, 7, t[0], 255, t[1], t[2], 8);
+            } else if (known) {
+                expected.plain(type, form, 7, t[0]);
+            }
+        }, 117 + kind, kind == 3 ? "p4s1ss4l" : "p4sl", new int[] {0, 1, 2}, t -> {
+            boolean inside = getNumPendingRequests() != 0;
+            int recorded = appendLockAnalysisEventNative(kind, t[0], 7, (byte) -1, t[1], t[2], 8, -1);
+            if (recorded != (known && inside ? 1 : 0)) {
+                throw new IllegalStateException("kind " + kind + " gives " + recorded);
+            }
+        });
+    }
+
+    private void phase(int type, Consumer<Byte> start, Runnable end) {
+        calls.add(() -> {
+            byte method = (byte) random.nextInt();
+            expected.counted(type, "p1l", method);
+            start.accept(method);
+        });
+        end(expected::endCounted, type + 1, t -> end.run());
+    }
+
+    private void portal() {
+        int[] all = {0, 1, 2, 3};
+        family(expected::counted, 65, "puuusl", all, t -> startPortalPageRequestNative(t[0], t[1], t[2], t[3]));
+        end(expected::endCounted, 66, t -> endPortalPageRequestNative(t[0]));
+        family(expected::counted, 67, "puuusl", all, t -> startPortletRequestNative(t[0], t[1], t[2], t[3]));
+        end(expected::endCounted, 68, t -> endPortletRequestNative(t[0]));
+        phase(130, id -> startPortalAuthenticationRequestNative(id), () -> endPortalAuthenticationRequestNative());
+        phase(132, id -> startPortalAuthorizationRequestNative(id), () -> endPortalAuthorizationRequestNative());
+        phase(134, id -> startPortalModelBuildingRequestNative(id), () -> endPortalModelBuildingRequestNative());
+        phase(136, id -> startPortalPageLoadingRequestNative(id), () -> endPortalPageLoadingRequestNative());
+        phase(138, id -> startPortalActionRequestNative(id), () -> endPortalActionRequestNative());
+        phase(142, id -> startPortalPageRenderingRequestNative(id), () -> endPortalPageRenderingRequestNative());
+        calls.add(() -> {
+            expected.counted(155, "psl", "PageNameUnknown");
+            startGatewayServletRequestNative();
+        });
+        calls.add(() -> {
+            page = whole();
+            page = page == null ? "" : page;
+            processPortalPageNameNative(page);
+        });
+        end(type -> expected.endCounted(type, "psl", page), 156, t -> endGatewayServletRequestNative());
+        calls.add(() -> {
+            String name = whole();
+            expected.endCounted(156, "psl", name);
+            end502GatewayServletRequestNative(name);
+        });
+        figures();
+    }
+
+    private void figures() {
+        figure(61, count -> sendLoginDataNative(count, -count));
+        figure(62, count -> sendAccessControlDataNative(count, -count));
+        figure(46, count -> sendGatewayServletDataNative(count, -count));
+        figure(47, count -> sendModelBuildingDataNative(count, -count));
+        figure(48, count -> sendPageLoadingDataNative(count, -count));
+        calls.add(() -> {
+            expected.record(63, "4848484848", 1, 2, 3, 4, 5, 6, 7, 8, 9, Long.MIN_VALUE);
+            sendCredentialVaultDataNative(1, 2, 3, 4, 5, 6, 7, 8, 9, Long.MIN_VALUE);
+        });
+        calls.add(() -> {
+            expected.record(64, "48484848", 1, 2, 3, 4, 5, 6, -7, -8);
+            sendContentAccessDataNative(1, 2, 3, 4, 5, 6, -7, -8);
+        });
+    }
+
+    private void figure(int type, IntConsumer send) {
+        calls.add(() -> {
+            int count = random.nextInt();
+            expected.record(type, "48", count, (long) -count);
+            send.accept(count);
+        });
     }
 
     private void singles() {

@@ -171,7 +171,11 @@ final class ExpectedStream implements Closeable {
     }
 
     void endCounted(int type) {
-        record(type, "pl");
+        endCounted(type, "pl");
+    }
+
+    void endCounted(int type, String form, Object... values) {
+        record(type, form, values);
         depth--;
     }
 
@@ -181,9 +185,13 @@ final class ExpectedStream implements Closeable {
             return;
         }
         depth++;
-        record(type, "psb1l", queue, token == null || token.length > 0xFFFF ? new byte[0] : token, action == 7 ? 1 : 0);
+        record(type, "psb1l", queue, sendable(token), action == 7 ? 1 : 0);
         record(type + 1, "pl");
         leave();
+    }
+
+    static byte[] sendable(byte[] token) {
+        return token == null || token.length > 0xFFFF ? new byte[0] : token;
     }
 
     // ---- bytes

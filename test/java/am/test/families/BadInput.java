@@ -1,6 +1,7 @@
 package am.test.families;
 
 import com.qel.morvex.norak.dc.eventagent.NativeEventAgentImpl;
+import com.qel.morvex.norak.dc.eventagent.PortalNativeEventAgentImpl;
 import com.zykora.jdbc.ZykoraStatement;
 import java.lang.reflect.InvocationTargetException;
 import java.lang.reflect.Method;
@@ -18,16 +19,20 @@ public final class BadInput {
     public static String callAll() {
         StringBuilder thrown = new StringBuilder();
         for (Kind kind : Kind.values()) {
-            for (Object target : new Object[] {null, new ZykoraStatement(), new OracleStatement()}) {
-                Class<?> type = target == null ? NativeEventAgentImpl.class : target.getClass();
-                for (Method method : type.getDeclaredMethods()) {
-                    if (Modifier.isNative(method.getModifiers()) && !isOfThePool(method)) {
-                        call(method, target, kind, thrown);
-                    }
-                }
-            }
+            callAll(NativeEventAgentImpl.class, null, kind, thrown);
+            callAll(PortalNativeEventAgentImpl.class, null, kind, thrown);
+            callAll(ZykoraStatement.class, new ZykoraStatement(), kind, thrown);
+            callAll(OracleStatement.class, new OracleStatement(), kind, thrown);
         }
         return thrown.toString();
+    }
+
+    private static void callAll(Class<?> type, Object target, Kind kind, StringBuilder thrown) {
+        for (Method method : type.getDeclaredMethods()) {
+            if (Modifier.isNative(method.getModifiers()) && !isOfThePool(method)) {
+                call(method, target, kind, thrown);
+            }
+        }
     }
 
     private static boolean isOfThePool(Method method) {
@@ -70,6 +75,8 @@ public final class BadInput {
                 return number;
             } else if (type == long.class) {
                 return (long) number;
+            } else if (type == byte.class) {
+                return (byte) (number ^ 3);
             } else if (type == boolean.class) {
                 return this != NOTHING;
             } else if (type == Object.class) {

@@ -1,6 +1,7 @@
 package am.test.families;
 
 import static com.qel.morvex.norak.dc.eventagent.NativeEventAgentImpl.*;
+import static com.qel.morvex.norak.dc.eventagent.PortalNativeEventAgentImpl.*;
 
 import com.qel.morvex.norak.dc.eventagent.BeanRequest;
 import com.zykora.jdbc.ZykoraStatement;
@@ -21,6 +22,9 @@ public final class Script {
         resources();
         messaging();
         components();
+        correlation();
+        monitors();
+        portal();
         singles();
     }
 
@@ -116,6 +120,45 @@ public final class Script {
         WORDS.put("genericExceptionNull", () -> genericExceptionEventNative(2, 4, null));
         WORDS.put("wsClientFault", () -> wsHelperClientFaultNative("shop", "404", "not found"));
         WORDS.put("wsProviderFault", () -> wsHelperProviderFaultNative("bank", "500", "no money"));
+    }
+
+    private static void correlation() {
+        byte[] token = {1, 0, -1};
+        pair("invoke", () -> startGpsInvokeRequestNative(token), () -> endGpsInvokeRequestNative());
+        pair("monitor", () -> startGpsTxmonInvokeRequestNative("gate"), () -> endGpsInvokeRequestNative());
+        pair("receive", () -> startGpsReceiveRequestNative(token), () -> completeGpsReceiveRequestNative(token));
+        pair("receive2", () -> startGpsReceiveRequest2Native("text"), () -> completeGpsReceiveRequest2Native("text"));
+    }
+
+    private static void monitors() {
+        pair("heap", () -> heapAllocationStartNative(7, 35, "Item"), () -> heapAllocationEndNative(7, 35, "Item"));
+        String[] names = {"acquisition", "contention", "release"};
+        for (int i = 0; i < names.length; i++) {
+            byte begin = (byte) (2 * i + 1);
+            pair(names[i], () -> monitor(begin), () -> monitor((byte) (begin + 1)));
+        }
+    }
+
+    private static void monitor(byte kind) {
+        appendLockAnalysisEventNative(kind, "Cart", 7, (byte) 3, "pay", "bank", 8, -1);
+    }
+
+    private static void portal() {
+        byte method = 9;
+        pair("page", () -> startPortalPageRequestNative("home", "shop", "http://p", "ann"),
+                () -> endPortalPageRequestNative("home"));
+        pair("portlet", () -> startPortletRequestNative("news", "News", "http://n", "bob"),
+                () -> endPortletRequestNative("news"));
+        pair("authentication", () -> startPortalAuthenticationRequestNative(method),
+                () -> endPortalAuthenticationRequestNative());
+        pair("authorization", () -> startPortalAuthorizationRequestNative(method),
+                () -> endPortalAuthorizationRequestNative());
+        pair("model", () -> startPortalModelBuildingRequestNative(method), () -> endPortalModelBuildingRequestNative());
+        pair("loading", () -> startPortalPageLoadingRequestNative(method), () -> endPortalPageLoadingRequestNative());
+        pair("rendering", () -> startPortalPageRenderingRequestNative(method),
+                () -> endPortalPageRenderingRequestNative());
+        pair("action", () -> startPortalActionRequestNative(method), () -> endPortalActionRequestNative());
+        pair("gateway", () -> startGatewayServletRequestNative(), () -> end502GatewayServletRequestNative("last"));
     }
 
     private static void singles() {

@@ -101,6 +101,54 @@ public final class NativeEventAgentImpl {
 
     public static native void genericExceptionEventNative(int id, int nCtxProps, Object[] ctxValues);
 
+    // Correlation: a request that goes on in another server, or came from one
+
+    /** @param token what {@code getNativeGpsToken} gave; null and more than 65,535 bytes count as empty */
+    public static native void startGpsInvokeRequestNative(byte[] token);
+
+    /** An invocation of the transaction monitor; it has the same end as the other. */
+    public static native void startGpsTxmonInvokeRequestNative(String gateway);
+
+    public static native void endGpsInvokeRequestNative();
+
+    /** @param toolkitToken the token that came with the request, as for the invocation */
+    public static native void startGpsReceiveRequestNative(byte[] toolkitToken);
+
+    /** @param toolkitToken not used: the end needs none */
+    public static native void completeGpsReceiveRequestNative(byte[] toolkitToken);
+
+    /** The same for a token that is a text; it is cut as names are. */
+    public static native void startGpsReceiveRequest2Native(String gpsToken);
+
+    /** @param gpsToken not used */
+    public static native void completeGpsReceiveRequest2Native(String gpsToken);
+
+    // Allocations and monitors, inside requests only
+
+    /**
+     * @param methodId  number of the method that allocates, as it was given with its class
+     * @param lineNumber not reported
+     */
+    public static native void heapAllocationStartNative(int methodId, int lineNumber, String className);
+
+    public static native void heapAllocationEndNative(int methodId, int lineNumber, String className);
+
+    /**
+     * A monitor. The last five parameters count with kinds 3 and 4 only.
+     *
+     * @param kind 1 and 2 begin and end of its acquisition, 3 and 4 of waiting for it, 5 and 6 of its release
+     * @param lockedClassName class of the object that it belongs to
+     * @param lockingMethodId number of the method that takes it
+     * @param owningRequestType type of the request that has it, -128 to 127 as the receiver knows them
+     * @param owning_method_id number of the method that has it
+     * @param waitingThreadId number of the thread that waits, to whose request the record belongs; the caller's if
+     *     it is unknown
+     * @return 1 if it was recorded
+     */
+    public static native int appendLockAnalysisEventNative(byte kind, String lockedClassName, int lockingMethodId,
+            byte owningRequestType, String owningRequestName, String owningApplicationName, int owning_method_id,
+            int waitingThreadId);
+
     // Single records
 
     /** Exception text, class and method that threw it, stack trace. */
@@ -122,7 +170,7 @@ public final class NativeEventAgentImpl {
 
     /**
      * @param levels the sampling rates: the first 4 count, missing ones stay as they were; null changes nothing
-     * @param useDefault non-zero to make the receiver use its own
+     * @param useDefault 1 to make the receiver use its own
      */
     public static native void setSamplingRatesNative(int[] levels, int useDefault);
 
