@@ -66,8 +66,6 @@ TEST_F(RecordTraceTest, ShowsTypeThreadDepthAndBytesOfEachFinishedRecord) {
     noDepth.addToBuffer(&traced);
     EXPECT_EQ("13 9 0 0D0000000900000000000000007F7F\n", takeTrace(env));
 
-    PortalMethodConstantEvent unwritten;
-    unwritten.addToBuffer(&traced);
     traced.addInitRecord();
     EXPECT_EQ(0u, takeTrace(env).rfind("-48 0 0 000007D064", 0));
     traced.addJ2EEInitRecord(env);
