@@ -20,7 +20,5 @@ bool Event::addToBuffer(ProtocolVisitor *visitor) {
 }
 
 ClassEvent::~ClassEvent() {
-    if (classRecord != nullptr && classRecord->deleteWithEvent != 0) {
-        delete classRecord;
-    }
+    jclass_t::release(classRecord);
 }

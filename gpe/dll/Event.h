@@ -427,7 +427,7 @@ public:
     explicit ClassEvent(EventSubType sub) : Event(TYPE_CLASS, sub, OWN_SIZE) {}
     ~ClassEvent() override;
 
-    jclass_t *classRecord = nullptr; // deleted with the event if its `deleteWithEvent` is set, else not owned
+    jclass_t *classRecord = nullptr; // held by the event; not null once it is queued
 
 private:
     static constexpr size_t OWN_SIZE = 96; // fixed charge, whatever the object measures

@@ -13,6 +13,7 @@
 #include "PropertyMgr.h"
 #include "ThreadMgr.h"
 #include "ZykLock.h"
+#include "class.h"
 #include "jnihelp.h"
 
 #include <algorithm>
@@ -31,8 +32,6 @@ Relaxed<JVMPIWrapper *> jvmpi(nullptr);
 bool useMethodLocks = false;
 int32_t methodHashCleanup = 150;
 int32_t methodHashCleanupInterval = 5000;
-char **includeList = nullptr;
-char **excludeList = nullptr;
 
 namespace {
 
@@ -44,7 +43,6 @@ char *onLoadOptions = nullptr;
 char bootClassName[256] = "";
 
 StaticZykLock lifecycleLock;
-PlainLock filterLock; // the two lists
 
 bool saysYes(const char *key) {
     const char *value = stringProperty(key, nullptr);
@@ -212,7 +210,7 @@ bool ProbeMgr::csInitialize() {
     }
     AM_TRACE(ccTracer, LGK_DEBUG_MIN, "ProbeMgr::csInitialize( JNIEnv *env )",
              "Event interface initialization successful");
-    return true;
+    return initMethodLocks() && initClassTableLock() && initClassSequenceLock();
 }
 
 // False when memory is out: those that stand are kept for the next attempt.
@@ -337,6 +335,7 @@ bool ProbeMgr::initProbe() {
         jvmpi->EnableEvent(JVMPI_EVENT_GC_FINISH, nullptr);
     }
     instance->info("ProbeMgr::initProbe( JNIEnv *env )", __LINE__, "Enabled JVMPI events");
+    resetClassSequence();
     if (probeLevel == 3) {
         turnMethodTrace(true);
     }
@@ -421,13 +420,6 @@ void ProbeMgr::setAdminServerPort(int32_t port) {
 
 namespace {
 
-void freeList(char **list) {
-    for (char **entry = list; entry != nullptr && *entry != nullptr; ++entry) {
-        free(*entry);
-    }
-    free(static_cast<void *>(list));
-}
-
 // A null element stays a null entry, which ends the list early for its reader. Null when memory is out.
 char **copyList(JNIEnv *env, jobjectArray array, const char *traceFormatText) {
     const jsize count = array != nullptr ? env->GetArrayLength(array) : 0;
@@ -452,11 +444,6 @@ char **copyList(JNIEnv *env, jobjectArray array, const char *traceFormatText) {
 void ProbeMgr::setIncludeExcludeList(JNIEnv *env, jobjectArray il, jobjectArray el) {
     char **include = copyList(env, il, "Include List: %s");
     char **exclude = copyList(env, el, "Exclude List: %s");
-    {
-        const std::lock_guard<PlainLock> guard(filterLock);
-        std::swap(includeList, include);
-        std::swap(excludeList, exclude);
-    }
-    freeList(include);
-    freeList(exclude);
+    replaceClassFilter(include, exclude);
+    reapplyFilter();
 }

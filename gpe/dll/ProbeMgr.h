@@ -118,8 +118,3 @@ extern Relaxed<JVMPIWrapper *> jvmpi;
 extern bool useMethodLocks;
 extern int32_t methodHashCleanup;
 extern int32_t methodHashCleanupInterval;
-
-// The class filter: null-terminated arrays of owned strings, null until set. Replaced under a lock of this
-// module.
-extern char **includeList;
-extern char **excludeList;

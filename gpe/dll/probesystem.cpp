@@ -4,6 +4,7 @@
 #include "ProbeLgKit.h"
 #include "ProbeMgr.h"
 #include "PropertyMgr.h"
+#include "class.h"
 #include "jnihelp.h"
 
 #include <cstdio>
@@ -159,7 +160,7 @@ bool takeNames(JNIEnv *env, jclass cls) {
 bool takeSizes(JNIEnv *env, jclass cls) {
     const IntField beforeRetry[] = {
         {"methodHashSize", &systemSettings.methodHashSize, 55511, "method_hash_size defined: %d",
-         "exiting with error. method_hash_size not defined"},
+         "exiting with error. method_hash_size not defined", setMethodHashSize},
         {"publishFrequency", &systemSettings.publishFrequency, 2000, "publishing_frequency defined: %d",
          "exiting with error. publishing_frequency not defined"},
         {"eventPacketSize", &systemSettings.eventPacketSize, 5000, "event_packet_size defined: %d",

@@ -17,3 +17,10 @@ bool disableToolkit(JNIEnv *env);
 
 // Registers the natives of `BcmBootstrap`, as its loader cannot link them by name. Not 0 if that fails.
 jint registerNatives(JNIEnv *env, jclass bootstrapClass);
+// The same for `BcmRuntime`.
+jint registerRuntimeNatives(JNIEnv *env, jclass runtimeClass);
+
+template <typename Function>
+JNINativeMethod nativeMethod(const char *name, const char *signature, Function function) {
+    return {const_cast<char *>(name), const_cast<char *>(signature), reinterpret_cast<void *>(function)};
+}

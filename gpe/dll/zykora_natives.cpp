@@ -6,13 +6,15 @@
 #include "zykora.h"
 
 #include <cstdlib>
+#include <cstring>
 #include <unistd.h>
 
 namespace {
 
+constexpr char RUNTIME_CLASS[] = "com.zykora.probe.l3trace.BcmRuntime";
 constexpr char DEFINE_TEXT[] = "defineNativeMethodsForClassNative( JNIEnv *env, jclass clazz )";
 
-// Registers natives of a class that its loader cannot link by name. No class has such natives yet.
+// Registers natives of a class that its loader cannot link by name.
 void JNICALL defineNativeMethodsForClassNative(JNIEnv *env, jclass, jclass clazz, jstring classNameStr) {
     if (clazz == nullptr || classNameStr == nullptr) {
         AM_TRACE(ccTracer, LGK_DEBUG_MID, DEFINE_TEXT, "classNameStr is NULL");
@@ -22,9 +24,17 @@ void JNICALL defineNativeMethodsForClassNative(JNIEnv *env, jclass, jclass clazz
     if (name == nullptr) {
         return;
     }
-    AM_TRACE(ccTracer, LGK_DEBUG_MID, DEFINE_TEXT, "No native method registration for class %s",
-             static_cast<const char *>(name));
-    AM_TRACE(ccTracer, LGK_DEBUG_MID, DEFINE_TEXT, "Native methods registration for class %s failed",
+    jint result = -1;
+    if (strcmp(name, RUNTIME_CLASS) == 0) {
+        result = registerRuntimeNatives(env, clazz);
+    } else {
+        AM_TRACE(ccTracer, LGK_DEBUG_MID, DEFINE_TEXT, "No native method registration for class %s",
+                 static_cast<const char *>(name));
+    }
+    clearException(env);
+    AM_TRACE(ccTracer, LGK_DEBUG_MID, DEFINE_TEXT,
+             result != 0 ? "Native methods registration for class %s failed"
+                         : "Successfully registered native methods for %s",
              static_cast<const char *>(name));
     free(name);
 }
@@ -70,23 +80,18 @@ jint JNICALL setFileReadWriteNative(JNIEnv *, jclass, jstring) {
     return 0;
 }
 
-template <typename Function>
-JNINativeMethod native(const char *name, const char *signature, Function function) {
-    return {const_cast<char *>(name), const_cast<char *>(signature), reinterpret_cast<void *>(function)};
-}
-
 } // namespace
 
 jint registerNatives(JNIEnv *env, jclass bootstrapClass) {
     const JNINativeMethod methods[] = {
-        native("defineNativeMethodsForClassNative", "(Ljava/lang/Class;Ljava/lang/String;)V",
-               defineNativeMethodsForClassNative),
-        native("getCurrentProcessIdNative", "()I", getCurrentProcessIdNative),
-        native("isProcessAliveNative", "(I)Z", isProcessAliveNative),
-        native("getEnvNative", "(Ljava/lang/String;)Ljava/lang/String;", getEnvNative),
-        native("getJavaCommandLineArgs", "()[Ljava/lang/String;", getJavaCommandLineArgs),
-        native("getCurrentThreadCPUTime", "()J", getCurrentThreadCPUTime),
-        native("setFileReadWriteNative", "(Ljava/lang/String;)I", setFileReadWriteNative),
+        nativeMethod("defineNativeMethodsForClassNative", "(Ljava/lang/Class;Ljava/lang/String;)V",
+                     defineNativeMethodsForClassNative),
+        nativeMethod("getCurrentProcessIdNative", "()I", getCurrentProcessIdNative),
+        nativeMethod("isProcessAliveNative", "(I)Z", isProcessAliveNative),
+        nativeMethod("getEnvNative", "(Ljava/lang/String;)Ljava/lang/String;", getEnvNative),
+        nativeMethod("getJavaCommandLineArgs", "()[Ljava/lang/String;", getJavaCommandLineArgs),
+        nativeMethod("getCurrentThreadCPUTime", "()J", getCurrentThreadCPUTime),
+        nativeMethod("setFileReadWriteNative", "(Ljava/lang/String;)I", setFileReadWriteNative),
     };
     return env->RegisterNatives(bootstrapClass, methods, sizeof(methods) / sizeof(methods[0]));
 }

@@ -172,7 +172,8 @@ inline void bindAllNatives(JNIEnv *env) {
     static bool done = false;
     if (!done) {
         done = true;
-        for (const char *cls : {NATIVE_EVENT_AGENT, PORTAL_AGENT, "com/zykora/jdbc/ZykoraStatement",
+        for (const char *cls : {NATIVE_EVENT_AGENT, PORTAL_AGENT, "com/zykora/command/MethodLevelModule",
+                                "com/zykora/probe/l3trace/BcmRuntime", "com/zykora/jdbc/ZykoraStatement",
                                 "oracle/jdbc/driver/OracleStatement"}) {
             bindNatives(env, cls);
         }

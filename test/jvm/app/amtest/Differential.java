@@ -4,8 +4,10 @@ import static com.qel.morvex.norak.dc.eventagent.NativeEventAgentImpl.*;
 import static com.qel.morvex.norak.dc.eventagent.PortalNativeEventAgentImpl.*;
 
 import com.qel.morvex.norak.dc.eventagent.BeanRequest;
+import com.zykora.command.MethodLevelModule;
 import com.zykora.jdbc.ZykoraStatement;
 import com.zykora.probe.ProbeController;
+import com.zykora.probe.l3trace.BcmRuntime;
 import java.io.IOException;
 import java.nio.ByteBuffer;
 import java.nio.file.Files;
@@ -56,6 +58,8 @@ public final class Differential {
         correlation();
         monitors();
         portal();
+        methods();
+        classes();
         singles();
     }
 
@@ -440,6 +444,104 @@ public final class Differential {
             int count = random.nextInt();
             expected.record(type, "48", count, (long) -count);
             send.accept(count);
+        });
+    }
+
+    private void methods() {
+        calls.add(() -> {
+            int method = random.nextInt();
+            int exit = random.nextInt(3);
+            expected.record(exit == 0 ? 2 : 3, "t4k", method);
+            boolean runtime = random.nextBoolean();
+            check(runtime ? BcmRuntime.appendL3Event((byte) exit, method) : appendL3EventNative((byte) exit, method));
+        });
+        calls.add(() -> {
+            expected.record(2, "t4k", 5);
+            expected.record(3, "t4k", 6);
+            MethodLevelModule.beforeMethod(5);
+            MethodLevelModule.afterMethod(6);
+        });
+        calls.add(() -> {
+            long cpu = random.nextLong();
+            expected.record(2, "t4448", 7, 1700000000, 999000, cpu);
+            check(appendPendingEntryEventNative(7, cpu, 1700000000, 999000) == 1);
+        });
+    }
+
+    private static void check(boolean taken) {
+        if (!taken) {
+            throw new IllegalStateException("refused");
+        }
+    }
+
+    private String brief() {
+        String drawn = text();
+        return drawn == null || drawn.length() <= 1000 ? drawn : "long";
+    }
+
+    private String[] briefs(int count) {
+        String[] texts = new String[count];
+        Arrays.setAll(texts, i -> brief());
+        return texts;
+    }
+
+    private void expectClass(int sequence, String name, int[] ids, String[] names, String[] signatures) {
+        Object[] fields = new Object[3 + 3 * ids.length];
+        System.arraycopy(new Object[] {sequence, name, ids.length}, 0, fields, 0, 3);
+        for (int i = 0; i < ids.length; i++) {
+            System.arraycopy(new Object[] {ids[i], names[i], signatures[i]}, 0, fields, 3 + 3 * i, 3);
+        }
+        expected.record(1, "4s4" + "4ss".repeat(ids.length), fields);
+    }
+
+    private void expectUnload(int sequence, int id, int[] ids) {
+        Object[] fields = new Object[3 + ids.length];
+        System.arraycopy(new Object[] {sequence, id, ids.length}, 0, fields, 0, 3);
+        Arrays.setAll(fields, i -> i < 3 ? fields[i] : (Object) ids[i - 3]);
+        expected.record(12, "444" + "4".repeat(ids.length), fields);
+    }
+
+    private record Loaded(String name, int sequence, int[] ids) {
+    }
+
+    /** Some of the registered classes are unloaded again, once or twice; the first one of all cannot be. */
+    private void classes() {
+        List<Loaded> loaded = new ArrayList<>();
+        int[] sequence = {0};
+        calls.add(() -> {
+            String name = "shop/C" + sequence[0] + (random.nextInt(50) == 0 ? whole() : "");
+            int[] ids = random.ints(random.nextInt(6)).toArray();
+            String[] names = briefs(ids.length);
+            String[] signatures = briefs(ids.length);
+            loaded.add(new Loaded(name, ++sequence[0], ids));
+            expectClass(sequence[0], name, ids, names, signatures);
+            MethodLevelModule.initializeClass(name, ids, names, signatures);
+            MethodLevelModule.initializeClass(name, ids, names, new String[ids.length + 1]);
+        });
+        calls.add(() -> {
+            int chosen = random.nextInt(loaded.size() + 1);
+            MethodLevelModule.unloadClass(random.nextBoolean() ? null : "shop/never loaded");
+            if (chosen == 0 || chosen == loaded.size()) {
+                MethodLevelModule.unloadClass(loaded.isEmpty() ? "" : loaded.get(0).name);
+                return;
+            }
+            Loaded gone = loaded.remove(chosen);
+            expectUnload(gone.sequence, 0, gone.ids);
+            MethodLevelModule.unloadClass(gone.name);
+            MethodLevelModule.unloadClass(gone.name);
+        });
+        calls.add(() -> {
+            int number = random.nextInt();
+            int[] ids = random.ints(random.nextInt(200) == 0 ? 3000 : random.nextInt(4)).toArray();
+            String[] names = briefs(ids.length);
+            String[] signatures = briefs(ids.length);
+            expectClass(number, "shop/D", ids, names, signatures);
+            expectUnload(number, number, ids);
+            check(BcmRuntime.sendClassEventNative(number, "shop/D", ids, names, signatures)
+                    && !sendClassEventNative(number, null, ids, names, signatures)
+                    && !sendClassEventNative(number, "shop/D", ids, names, null)
+                    && sendClassUnloadEventNative(number, "shop/D", ids)
+                    && !BcmRuntime.sendClassUnloadEventNative(number, "shop/D", null));
         });
     }
 

@@ -2,7 +2,9 @@ package am.test.families;
 
 import com.qel.morvex.norak.dc.eventagent.NativeEventAgentImpl;
 import com.qel.morvex.norak.dc.eventagent.PortalNativeEventAgentImpl;
+import com.zykora.command.MethodLevelModule;
 import com.zykora.jdbc.ZykoraStatement;
+import com.zykora.probe.l3trace.BcmRuntime;
 import java.lang.reflect.InvocationTargetException;
 import java.lang.reflect.Method;
 import java.lang.reflect.Modifier;
@@ -21,6 +23,8 @@ public final class BadInput {
         for (Kind kind : Kind.values()) {
             callAll(NativeEventAgentImpl.class, null, kind, thrown);
             callAll(PortalNativeEventAgentImpl.class, null, kind, thrown);
+            callAll(MethodLevelModule.class, null, kind, thrown);
+            callAll(BcmRuntime.class, null, kind, thrown);
             callAll(ZykoraStatement.class, new ZykoraStatement(), kind, thrown);
             callAll(OracleStatement.class, new OracleStatement(), kind, thrown);
         }

@@ -149,6 +149,25 @@ public final class NativeEventAgentImpl {
             byte owningRequestType, String owningRequestName, String owningApplicationName, int owning_method_id,
             int waitingThreadId);
 
+    // Methods and classes: see com.zykora.probe.l3trace.BcmRuntime, whose natives of like names do the same
+
+    public static native boolean appendL3EventNative(byte isExit, int methodId);
+
+    public static native boolean sendClassEventNative(int sequence, String className, int[] methodIds, String[] names,
+            String[] signatures);
+
+    public static native boolean sendClassUnloadEventNative(int sequence, String className, int[] methodIds);
+
+    /**
+     * An entry that was held back, with the clocks of the moment at which it happened.
+     *
+     * @param cpuTime CPU time of the thread in nanoseconds
+     * @param timeSec seconds since 1970
+     * @param timeUSec microseconds within the second
+     * @return 1 if it was taken for sending
+     */
+    public static native int appendPendingEntryEventNative(int methodId, long cpuTime, int timeSec, int timeUSec);
+
     // Single records
 
     /** Exception text, class and method that threw it, stack trace. */
