@@ -1,6 +1,7 @@
 package amtest;
 
 import com.qel.morvex.norak.dc.eventagent.NativeEventAgentImpl;
+import com.qel.morvex.norak.dc.eventagent.PortalNativeEventAgentImpl;
 import com.sun.net.httpserver.HttpExchange;
 import com.sun.net.httpserver.HttpServer;
 import com.zykora.probe.ProbeController;
@@ -42,6 +43,7 @@ import java.util.function.IntUnaryOperator;
  * /enabled?0       1 while events are taken
  * /level?1003      changes the monitoring level; 1 if it changed
  * /log?22000       changes the native log level
+ * /names?3         gives methods of a portal their names: the first one twice, the last one null, and one that has no key
  * /return?0 /throw?0 /exit?N /halt?N      ends the process
  * </pre>
  */
@@ -82,6 +84,7 @@ public final class Station {
         on(server, "/taken", Station::taken);
         on(server, "/level", n -> ProbeController.setModLevel(n) ? 1 : 0);
         on(server, "/log", Station::log);
+        on(server, "/names", Station::names);
         onEnd(server, "/return", n -> () -> { });
         onEnd(server, "/throw", n -> () -> {
             throw new IllegalStateException("thrown on purpose");
@@ -93,6 +96,15 @@ public final class Station {
         Runnable end = ending.take();
         server.stop(1);
         end.run();
+    }
+
+    private static int names(int count) {
+        PortalNativeEventAgentImpl.pushMonitoredMethodToNative((byte) 0, "without a key");
+        PortalNativeEventAgentImpl.pushMonitoredMethodToNative((byte) 1, "render 1");
+        for (int i = 1; i <= count; i++) {
+            PortalNativeEventAgentImpl.pushMonitoredMethodToNative((byte) i, i < count ? "render " + i : null);
+        }
+        return count;
     }
 
     private interface Ending {

@@ -32,4 +32,13 @@ public final class ProbeController {
 
     /** Replaces the class filter. An entry's last character is a wildcard and not compared; null empties a list. */
     public static native void setIncludeExcludeList(String[] include, String[] exclude);
+
+    /**
+     * Gives this collector its region: the topmost bits of all its tokens of correlation. To be called before the first
+     * token is asked for; only the first call counts.
+     *
+     * @param regMask the bits as '0' and '1', the topmost first, 32 at most; null is empty
+     * @throws RuntimeException if the JVM is shutting down
+     */
+    public static native void setupGps(String regMask);
 }

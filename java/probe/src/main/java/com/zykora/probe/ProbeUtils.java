@@ -13,4 +13,10 @@ public final class ProbeUtils {
 
     /** A line that tells when the library was built. */
     public static native String getBuildTime();
+
+    /**
+     * A token of correlation: 4 bytes, the most significant first, unique over all restarts and collectors whose regions
+     * differ. Null when memory is out.
+     */
+    public static native byte[] getNativeGpsToken();
 }

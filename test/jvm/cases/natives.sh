@@ -1,0 +1,51 @@
+# shellcheck shell=bash disable=SC2034,SC2154
+# Natives that leave something behind for the next connection or the next process.
+
+# tokens FILE: 16 threads with 200 tokens each, into that file; the first one stands in `first`.
+tokens() {
+    local status=0
+    "$JAVA" "${options[@]}" -XX:+UseSerialGC -Xmx64m -cp "$APP" amtest.Tokens 101 16 200 > server.out 2> server.err || status=$?
+    [ "$status" -eq 0 ] || fail "exit status $status: $(tail -n 3 server.err)"
+    grep -E '^[0-9a-f]{8}$' server.out > "$1"
+    [ "$(wc -l < "$1")" -eq 3201 ] || fail "not all tokens: $(tail -n 1 "$1")"
+    first=$(head -n 1 "$1")
+}
+
+case_tokens() {
+    options_for tokens --publish-server 127.0.0.1:1
+    echo internal.probe.stop.wait=0 >> "$runtime/datacollector_test.properties"
+    local counter=$runtime/zykoraGpsCounter.txt
+    tokens one
+    [ "$first" = a0000000 ] || fail "the first token is $first"
+    [ "$(cat "$counter")" -ge 3200 ] || fail "the file holds $(cat "$counter")"
+    tokens two
+    [ -z "$(sort one two | uniq -d)" ] || fail "tokens come twice: $(sort one two | uniq -d | head -n 3)"
+    ! grep -v '^[ab]' one two || fail "the region is lost"
+    echo -n 1000 > "$counter"
+    tokens three
+    [ "$first" = a00003e8 ] || fail "the first token is $first"
+    echo "no number" > "$counter"
+    tokens four
+    [ "$first" = a0000000 ] || fail "the first token after a broken file is $first"
+    rm "$counter"
+    mkdir "$counter"
+    tokens five
+    [ -z "$(sort five | uniq -d)" ] || fail "tokens come twice without a file"
+}
+
+# The names of a portal's methods go out again on each new connection.
+case_names_after_reconnect() {
+    start_receiver
+    options_for station --publish-server "$address"
+    collecting_station
+    wait_until "the connection" received InitRecord
+    get '/names?3' > /dev/null
+    kill_receiver
+    start_receiver "$address"
+    wait_until "the names" eval '[ "$(grep -c "\"name\":\"PortalMethodConstantEvent\"" records.json)" -ge 4 ]'
+    serves
+    stop_receiver
+    [ "$(grep -o '"methodId":.*"methodName":"[^"]*"' records.json | sort -u | tr '\n' ' ')" = \
+        '"methodId":1,"methodName":"render 1" "methodId":2,"methodName":"render 2" "methodId":3,"methodName":"" ' ] ||
+        fail "other names: $(grep PortalMethodConstantEvent records.json | tail -n 4)"
+}
