@@ -10,6 +10,7 @@
 #include "ThreadData.h"
 #include "ThreadMgr.h"
 #include "VirtualThreads.h"
+#include "config.h"
 #include "platform.h"
 #include "zykora.h"
 
@@ -103,7 +104,23 @@ int JVMTIAgent::handleOnLoad(JavaVM *vm, const char *options, void *) {
     agentLoadTimeMillis = static_cast<int64_t>(sec) * 1000 + usec / 1000;
     messageInfo(1081, "Native Library Build TIME : %s DATE: %s", __TIME__, __DATE__);
     processId = getProcessId();
-    return ProbeMgr::initializeJVMPI() ? 0 : -1;
+    if (!ProbeMgr::initializeJVMPI()) {
+        return -1;
+    }
+    if (getConfig("")) {
+        ProbeMgr::enableClassLoadHook();
+        ProbeMgr::enableJVMInitDone();
+    }
+    return 0;
+}
+
+void JVMTIAgent::handleClassLoadHook(JNIEnv *env, jobject loader, const char *name, jint class_data_len,
+                                     const unsigned char *class_data, jint *new_class_data_len,
+                                     unsigned char **new_class_data) {
+    if (phase != JVMTI_PHASE_DEAD) {
+        notifyClassLoadHookJVMTIEvent(env, loader, name, class_data_len, class_data, new_class_data_len,
+                                      new_class_data);
+    }
 }
 
 void JVMTIAgent::handleVMInit(jvmtiEnv *, JNIEnv *env, jthread) {

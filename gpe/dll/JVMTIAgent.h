@@ -22,6 +22,10 @@ public:
 
     void handleThreadStart(jvmtiEnv *jvmti_env, JNIEnv *jni_env, jthread thread);
     void handleThreadEnd(jvmtiEnv *jvmti_env, JNIEnv *jni_env, jthread thread);
+    // Nothing once the JVM is dead.
+    void handleClassLoadHook(JNIEnv *env, jobject loader, const char *name, jint class_data_len,
+                             const unsigned char *class_data, jint *new_class_data_len,
+                             unsigned char **new_class_data);
 
     // A jvmtiPhase; written to the agent and its wrapper alike.
     void setPhase(uint32_t value);

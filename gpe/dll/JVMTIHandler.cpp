@@ -113,6 +113,17 @@ void JNICALL jvmtiEventThreadEndHandler(jvmtiEnv *jvmti_env, JNIEnv *jni_env, jt
     }
 }
 
+void JNICALL jvmtiEventClassFileLoadHookHandler(jvmtiEnv *, JNIEnv *jni_env, jclass, jobject loader,
+                                                const char *name, jobject, jint class_data_len,
+                                                const unsigned char *class_data, jint *new_class_data_len,
+                                                unsigned char **new_class_data) {
+    const Inside inside;
+    if (JVMTIAgent *agent = inside ? activeAgent() : nullptr) {
+        agent->handleClassLoadHook(jni_env, loader, name, class_data_len, class_data, new_class_data_len,
+                                   new_class_data);
+    }
+}
+
 // The start is told whatever the state of the probe, the finish only while it collects.
 void JNICALL gcStartHandler(jvmtiEnv *) {
     if (activeAgent() != nullptr && gcProcessor != nullptr) {
@@ -175,6 +186,7 @@ void initEventCallbacks() {
     callbacks.VMDeath = vmDeathHandler;
     callbacks.ThreadStart = jvmtiEventThreadStartHandler;
     callbacks.ThreadEnd = jvmtiEventThreadEndHandler;
+    callbacks.ClassFileLoadHook = jvmtiEventClassFileLoadHookHandler;
     if (gcProcessor != nullptr) {
         callbacks.GarbageCollectionStart = gcStartHandler;
         callbacks.GarbageCollectionFinish = gcFinishHandler;

@@ -103,6 +103,49 @@ case_bootstrap_missing() {
     expect_line "$logs/dc-msg.log" "$bootstrap_not_found"
 }
 
+# An instrumenter by the name of the loader: it replaces a class, throws, gives nothing or rubbish for it, loads others.
+instruments='{
+        if (name.startsWith("java") || name.startsWith("com.zykora") || name.indexOf(47) >= 0) System.exit(9);
+        switch (loader == null || loader.getName() == null ? "" : loader.getName()) {
+            case "throws": throw new StackOverflowError("on purpose");
+            case "empty": return new byte[0];
+            case "rubbish": return new byte[] {1, 2, 3, 4, 5};
+            case "loads":
+                try { Class.forName("amtest.Shift", true, ClassLoader.getSystemClassLoader()); }
+                catch (ClassNotFoundException e) { System.exit(8); }
+                return null;
+            case "replaces":
+                for (int i = 0; i + 8 < bytes.length; i++)
+                    if (new String(bytes, i, 8).equals("original"))
+                        System.arraycopy("replaced".getBytes(), 0, bytes, i, 8);
+                return bytes;
+            default: return null;
+        }
+    }'
+
+loads_classes() {
+    local status=0
+    "$JAVA" "${options[@]}" -Xmx256m -cp "$APP" amtest.Hooked 5000 > server.out 2> server.err || status=$?
+    [ "$status" -eq 0 ] || fail "exit status $status: $(tail -n 3 server.err)"
+    grep -qx 'told replaced original original original original original' server.out || fail "$(grep told server.out)"
+    [ "$(grep -c 'StackOverflowError: on purpose' server.err)" -eq 1 ] || fail "what was thrown is not told once"
+}
+
+case_classes_pass_the_instrumenter() {
+    replace BcmBootstrap "${bootstrap_natives/\{ return null; \}/$instruments}
+        public static void staticInit() { }"
+    with_half loads_classes
+}
+
+# A faulty instrumentation configuration switches the hook off, and nothing else.
+case_hook_stays_off() {
+    echo 'com.qel.morvex.kvor.jvmpi.proxy=wrong' > kvor.properties
+    export DSRVKVOR_PROPS=$PWD/kvor.properties
+    replace BcmBootstrap "${bootstrap_natives/\{ return null; \}/{ System.exit(9); return null; \}}
+        public static void staticInit() { }"
+    with_half serves_without_collector
+}
+
 case_property_manager_throws() {
     broken_half serves_without_collector PropertyManager '
         public static String[] getEnvVariables(String file) { throw new AssertionError("on purpose"); }
