@@ -19,4 +19,22 @@ public final class ProbeUtils {
      * differ. Null when memory is out.
      */
     public static native byte[] getNativeGpsToken();
+
+    /**
+     * The password of a file that {@link #genPasswordFile} wrote, at most 49 bytes of it. Null for a file that cannot be
+     * read or was changed, and for a wrong {@code permit}, the word that callers have to know.
+     */
+    public static native String getPassword(String permit, String file);
+
+    /** The user id of the same file, at most 49 bytes of it; null as above. */
+    public static native String getUser(String permit, String file);
+
+    /**
+     * Writes a user id and a password to a file, scrambled. To be run at a console: the password is printed to standard
+     * output. What goes wrong stands in the log.
+     *
+     * @param uid without a colon
+     * @param password 1000 bytes at most
+     */
+    public static native void genPasswordFile(String uid, String password, String file);
 }
