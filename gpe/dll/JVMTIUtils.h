@@ -63,5 +63,9 @@ public:
     virtual ~GCProcessor() = default;
     virtual void gcStart() = 0;
     virtual void gcFinish() = 0;
+    // By Java: what was told is kept from a start to the next stop, and asked for one by one.
+    virtual void startNative() {}
+    virtual void stopNative() {}
+    virtual bool getGCEvent(int64_t (&)[2]) { return false; }
 };
 extern GCProcessor *gcProcessor;

@@ -59,7 +59,7 @@ bool makeLock(ZykOsLock *&lock) {
 jmethod_t **methodTable() {
     const std::lock_guard<PlainLock> guard(methodTableLock);
     if (methodBuckets == nullptr) {
-        methodBuckets = static_cast<jmethod_t **>(calloc(methodHashSize, sizeof(*methodBuckets)));
+        methodBuckets = new (std::nothrow) jmethod_t *[methodHashSize]();
     }
     return methodBuckets;
 }

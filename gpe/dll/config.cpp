@@ -60,7 +60,11 @@ bool addFilter(bool isInclude, const char *value) {
         return false;
     }
     const Filter filter = {copy, static_cast<int32_t>(strlen(copy)), isInclude ? 1 : 0};
-    return instrumentationConfig.filters.add(filter);
+    if (!instrumentationConfig.filters.add(filter)) {
+        free(copy);
+        return false;
+    }
+    return true;
 }
 
 // Cuts `value` at each `splitChar`; the parts stay its own.

@@ -4,6 +4,7 @@ import static com.qel.morvex.norak.dc.eventagent.NativeEventAgentImpl.*;
 import static com.qel.morvex.norak.dc.eventagent.PortalNativeEventAgentImpl.*;
 
 import com.qel.morvex.norak.dc.eventagent.BeanRequest;
+import com.qel.morvex.norak.toolkit.ai.gccollector.GCEventNativeAgent;
 import com.zykora.command.MethodLevelModule;
 import com.zykora.jdbc.ZykoraStatement;
 import com.zykora.probe.ProbeController;
@@ -581,6 +582,13 @@ public final class Differential {
             issueTraceRequestNative();
         });
         calls.add(() -> {
+            long from = random.nextInt(Integer.MAX_VALUE);
+            long objects = random.nextLong();
+            expected.record(13, "x44", from / 1000, from % 1000 * 1000);
+            expected.record(14, "x44888", (from + 7) / 1000, (from + 7) % 1000 * 1000, objects, -1, Long.MIN_VALUE);
+            check(GCEventNativeAgent.putGCCycleToQueueNative(from, from + 7, objects, -1, Long.MIN_VALUE) == 1);
+        });
+        calls.add(() -> {
             String status = whole();
             expected.record(44, "s", status);
             setPSStatusEventNative(status);
@@ -603,7 +611,7 @@ public final class Differential {
         ArrayDeque<String> own = new ArrayDeque<>();
         ArrayDeque<String> apart = new ArrayDeque<>();
         for (String line : Files.readAllLines(expectations)) {
-            (line.startsWith("27") || line.startsWith("2c") ? apart : own).add(line);
+            (line.matches("(27|2c|0d|0e).*") ? apart : own).add(line);
         }
         int wanted = own.size() + apart.size();
         ByteBuffer stream = ByteBuffer.wrap(Files.readAllBytes(capture));

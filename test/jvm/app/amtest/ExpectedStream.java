@@ -197,7 +197,7 @@ final class ExpectedStream implements Closeable {
     // ---- bytes
 
     /**
-     * One record: p prefix, l level, c wall clock, k both clocks, t thread, s text, u one of a limited address, S of a limited
+     * One record: p prefix, l level, c wall clock, k both clocks, t thread, x another one, s text, u one of a limited address, S of a limited
      * statement, b counted bytes, r bytes as they are, 1 4 8 numbers of so many bytes, z four
      * zeros.
      */
@@ -210,6 +210,7 @@ final class ExpectedStream implements Closeable {
                 case 'l' -> line.append(number(level, 1));
                 case 'c' -> line.append(".".repeat(16));
                 case 'k' -> line.append(".".repeat(32));
+                case 'x' -> line.append(".".repeat(8));
                 case 't' -> line.append(number(thread, 4));
                 case 'z' -> line.append(number(0, 4));
                 case 's' -> line.append(counted(cut((String) values[next++], 0x10000, true)));
