@@ -49,3 +49,37 @@ case_names_after_reconnect() {
         '"methodId":1,"methodName":"render 1" "methodId":2,"methodName":"render 2" "methodId":3,"methodName":"" ' ] ||
         fail "other names: $(grep PortalMethodConstantEvent records.json | tail -n 4)"
 }
+
+# collections OPTION...: what a JVM with this collector reports of collections that were asked for.
+collections() {
+    station_options=(-Xms64m -Xmx64m "$@" -cp "$APP")
+    start_receiver
+    options_for station --publish-server "$address"
+    collecting_station
+    wait_until "the connection" received InitRecord
+    wait_until "three collections" eval 'get "/collect?1" > /dev/null
+        [ "$(grep -c "\"name\":\"GCEvent.end\"" records.json)" -ge 3 ]'
+    serves
+    stop_receiver
+    local begins ends
+    begins=$(grep -c '"name":"GCEvent.begin"' records.json)
+    ends=$(grep -c '"name":"GCEvent.end"' records.json)
+    [ "$begins" -eq "$ends" ] || fail "$begins begins, $ends ends"
+    grep '"name":"GCEvent' records.json | tr -d '"{}' | tr ',' '\n' | awk -F: '
+        $1 == "timeSec" { sec = $2 }
+        $1 == "timeUSec" { time = sec * 1000 + $2 / 1000 }
+        $1 == "name" { isEnd = $2 == "GCEvent.end" }
+        $1 == "timeUSec" && isEnd && time < begun { print "ends before it begins" }
+        $1 == "timeUSec" && !isEnd { begun = time }
+        $1 == "usedObjectSpace" { used = $2 }
+        $1 == "totalObjectSpace" && !(used > 100000 && used <= $2 && $2 <= 70000000) { print used, $2 }
+    ' > odd
+    [ ! -s odd ] || fail "odd figures: $(head -n 1 odd)"
+    [ "$(sed -n 's/.*"name":"GCEvent.begin".*"timeSec":\([0-9]*\).*/\1/p' records.json | tail -n 1)" -ge $(($(date +%s) - 300)) ] ||
+        fail "another clock"
+}
+
+case_collections_serial() { collections -XX:+UseSerialGC; }
+case_collections_parallel() { collections -XX:+UseParallelGC; }
+case_collections_g1() { collections -XX:+UseG1GC; }
+case_collections_z() { collections -XX:+UseZGC; }

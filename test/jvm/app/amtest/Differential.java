@@ -7,6 +7,7 @@ import com.qel.morvex.norak.dc.eventagent.BeanRequest;
 import com.qel.morvex.norak.toolkit.ai.gccollector.GCEventNativeAgent;
 import com.zykora.command.MethodLevelModule;
 import com.zykora.jdbc.ZykoraStatement;
+import com.zykora.probe.ProbeContextPersisterProxy;
 import com.zykora.probe.ProbeController;
 import com.zykora.probe.l3trace.BcmRuntime;
 import java.io.IOException;
@@ -72,6 +73,8 @@ public final class Differential {
         while (!ProbeController.isNativeProbeEnabled()) {
             Thread.sleep(10);
         }
+        int suppressCollections = 4;
+        ProbeContextPersisterProxy.synchOutProbeContext(new int[] {suppressCollections}, new int[] {1}, 1);
         try (ExpectedStream expected = new ExpectedStream(args[5], args[4].equals("YES"), Integer.parseInt(args[2]),
                 Integer.parseInt(args[3]))) {
             new Differential(Long.parseLong(args[1]), expected).run(Integer.parseInt(args[0]));

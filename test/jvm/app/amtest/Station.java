@@ -43,6 +43,7 @@ import java.util.function.IntUnaryOperator;
  * /enabled?0       1 while events are taken
  * /level?1003      changes the monitoring level; 1 if it changed
  * /log?22000       changes the native log level
+ * /collect?1       asks the JVM for a collection
  * /names?3         gives methods of a portal their names: the first one twice, the last one null, and one that has no key
  * /return?0 /throw?0 /exit?N /halt?N      ends the process
  * </pre>
@@ -85,6 +86,7 @@ public final class Station {
         on(server, "/level", n -> ProbeController.setModLevel(n) ? 1 : 0);
         on(server, "/log", Station::log);
         on(server, "/names", Station::names);
+        on(server, "/collect", Station::collect);
         onEnd(server, "/return", n -> () -> { });
         onEnd(server, "/throw", n -> () -> {
             throw new IllegalStateException("thrown on purpose");
@@ -96,6 +98,11 @@ public final class Station {
         Runnable end = ending.take();
         server.stop(1);
         end.run();
+    }
+
+    private static int collect(int count) {
+        System.gc();
+        return count;
     }
 
     private static int names(int count) {

@@ -1,5 +1,6 @@
 package com.zykora.probe;
 
+import com.qel.morvex.norak.toolkit.ai.gccollector.CollectionReporter;
 import java.util.concurrent.TimeUnit;
 
 /**
@@ -13,6 +14,7 @@ public final class ProbeService {
     /** A start under way, the grace for requests in flight and native threads that are stuck fit into it. */
     static final long END_WAIT_MILLIS = 25000;
     private static boolean hooked;
+    private static boolean reporting;
 
     private ProbeService() {
     }
@@ -33,7 +35,18 @@ public final class ProbeService {
      * @return true if it runs; false without the native half, after its end, or if it could not start
      */
     public static boolean start() {
-        return hookShutdown() && LIFE_CYCLE.start();
+        boolean runs = hookShutdown() && LIFE_CYCLE.start();
+        if (runs) {
+            reportCollections();
+        }
+        return runs;
+    }
+
+    /** From the first start on; while the service is stopped the native half takes none. */
+    private static synchronized void reportCollections() {
+        if (!reporting) {
+            reporting = runBehind("am-collections", new CollectionReporter()) != null;
+        }
     }
 
     /** Stops the service, which takes 10 seconds: requests in flight are seen to their end. */
