@@ -33,13 +33,14 @@ case_tokens() {
     [ -z "$(sort five | uniq -d)" ] || fail "tokens come twice without a file"
 }
 
-# The names of a portal's methods go out again on each new connection.
+# The names of a portal's methods and the traced classes go out again on each new connection.
 case_names_after_reconnect() {
     start_receiver
     options_for station --publish-server "$address"
     collecting_station
     wait_until "the connection" received InitRecord
     get '/names?3' > /dev/null
+    wait_until "the classes" received ClassEvent.unload
     kill_receiver
     start_receiver "$address"
     wait_until "the names" eval '[ "$(grep -c "\"name\":\"PortalMethodConstantEvent\"" records.json)" -ge 4 ]'
@@ -48,6 +49,8 @@ case_names_after_reconnect() {
     [ "$(grep -o '"methodId":.*"methodName":"[^"]*"' records.json | sort -u | tr '\n' ' ')" = \
         '"methodId":1,"methodName":"render 1" "methodId":2,"methodName":"render 2" "methodId":3,"methodName":"" ' ] ||
         fail "other names: $(grep PortalMethodConstantEvent records.json | tail -n 4)"
+    [ "$(grep -o '"class":.*' records.json)" = '"class":"shop/Kept","methodIds":[1],"methods":["m()V"]}' ] ||
+        fail "other classes: $(grep '"class":' records.json)"
 }
 
 # collections OPTION...: what a JVM with this collector reports of collections that were asked for.

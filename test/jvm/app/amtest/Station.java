@@ -2,6 +2,7 @@ package amtest;
 
 import com.qel.morvex.norak.dc.eventagent.NativeEventAgentImpl;
 import com.qel.morvex.norak.dc.eventagent.PortalNativeEventAgentImpl;
+import com.qel.morvex.norak.dc.level3.EntryExitConsumerImpl;
 import com.sun.net.httpserver.HttpExchange;
 import com.sun.net.httpserver.HttpServer;
 import com.zykora.probe.ProbeController;
@@ -44,7 +45,7 @@ import java.util.function.IntUnaryOperator;
  * /level?1003      changes the monitoring level; 1 if it changed
  * /log?22000       changes the native log level
  * /collect?1       asks the JVM for a collection
- * /names?3         gives methods of a portal their names: the first one twice, the last one null, and one that has no key
+ * /names?3         loads two classes, unloads one, and gives methods of a portal their names: the first one twice, the last one null, and one that has no key
  * /return?0 /throw?0 /exit?N /halt?N      ends the process
  * </pre>
  */
@@ -106,6 +107,9 @@ public final class Station {
     }
 
     private static int names(int count) {
+        EntryExitConsumerImpl.classLoaded(7, "shop/Kept", new int[] {1}, new String[] {"m"}, new String[] {"()V"});
+        EntryExitConsumerImpl.classLoaded(8, "shop/Gone", new int[0], new String[0], new String[0]);
+        EntryExitConsumerImpl.classUnloaded(8);
         PortalNativeEventAgentImpl.pushMonitoredMethodToNative((byte) 0, "without a key");
         PortalNativeEventAgentImpl.pushMonitoredMethodToNative((byte) 1, "render 1");
         for (int i = 1; i <= count; i++) {
