@@ -84,17 +84,22 @@ differential() {
     printf '%s\n' internal.url.limit=60 internal.sql.limit=80 "$@" >> "$runtime/datacollector_test.properties"
     local suppresses=NO status=0
     [[ "$*" != *nestedrequests=YES* ]] || suppresses=YES
-    "$JAVA" "${options[@]}" -Xmx128m -XX:+UseSerialGC -cp "$APP" amtest.Differential "$calls" "$seed" 60 80 $suppresses \
+    "$JAVA" "${options[@]}" "${checks[@]}" -Xmx128m -XX:+UseSerialGC -cp "$APP" amtest.Differential "$calls" "$seed" 60 80 $suppresses \
         expected > server.out 2> server.err || status=$?
     [ "$status" -eq 3 ] || fail "exit status $status: $(tail -n 3 server.err)"
     stop_receiver
+    ! grep -A 4 'WARNING\|FATAL' server.out || fail "the JVM complains of a native: $(grep -m 1 'WARNING\|FATAL' server.out)"
     "$JAVA" -Xmx512m -cp "$APP" amtest.Differential compare capture/* expected 2> difference ||
         fail "seed $seed, $*: $(grep -m 1 -A 2 Exception difference | cut -c 1-2000)"
 }
 
 # AM_CALLS=100000 and AM_SEED make more of it by hand.
+checks=()
+
 case_every_byte() { differential "${AM_SEED:-$RANDOM}" "${AM_CALLS:-20000}" ea.popevent.size=1; }
 
+# Under the JVM's own checks of what natives do.
 case_every_byte_without_nested() {
+    checks=(-Xcheck:jni)
     differential "${AM_SEED:-$RANDOM}" "${AM_CALLS:-20000}" ea.popevent.size=7 internal.disable.nestedrequests=YES
 }
