@@ -24,6 +24,7 @@ import javax.management.openmbean.CompositeData;
 final class CollectionListener implements NotificationListener {
     private static final int MOST_KEPT = 1000;
 
+    /** Start and end in milliseconds since 1970, bytes used afterwards, bytes of the heap. */
     private final Queue<long[]> kept = new ArrayBlockingQueue<long[]>(MOST_KEPT);
     private final Set<String> heapPools = new HashSet<String>();
     private final long jvmStart = ManagementFactory.getRuntimeMXBean().getStartTime();
@@ -45,9 +46,13 @@ final class CollectionListener implements NotificationListener {
         }
     }
 
-    /** Start and end in milliseconds since 1970, bytes used afterwards, bytes of the heap; null if there is none. */
-    long[] next() {
-        return kept.poll();
+    /** Hands what was heard to the native half, unless the operator wants none of it. */
+    void reportAll() {
+        for (long[] each = kept.poll(); each != null; each = kept.poll()) {
+            if (!GCEventNativeAgent.isGCEventCollectionSuppressed()) {
+                GCEventNativeAgent.putGCCycleToQueueNative(each[0], each[1], 0, each[2], each[3]);
+            }
+        }
     }
 
     @Override

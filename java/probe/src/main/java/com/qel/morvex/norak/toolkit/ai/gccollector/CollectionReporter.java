@@ -16,21 +16,13 @@ public final class CollectionReporter implements Runnable {
             while (true) {
                 long from = System.nanoTime();
                 boolean notified = GCEventNativeAgent.waitForNativeNotification(WAIT_MILLIS);
-                reportAll(listener);
+                listener.reportAll();
                 if (!notified && System.nanoTime() - from < PAUSE_MILLIS * 1000000) {
                     Thread.sleep(PAUSE_MILLIS); // without a monitor there is no waiting
                 }
             }
         } catch (Throwable over) {
             // A JVM without the management modules, or without memory: it has no reports.
-        }
-    }
-
-    private static void reportAll(CollectionListener listener) {
-        for (long[] each = listener.next(); each != null; each = listener.next()) {
-            if (!GCEventNativeAgent.isGCEventCollectionSuppressed()) {
-                GCEventNativeAgent.putGCCycleToQueueNative(each[0], each[1], 0, each[2], each[3]);
-            }
         }
     }
 }
