@@ -14,7 +14,7 @@ using namespace assembly;
 namespace {
 
 // More than any packet holds: a class that takes more could never be told of.
-constexpr int64_t MOST_CLASS_BYTES = 4 * 1024 * 1024;
+constexpr int64_t MOST_CLASS_BYTES = 8 * 1024 * 1024;
 
 // What a class and its methods hold, so that the memory governor sees it.
 int64_t bytesOf(const jmethod_t &method) {
@@ -65,6 +65,9 @@ public:
 private:
     bool fill(const ClassTexts &texts) {
         const jsize count = lengthOf(env, texts.ids);
+        if (count > static_cast<jsize>(MOST_CLASS_BYTES / sizeof(jmethod_t))) {
+            return false;
+        }
         cls->name = textOf(env, texts.name);
         cls->methods = new (std::nothrow) jmethod_t[static_cast<size_t>(count)];
         if (cls->name == nullptr || cls->methods == nullptr) {

@@ -40,6 +40,7 @@ public final class Differential {
     private static final char[] LETTERS = {'a', 'z', '\0', '\u007f', '\u0080', '\u00e9', '\u07ff', '\u0800', '\u6f22',
         '\ud83d', '\ude00', '\uffff'};
 
+    private static final int[] HUGE = new int[1000000];
     private static final byte[] NO_BEAN = {0, 6, 0, 0, 0, 0, 0, 0};
 
     private final int[] rates = new int[4];
@@ -544,6 +545,7 @@ public final class Differential {
             check(BcmRuntime.sendClassEventNative(number, "shop/D", ids, names, signatures)
                     && !sendClassEventNative(number, null, ids, names, signatures)
                     && !sendClassEventNative(number, "shop/D", ids, names, null)
+                    && !sendClassUnloadEventNative(number, "shop/huge", HUGE)
                     && sendClassUnloadEventNative(number, "shop/D", ids)
                     && !BcmRuntime.sendClassUnloadEventNative(number, "shop/D", null));
         });

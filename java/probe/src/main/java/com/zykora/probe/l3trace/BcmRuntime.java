@@ -16,7 +16,7 @@ public final class BcmRuntime {
 
     /**
      * A class that was loaded. False unless all arrays are there and of one length; a null element is empty, and texts
-     * are cut at 65,535 bytes. A class whose texts take more than 4 MB is not told.
+     * are cut at 65,535 bytes. A class that takes more than 8 MB, of which each method has 56 bytes, is not told.
      *
      * @param sequence the class's number
      * @param className with slashes
