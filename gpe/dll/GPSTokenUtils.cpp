@@ -59,7 +59,7 @@ void buildCounterFileName() {
     if (directory != nullptr) {
         snprintf(counterFileName, sizeof(counterFileName), "%.1002s/%.20s", directory, COUNTER_FILE);
     }
-    AM_TRACE(caTracer, LGK_DEBUG_MID, "GPSTokenUtils::initGPSCounterFile()", "counter file is: %s",
+    AM_TRACE(caTracer, LGK_DEBUG_MIN, "GPSTokenUtils::initGPSCounterFile()", "counter file is: %s",
              static_cast<const char *>(counterFileName));
     if (initDebug) {
         printf("GPSTokenUtils.buildCounterFileName: %s \n", static_cast<const char *>(counterFileName));
@@ -72,7 +72,7 @@ void initGPSCounterFile() {
     buildCounterFileName();
     uint32_t counterFromFile = 0;
     if (!readCounter(&counterFromFile) && !writeCounter(0)) {
-        AM_TRACE(caTracer, LGK_DEBUG_MID, "GPSTokenUtils::initGPSCounterFile()",
+        AM_TRACE(caTracer, LGK_DEBUG_MIN, "GPSTokenUtils::initGPSCounterFile()",
                  "counterFp = NULL for writing");
         return;
     }
@@ -123,7 +123,7 @@ uint32_t getToken() {
 void saveGPSToken(uint32_t token) {
     constexpr char SIGNATURE[] = "GPSTokenUtils::saveGPSToken( unsigned int token )";
     if (token <= lastSavedToken) {
-        AM_TRACE(caTracer, LGK_DEBUG_MID, SIGNATURE,
+        AM_TRACE(caTracer, LGK_DEBUG_MIN, SIGNATURE,
                  "Current token is smaller than last one; don't have to save");
         return;
     }
@@ -132,7 +132,7 @@ void saveGPSToken(uint32_t token) {
     const auto cushion = static_cast<uint32_t>(gpsCushion.get());
     lastSavedToken = old + cushion;
     if (!writeCounter((gpsMask & old) + cushion)) {
-        AM_TRACE(caTracer, LGK_DEBUG_MID, SIGNATURE, "counterFp is NULL for writing");
+        AM_TRACE(caTracer, LGK_DEBUG_MIN, SIGNATURE, "counterFp is NULL for writing");
     }
 }
 
@@ -144,7 +144,7 @@ jbyteArray getGpsToken(JNIEnv *env) {
     const uint32_t token = getToken();
     const uint8_t bytes[4] = {static_cast<uint8_t>(token >> 24), static_cast<uint8_t>(token >> 16),
                               static_cast<uint8_t>(token >> 8), static_cast<uint8_t>(token)};
-    AM_TRACE(caTracer, LGK_DEBUG_MID, "GPSTokenUtils::getGpsToken( JNIEnv *env )",
+    AM_TRACE(caTracer, LGK_DEBUG_MIN, "GPSTokenUtils::getGpsToken( JNIEnv *env )",
              "GPS Token in getGpsToken %02x,%02x,%02x,%02x", bytes[0], bytes[1], bytes[2], bytes[3]);
     saveGPSToken(token);
     env->SetByteArrayRegion(array, 0, 4, reinterpret_cast<const jbyte *>(bytes));

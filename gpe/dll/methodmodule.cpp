@@ -1,6 +1,7 @@
 #include "methodmodule.h"
 
 #include "EventAssembly.h"
+#include "ProbeLgKit.h"
 #include "ProbeState.h"
 #include "class.h"
 
@@ -127,6 +128,7 @@ bool appendClassEvent(JNIEnv *env, Event::EventSubType subType, jclass_t *cls, i
 // ---------------------------------------------------------------- methods
 
 bool appendMethodEvent(JNIEnv *env, Event::EventSubType subType, jint methodId) {
+    AM_TRACE_SCOPE(ccTracer, LGK_DEBUG_MAX, "appendL3Event( jboolean isExit, jint methodId )");
     ThreadData *td = callingThread(env);
     ThreadDraft<MethodEvent> draft(td, subType);
     draft->methodId = methodId;
@@ -154,6 +156,7 @@ bool appendPendingEntry(JNIEnv *env, jint methodId, jlong cpuTime, jint timeSec,
 // ---------------------------------------------------------------- classes
 
 void registerClass(JNIEnv *env, const ClassTexts &texts) {
+    AM_TRACE_SCOPE(ccTracer, LGK_DEBUG_MID, "initializeClass( JNIEnv *env, jstring className )");
     if (!isComplete(env, texts)) {
         return;
     }
@@ -171,6 +174,7 @@ void registerClass(JNIEnv *env, const ClassTexts &texts) {
 }
 
 void unloadRegisteredClass(JNIEnv *env, jstring name) {
+    AM_TRACE_SCOPE(ccTracer, LGK_DEBUG_MID, "unloadClass( JNIEnv *env, jstring className )");
     char *text = name != nullptr ? textOf(env, name) : nullptr;
     if (jclass_t *cls = takeClassForUnload(text)) {
         appendClassEvent(env, Event::SUB_CLASS_UNLOAD, cls, 0);
@@ -179,6 +183,7 @@ void unloadRegisteredClass(JNIEnv *env, jstring name) {
 }
 
 bool sendClassEvent(JNIEnv *env, Event::EventSubType subType, jint sequence, const ClassTexts &texts) {
+    AM_TRACE_SCOPE(ccTracer, LGK_DEBUG_MID, "sendClassEventNative( jint sequence, jstring className )");
     const bool loads = subType == Event::SUB_CLASS_LOAD;
     if (loads ? !isComplete(env, texts) : texts.name == nullptr || texts.ids == nullptr) {
         return false;

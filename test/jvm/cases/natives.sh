@@ -1,13 +1,14 @@
 # shellcheck shell=bash disable=SC2034,SC2154
 # Natives that leave something behind for the next connection or the next process.
 
-# tokens FILE: 16 threads with 200 tokens each, into that file; the first one stands in `first`.
+# tokens FILE: 16 threads with 195 tokens each, into that file; the first one stands in `first`. Not a multiple of the
+# cushion: the number that the counter file holds is given out without a look at the file, and so once more later.
 tokens() {
     local status=0
-    "$JAVA" "${options[@]}" -XX:+UseSerialGC -Xmx64m -cp "$APP" amtest.Tokens 101 16 200 > server.out 2> server.err || status=$?
+    "$JAVA" "${options[@]}" -XX:+UseSerialGC -Xmx64m -cp "$APP" amtest.Tokens 101 16 195 > server.out 2> server.err || status=$?
     [ "$status" -eq 0 ] || fail "exit status $status: $(tail -n 3 server.err)"
     grep -E '^[0-9a-f]{8}$' server.out > "$1"
-    [ "$(wc -l < "$1")" -eq 3201 ] || fail "not all tokens: $(tail -n 1 "$1")"
+    [ "$(wc -l < "$1")" -eq 3121 ] || fail "not all tokens: $(tail -n 1 "$1")"
     first=$(head -n 1 "$1")
 }
 
@@ -17,7 +18,7 @@ case_tokens() {
     local counter=$runtime/zykoraGpsCounter.txt
     tokens one
     [ "$first" = a0000000 ] || fail "the first token is $first"
-    [ "$(cat "$counter")" -ge 3200 ] || fail "the file holds $(cat "$counter")"
+    [ "$(cat "$counter")" -ge 3120 ] || fail "the file holds $(cat "$counter")"
     tokens two
     [ -z "$(sort one two | uniq -d)" ] || fail "tokens come twice: $(sort one two | uniq -d | head -n 3)"
     ! grep -v '^[ab]' one two || fail "the region is lost"
